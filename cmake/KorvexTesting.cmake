@@ -1,0 +1,43 @@
+# Test helpers shared by every test folder.
+#
+# korvex_add_gtest(<target> SOURCES ... LIBS ... [GUI])
+#   Builds a GoogleTest executable and registers its tests with CTest. Every
+#   test runs with HOME, TMPDIR and the all-users directory pointed at a
+#   scratch folder in the build tree, so no test can touch the machine's real
+#   /etc or home directory, and with the simulated vendor module first on the
+#   loader path.
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+set(KORVEX_TEST_SCRATCH ${CMAKE_BINARY_DIR}/test-scratch)
+file(MAKE_DIRECTORY ${KORVEX_TEST_SCRATCH}/home ${KORVEX_TEST_SCRATCH}/etc ${KORVEX_TEST_SCRATCH}/tmp)
+
+set(KORVEX_TEST_ENV
+  "HOME=${KORVEX_TEST_SCRATCH}/home"
+  "TMPDIR=${KORVEX_TEST_SCRATCH}/tmp/"
+  "KORVEX_ALLUSERS_DIR=${KORVEX_TEST_SCRATCH}/etc/"
+  "VESSA_SIM_STATE_DIR=${KORVEX_TEST_SCRATCH}/sim-state"
+  "LD_LIBRARY_PATH=${CMAKE_BINARY_DIR}/sim"
+  "KORVEX_SOURCE_DIR=${CMAKE_SOURCE_DIR}"
+  "KORVEX_BINARY_DIR=${CMAKE_BINARY_DIR}"
+  "LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"
+  "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"
+)
+
+function(korvex_add_gtest target)
+  cmake_parse_arguments(ARG "GUI" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${target} ${ARG_SOURCES})
+  target_link_libraries(${target} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gmock Threads::Threads)
+  if(NOT ARG_GUI)
+    target_link_libraries(${target} PRIVATE GTest::gtest_main)
+  endif()
+  # GUI tests share one X display, so they never run side by side.
+  set(props ENVIRONMENT "${KORVEX_TEST_ENV}" TIMEOUT 300 LABELS unit)
+  if(ARG_GUI)
+    set(props ENVIRONMENT "${KORVEX_TEST_ENV}" TIMEOUT 300 LABELS gui RESOURCE_LOCK x-display)
+  endif()
+  gtest_discover_tests(${target}
+    DISCOVERY_MODE PRE_TEST
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES ${props})
+endfunction()
