@@ -1,0 +1,16 @@
+// Thin wrappers around the dynamic loader, so the token module is opened and
+// resolved in one place and by one configurable file name.
+#pragma once
+
+namespace Korvex {
+
+// File name of the vendor module, opened by bare name so that the loader's
+// search path (LD_LIBRARY_PATH) decides which copy is used.
+extern const char* PKCS11_LIB_NAME;
+
+void* ac_dlopen();
+void* ac_dlsym(void* handle, const char* symbol);
+const char* ac_dlerror();
+void ac_dlclose(void* handle);
+
+} // namespace Korvex

@@ -1,0 +1,250 @@
+// The token layer: one object that loads the vendor's PKCS#11 module at run
+// time and wraps what the card manager does with a card (slots and tokens,
+// sessions, PIN dialogues, signing, certificates, card data objects).
+//
+// Threading: the object takes no locks. The refresh thread and the GUI thread
+// must not use one object at the same time; the window guarantees that.
+#pragma once
+
+#include "crypto/HashAlgorithm.h"
+#include "token/Uncopyable.h"
+#include "token/acPKCS11Log.h"
+#include "token/acPKCS11Types.h"
+
+#include <p11-kit/pkcs11.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Korvex {
+
+class slCertificate;
+struct ParsedPublicKey;
+
+// HashAlgorithm value for data that the caller has already hashed: the token
+// signs or verifies it as it is (CKM_RSA_PKCS / CKM_ECDSA).
+constexpr HashAlgorithm HashAlreadyHashed = static_cast<HashAlgorithm>(10);
+
+class acPKCS11 : private Uncopyable {
+public:
+    // Size of the buffer that holds the DER of the last loaded certificate.
+    static constexpr unsigned long CERT_BUFFER_SIZE = 5012;
+
+    acPKCS11();  // also runs init(); a failure leaves a usable, unready object
+    virtual ~acPKCS11();
+
+    // ---- module (load, unload, client version, log hooks) ----
+    bool init();
+    bool destroy();
+    void LoadVessaClientVersion(int32_t* version);  // four integers
+    std::string GetVessaClientVersion();
+    bool ClientSupportForceSofwarePin() const;
+    static void SetErrorLoggingFunc(void (*fn)(const char*));
+    static void SetMessageLoggingFunc(void (*fn)(const char*));
+
+    static bool IsInitialized() { return m_bInitialized; }
+    bool IsModuleLoaded() const { return m_hModule != nullptr; }
+    const std::string& GetManufacturer() const { return m_Manufacturer; }
+    const std::string& GetDescription() const { return m_Description; }
+    const std::string& GetVersion() const { return m_Version; }
+    // Whether the module offers the vendor extensions.
+    static bool HasCardTransmit() { return Proc_C_CardTransmit != nullptr; }
+    static bool HasCardAttribute() { return Proc_C_CardAttribute != nullptr; }
+
+    // ---- slots, tokens and card types ----
+    // Slot records stay owned by this object; they are invalid after the next
+    // GetSlots, DeleteSlots or the object's destruction.
+    bool GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial);
+    bool GetSlots(std::vector<SlotStruct*>& slots);
+    void DeleteSlots();
+    // position: index into the list of slots with a token present
+    bool GetTokenInfo(unsigned long position, TokenInfoStruct& info);
+    bool GetTokenInfo(unsigned long position, TokenInfoStruct2& info);
+    std::string ReadATR(bool force);
+    void SetAtr(const unsigned char* atr, unsigned long length);
+    std::string Reset();
+    bool LoadCardType();
+    int32_t GetCardType() const { return m_CardType; }
+
+    // ---- sessions and object search ----
+    bool OpenSession(int32_t position, bool readWrite);
+    bool CloseSession();
+    int32_t findSlotForCin(const std::string& cin);
+    bool OpenGlobalSession(const std::string& cin);
+    bool GetCinCsn(std::string& cin);
+    bool FindObjects(CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_HANDLE* handles,
+                     CK_ULONG capacity, CK_ULONG& found);
+    bool FindObject(const char* label, CK_OBJECT_CLASS objectClass, CK_OBJECT_HANDLE& handle);
+    long GetSerialNumberInt() const;
+    CK_SESSION_HANDLE GetSessionHandle() const { return m_hSession; }
+    int32_t GetSlotIndex() const { return m_SlotIndex; }
+
+    // ---- PIN commands and PIN status (the module runs the dialogues) ----
+    PKCS11Return ChangePIN(ApplType appl);
+    PKCS11Return UnblockPIN(ApplType appl);
+    PKCS11Return InitPIN(ApplType appl);
+    PKCS11Return GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command);
+    PKCS11Return GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command, bool value,
+                                   bool forceSoftwarePin);
+    PKCS11Return GetPINStatus(ApplType appl, PINState& state, int32_t& tries);
+
+    // ---- signing, hashing and verification ----
+    // Returns all bits set when the pair has no mechanism.
+    static CK_MECHANISM_TYPE KeyAndHashAlgoToMechanism(CK_KEY_TYPE keyType, HashAlgorithm alg);
+    bool GetSignKeyType(SignKey& key, bool signatureKey);
+    HashAlgorithm GetHashAlgorithm(SignKey key);
+    bool findPrivateKeyFromID(const std::string& id, std::string& label);
+    // output length: capacity on entry, signature length on return
+    bool signString(const unsigned char* input, unsigned long inputLength, unsigned char* output,
+                    unsigned long& outputLength, SignKey& key, bool signatureKey,
+                    HashAlgorithm alg);
+    // hash algorithm chosen for the card and key (GetHashAlgorithm)
+    bool signString(const unsigned char* input, unsigned long inputLength, unsigned char* output,
+                    unsigned long& outputLength, SignKey& key, bool signatureKey);
+    // signs the text's bytes (without the NUL) with the signature key
+    bool signString(const char* text, unsigned char* output, unsigned long& outputLength);
+    bool hashString(const unsigned char* input, unsigned long inputLength,
+                    std::vector<unsigned char>& digest, HashAlgorithm alg, bool withDigestInfo);
+    // signature: the signature bytes are appended
+    bool Sign(const std::string& label, const std::vector<unsigned char>& data,
+              std::vector<unsigned char>& signature, HashAlgorithm alg);
+    bool Verify(const std::string& label, const std::vector<unsigned char>& data,
+                const std::vector<unsigned char>& signature, HashAlgorithm alg);
+    bool Verify(const std::string& label, const std::vector<unsigned char>& data,
+                const std::vector<unsigned char>& signature);
+
+    // ---- certificates ----
+    bool LoadSigningCertificate(bool signatureCertificate);
+    // length: capacity on entry, bytes copied on return
+    bool GetSigningCertificate(unsigned char* buffer, unsigned long& length) const;
+    bool GetCertificate(unsigned long position, bool signatureCertificate, slCertificate& cert);
+    CK_OBJECT_HANDLE getSigningCertificateHandle(bool signatureCertificate);
+    bool LoadAllCerts();
+    bool loadAllCertsInSession();
+    void ClearCertVector();
+    std::vector<slCertificate*>::iterator CertVectorBegin() { return m_Certs.begin(); }
+    std::vector<slCertificate*>::iterator CertVectorEnd() { return m_Certs.end(); }
+    std::string GetSubject() const { return m_Subject; }
+    std::string GetSubjectCN() const { return m_SubjectCN; }
+    std::string GetIssuer() const { return m_Issuer; }
+    std::string GetSerialNumber() const { return m_SerialNumber; }
+    // SHA-1 thumbprint of the last loaded certificate; length: capacity in, used out
+    bool GetFingerprint(HashAlgorithm& alg, unsigned char* buffer, unsigned long& length) const;
+    // subjectPublicKey content of the last loaded certificate; length as above
+    bool GetPublicKeyData(unsigned char* buffer, unsigned long& length) const;
+    // the same parsed into numbers; null until a certificate was loaded
+    const ParsedPublicKey* GetParsedPublicKey() const { return m_PublicKey.get(); }
+
+    // ---- card data objects and APDUs ----
+    bool SendAPDU(std::vector<unsigned char> command, std::vector<unsigned char>& response);
+    bool SendAPDU(const unsigned char* command, unsigned long commandLength,
+                  unsigned char* response, unsigned long& responseLength);
+    bool SendAPDU_HEX(const std::string& commandHex, std::string& responseHex);
+    bool ReadEHIC(unsigned char* buffer, unsigned long& length);
+    bool ReadGrunddaten(unsigned char* buffer, unsigned long& length);
+    bool UpdatePersonenbindung(const std::string& cin, const std::vector<unsigned char>& data,
+                               std::string& errorText);
+    // Data objects of the infobox area (session must be open). The value
+    // buffer holds at most CERT_BUFFER_SIZE bytes; the first object whose
+    // label equals the given one is used.
+    bool ReadDataObject(const std::string& label, std::vector<unsigned char>& value);
+    bool ReadDataObject(const std::string& label, std::vector<unsigned char>& value,
+                        bool& isPrivate);
+    // Writes value and private flag in one call (needs a read-write session).
+    bool WriteDataObject(const std::string& label, const std::vector<unsigned char>& value,
+                         bool isPrivate);
+
+private:
+    // Finds the private key with the wanted label among all private keys and
+    // reads its key type; keyFound false when none matches.
+    bool findSigningKey(bool signatureKey, CK_OBJECT_HANDLE& key, CK_KEY_TYPE& keyType,
+                        bool& keyFound);
+    bool findKeyByLabel(const std::string& label, CK_OBJECT_CLASS keyClass,
+                        CK_OBJECT_HANDLE& key, CK_KEY_TYPE& keyType);
+    bool findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE& handle,
+                               std::vector<unsigned char>& value, bool& tooLarge);
+    bool takeCertificateTexts(const std::vector<unsigned char>& der);
+    bool findDataObject(const std::string& label, CK_OBJECT_HANDLE& handle);
+    bool readCardAttribute(const char* name, unsigned char* buffer, unsigned long& length,
+                           const char* errorText);
+    bool moduleHashesRipemd160() const;
+    void clearCertificateTexts();
+
+    // ---- class-wide state: one module per process ----
+    static bool m_bInitialized;
+
+    static CK_C_Initialize Proc_C_Initialize;
+    static CK_C_GetSlotList Proc_C_GetSlotList;
+    static CK_C_WaitForSlotEvent Proc_C_WaitForSlotEvent;
+    static CK_C_GetTokenInfo Proc_C_GetTokenInfo;
+    static CK_C_GetSlotInfo Proc_C_GetSlotInfo;
+    static CK_C_OpenSession Proc_C_OpenSession;
+    static CK_C_CloseSession Proc_C_CloseSession;
+    static CK_C_DigestInit Proc_C_DigestInit;
+    static CK_C_DigestUpdate Proc_C_DigestUpdate;
+    static CK_C_DigestFinal Proc_C_DigestFinal;
+    static CK_C_Login Proc_C_Login;
+    static CK_C_Logout Proc_C_Logout;
+    static CK_C_FindObjectsInit Proc_C_FindObjectsInit;
+    static CK_C_FindObjects Proc_C_FindObjects;
+    static CK_C_FindObjectsFinal Proc_C_FindObjectsFinal;
+    static CK_C_SignInit Proc_C_SignInit;
+    static CK_C_Sign Proc_C_Sign;
+    static CK_C_VerifyInit Proc_C_VerifyInit;
+    static CK_C_Verify Proc_C_Verify;
+    static CK_C_GenerateKey Proc_C_GenerateKey;
+    static CK_C_EncryptInit Proc_C_EncryptInit;
+    static CK_C_EncryptUpdate Proc_C_EncryptUpdate;
+    static CK_C_Encrypt Proc_C_Encrypt;
+    static CK_C_EncryptFinal Proc_C_EncryptFinal;
+    static CK_C_WrapKey Proc_C_WrapKey;
+    static CK_C_UnwrapKey Proc_C_UnwrapKey;
+    static CK_C_DecryptInit Proc_C_DecryptInit;
+    static CK_C_DecryptUpdate Proc_C_DecryptUpdate;
+    static CK_C_Decrypt Proc_C_Decrypt;
+    static CK_C_DecryptFinal Proc_C_DecryptFinal;
+    static CK_C_GetAttributeValue Proc_C_GetAttributeValue;
+    static CK_C_DestroyObject Proc_C_DestroyObject;
+    static CK_C_CreateObject Proc_C_CreateObject;
+    static CK_C_SetPIN Proc_C_SetPIN;
+    static CK_C_SetAttributeValue Proc_C_SetAttributeValue;
+    static CK_C_GetInfo Proc_C_GetInfo;
+    static CK_C_Finalize Proc_C_Finalize;
+    static CK_C_SeedRandom Proc_C_SeedRandom;
+    static CK_C_GenerateRandom Proc_C_GenerateRandom;
+    static CK_C_GetMechanismList Proc_C_GetMechanismList;
+    static CK_C_GetMechanismInfo Proc_C_GetMechanismInfo;
+    static PFN_C_CardTransmit Proc_C_CardTransmit;
+    static PFN_C_CardAttribute Proc_C_CardAttribute;
+
+    static void resolveSymbols(void* module);
+    static void forgetSymbols();
+
+    // ---- per-object state ----
+    std::vector<SlotStruct*> m_Slots;
+    void* m_hModule = nullptr;
+    std::string m_Manufacturer;
+    std::string m_Description;
+    std::string m_Version;
+    std::string m_Atr;
+    CK_SESSION_HANDLE m_hSession = 0;
+    unsigned char m_SigningCert[CERT_BUFFER_SIZE] = {};
+    unsigned long m_SigningCertLength = 0;
+    std::vector<slCertificate*> m_Certs;
+    int32_t m_CardType = 0;
+    int32_t m_SlotIndex = -1;
+    int32_t m_ClientVersion[4] = {0, 0, 0, 0};
+
+    // texts taken from the last loaded certificate
+    std::vector<unsigned char> m_Fingerprint;
+    std::string m_SerialNumber;
+    std::string m_Issuer;
+    std::string m_Subject;
+    std::string m_SubjectCN;
+    std::vector<unsigned char> m_PublicKeyData;
+    std::unique_ptr<ParsedPublicKey> m_PublicKey;
+};
+
+} // namespace Korvex
