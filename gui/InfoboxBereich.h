@@ -1,0 +1,100 @@
+// Infobox viewer: lists the data objects of a card's infobox area, shows the
+// chosen one as hex and as text (the identity link as a personal summary) and,
+// on cards that keep an infobox file, switches an entry between PIN-protected
+// and unprotected storage.
+#pragma once
+
+#include "token/acPKCS11Types.h"
+
+#include <wx/dialog.h>
+#include <wx/timer.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class wxButton;
+class wxListBox;
+class wxNotebook;
+class wxTextCtrl;
+
+namespace Korvex {
+class acPKCS11;
+}
+namespace LibInfobox {
+class InfoboxFS;
+}
+
+class InfoboxBereich : public wxDialog {
+public:
+    // What SetContent shows.
+    enum ContentType { CONTENT_CLEAR = 0, CONTENT_IDENTITY_LINK = 1, CONTENT_OTHER = 2 };
+
+    enum {
+        ID_START_TIMER = 5444,
+        ID_LISTBOX = wxID_HIGHEST + 5444,
+        ID_PROTECT,
+        ID_CLOSE
+    };
+
+    InfoboxBereich(wxWindow* parent, Korvex::TokenType type);
+    ~InfoboxBereich() override;
+
+    // The token object is borrowed from the caller.
+    void SetP11(Korvex::acPKCS11* token, int slotIndex);
+
+    // Starts the one-shot start timer, so the first load runs once the dialog
+    // is on screen, then runs the modal loop.
+    int ShowModal() override;
+
+    void MyEnable(bool enable);
+    // Shows the missing-identity-link dialog modally; virtual so that a
+    // caller can watch it being asked for.
+    virtual void ShowNoPersB();
+
+    virtual void evt_OnTimer(wxTimerEvent& event);
+    virtual void evt_listbox(wxCommandEvent& event);
+    virtual void evt_encrypt(wxCommandEvent& event);
+    virtual void evt_button_close(wxCommandEvent& event);
+
+    void SetContent(const std::vector<unsigned char>& bytes, ContentType type);
+
+    // The widgets and state, for callers that drive the dialog without a mouse.
+    wxListBox* GetList() const { return m_list; }
+    wxTextCtrl* GetBinaryPage() const { return m_binary; }
+    wxTextCtrl* GetTextPage() const { return m_textPage; }
+    wxButton* GetProtectButton() const { return m_protect; }
+    bool IsInfoboxFileMode() const { return m_infoboxFileMode; }
+
+private:
+    void set_properties();
+    void do_layout();
+
+    // Reads one data object of the card into `out`; see the .cpp for when an
+    // object counts as empty.
+    bool LoadInfoboxData(const std::string& label, std::vector<unsigned char>& out);
+    bool LoadInfobox();
+    void listbox(const wxString& text);
+    void listboxInfoboxKonzept(const wxString& text);
+    // Tag named by the first characters of a list item.
+    static unsigned char TagFromItem(const wxString& text);
+    static std::string DataObjectLabel(unsigned char tag);
+
+    Korvex::acPKCS11* m_token = nullptr;
+    int m_slot = -1;
+    Korvex::TokenType m_type;
+    std::unique_ptr<LibInfobox::InfoboxFS> m_infobox;
+    bool m_infoboxFileMode = false;
+    wxString m_lastSelection;
+    std::vector<unsigned char> m_cachedContent;
+    wxTimer m_startTimer;
+
+    wxListBox* m_list = nullptr;
+    wxNotebook* m_notebook = nullptr;
+    wxTextCtrl* m_binary = nullptr;
+    wxTextCtrl* m_textPage = nullptr;
+    wxButton* m_protect = nullptr;
+    wxButton* m_close = nullptr;
+
+    wxDECLARE_EVENT_TABLE();
+};

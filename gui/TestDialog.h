@@ -1,0 +1,91 @@
+// Signature test dialog: hashes a test text, has the card sign the digest with
+// the signature or encryption key, shows the signature in Base64 and lets the
+// card verify it again. Nothing is stored.
+#pragma once
+
+#include "crypto/HashAlgorithm.h"
+#include "token/acPKCS11Types.h"
+
+#include <wx/dialog.h>
+#include <wx/timer.h>
+
+#include <memory>
+
+class FadeOut;
+class wxButton;
+class wxComboBox;
+class wxStaticBitmap;
+class wxStaticText;
+class wxTextCtrl;
+
+namespace Korvex {
+class acPKCS11;
+}
+
+class TestDialog : public wxDialog {
+public:
+    TestDialog(wxWindow* parent, wxWindowID id, const wxString& title,
+               const wxPoint& pos = wxDefaultPosition, const wxSize& size = wxDefaultSize,
+               long style = wxDEFAULT_DIALOG_STYLE);
+    ~TestDialog() override;
+
+    // Binds the dialog to one card and key; the token object stays owned by
+    // the caller and must outlive the dialog.
+    void SetP11(Korvex::acPKCS11* p11, int slot, Korvex::ApplType appl);
+
+    // Maps the selected hash entry to its algorithm; shows the error status
+    // and returns false when nothing usable is selected.
+    bool GetHashAlgorithm(Korvex::HashAlgorithm& out);
+
+    // Empty text hides the status line; otherwise shows it with the green or
+    // red icon and starts the fade.
+    void SetStatus(const wxString& text, bool isError);
+
+    virtual void evt_sign(wxCommandEvent& event);
+    virtual void evt_verify(wxCommandEvent& event);
+    virtual void evt_closedlg(wxCommandEvent& event);
+    virtual void evt_OnFadeOut(wxTimerEvent& event);
+
+    // The widgets, for callers that drive the dialog without a mouse.
+    wxTextCtrl* GetTextField() const { return m_text; }
+    wxTextCtrl* GetSignatureField() const { return m_signature; }
+    wxComboBox* GetHashChoice() const { return m_hash; }
+    wxTextCtrl* GetKeyAlgorithmField() const { return m_keyAlgorithm; }
+    wxStaticText* GetStatusText() const { return m_statusText; }
+    wxStaticBitmap* GetStatusIcon() const { return m_statusIcon; }
+
+    enum {
+        ID_CLOSE = 5447,
+        ID_SIGN = 5448,
+        ID_VERIFY = 5449,
+        ID_FADE_TIMER = 5445
+    };
+
+private:
+    void set_properties();
+    void do_layout();
+    // Label of the private key that belongs to the bound application.
+    const char* KeyLabel() const;
+    // Digest of the current test text with the selected algorithm; shows the
+    // matching error status on failure.
+    bool HashTestText(std::vector<unsigned char>& digest);
+
+    wxTextCtrl* m_text = nullptr;
+    wxTextCtrl* m_signature = nullptr;
+    wxComboBox* m_hash = nullptr;
+    wxTextCtrl* m_keyAlgorithm = nullptr;
+    wxButton* m_signButton = nullptr;
+    wxButton* m_verifyButton = nullptr;
+    wxButton* m_closeButton = nullptr;
+    wxStaticBitmap* m_statusIcon = nullptr;
+    wxStaticText* m_statusText = nullptr;
+
+    wxTimer m_fadeTimer;
+    std::unique_ptr<FadeOut> m_fade;
+
+    Korvex::acPKCS11* m_p11 = nullptr;
+    int m_slot = -1;
+    Korvex::ApplType m_appl = Korvex::APPL_SIGNATURE;
+
+    wxDECLARE_EVENT_TABLE();
+};
