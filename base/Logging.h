@@ -112,6 +112,8 @@ private:
     explicit LibLogging(unsigned index);
     ~LibLogging();
 
+    void LogIfLevel(LOG_LEVEL minimum, const std::string& text, DebugLevel kind);
+    // The callers below hold m_mutex.
     void WriteEntry(DebugLevel kind, const std::string& text, long t, bool toBuffer);
     void AddToBuffer(DebugLevel kind, const std::string& text, long t);
     void WriteLine(const std::string& line);
@@ -121,7 +123,7 @@ private:
     std::string AppendLogExtension(const std::string& path) const;
     static void GetExtension(const std::string& name, std::string& base, std::string& extension);
     std::string NameWithTimeStamp(const std::string& name) const;
-    std::string NumberedName(const std::string& name) const;
+    std::string NumberedName(const std::string& name);
     void LogToWinDbgView(const std::string& line) const;
 
     unsigned m_index;
@@ -142,6 +144,8 @@ private:
     std::int32_t m_bufferSize = 0;
     std::list<LogBufferEntry> m_buffer;
     std::deque<std::string> m_functionStack;
+    // Numbers below this one are known to be taken by earlier backups.
+    unsigned m_nextBackupNumber = 1;
 
     // Both program threads write; one lock covers rotation and the write so
     // that every line lands in exactly one file.
