@@ -1,0 +1,331 @@
+// Infobox viewer dialog: reading the card's data objects, the object list in
+// its two layouts, the content pages and the protection switch.
+#include "gui/InfoboxBereich.h"
+
+#include "base/ByteArray.h"
+#include "formats/InfoboxFS.h"
+#include "formats/Personenbindung.h"
+#include "gui/NoPersB.h"
+#include "gui/Images.h"
+#include "gui/Translate.h"
+#include "token/acPKCS11.h"
+
+#include <wx/button.h>
+#include <wx/listbox.h>
+#include <wx/notebook.h>
+#include <wx/sizer.h>
+#include <wx/statbox.h>
+#include <wx/textctrl.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+
+namespace {
+
+// An object whose first bytes are all zero was never written.
+constexpr std::size_t kEmptyProbeBytes = 128;
+
+// Type byte of an infobox entry: bit 0 marks PIN-protected storage.
+constexpr unsigned char kProtectedBit = 0x01;
+constexpr unsigned char kIdentityLinkTag = 1;
+
+const char kFixedIdentityLink[] = "Personenbindung";
+const char kFixedRfu1[] = "RFU1";
+const char kFixedRfu2[] = "RFU2";
+
+wxString U8(const std::string& text) { return wxString::FromUTF8(text.data(), text.size()); }
+
+bool AllZero(const std::vector<unsigned char>& bytes, std::size_t count) {
+    const std::size_t n = std::min(bytes.size(), count);
+    return std::all_of(bytes.begin(), bytes.begin() + static_cast<long>(n),
+                       [](unsigned char b) { return b == 0; });
+}
+
+// Text page of data that is not an identity link: UTF-8 where the bytes are
+// valid UTF-8, else one character per byte; control characters other than
+// line ends and tabs show as dots.
+wxString BytesAsText(const std::vector<unsigned char>& bytes) {
+    wxString text = wxString::FromUTF8(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    if (text.empty() && !bytes.empty())
+        text = wxString(reinterpret_cast<const char*>(bytes.data()), wxConvISO8859_1, bytes.size());
+    wxString shown;
+    shown.reserve(text.length());
+    for (wxUniChar c : text) {
+        const wxUint32 code = c.GetValue();
+        const bool control = code < 0x20 || (code >= 0x7F && code < 0xA0);
+        shown += (control && c != '\n' && c != '\r' && c != '\t') ? wxUniChar('.') : c;
+    }
+    return shown;
+}
+
+wxString IdentityLinkSummary(const std::vector<unsigned char>& bytes) {
+    // parse() wants a writable buffer.
+    std::vector<unsigned char> copy(bytes);
+    Korvex::Personenbindung link;
+    link.parse(copy.data(), static_cast<int>(copy.size()));
+    return wxT("Vorname: ") + U8(link.getGivenName()) + wxT("\r\nNachname: ") +
+           U8(link.getFamilyName()) + wxT("\r\nGeburtsdatum: ") + U8(link.getDateOfBirth()) +
+           wxT("\r\n\r\nIssuerTemplate: ") + U8(link.getIssuerTemplate()) +
+           wxT("\r\nIssueInstant: ") + U8(link.getIssueInstant());
+}
+
+} // namespace
+
+wxBEGIN_EVENT_TABLE(InfoboxBereich, wxDialog)
+    EVT_TIMER(InfoboxBereich::ID_START_TIMER, InfoboxBereich::evt_OnTimer)
+    EVT_LISTBOX(InfoboxBereich::ID_LISTBOX, InfoboxBereich::evt_listbox)
+    EVT_BUTTON(InfoboxBereich::ID_PROTECT, InfoboxBereich::evt_encrypt)
+    EVT_BUTTON(InfoboxBereich::ID_CLOSE, InfoboxBereich::evt_button_close)
+wxEND_EVENT_TABLE()
+
+InfoboxBereich::InfoboxBereich(wxWindow* parent, Korvex::TokenType type)
+    : wxDialog(parent, wxID_ANY, Tr("Infoboxbereich"), wxDefaultPosition, wxDefaultSize,
+               wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
+      m_type(type),
+      m_infobox(new LibInfobox::InfoboxFS()),
+      m_startTimer(this, ID_START_TIMER) {
+    m_list = new wxListBox(this, ID_LISTBOX, wxDefaultPosition, wxDefaultSize, 0, nullptr,
+                           wxLB_SINGLE);
+    m_notebook = new wxNotebook(this, wxID_ANY);
+    m_binary = new wxTextCtrl(m_notebook, wxID_ANY, wxEmptyString, wxDefaultPosition,
+                              wxDefaultSize, wxTE_MULTILINE | wxTE_READONLY);
+    m_textPage = new wxTextCtrl(m_notebook, wxID_ANY, wxEmptyString, wxDefaultPosition,
+                                wxDefaultSize, wxTE_MULTILINE | wxTE_READONLY);
+    m_protect = new wxButton(this, ID_PROTECT, Tr("unverschlüsselt speichern"));
+    m_close = new wxButton(this, ID_CLOSE, Tr("Schließen"));
+    SetIcon(wxIcon(IconXpm));
+    set_properties();
+    do_layout();
+}
+
+InfoboxBereich::~InfoboxBereich() { m_startTimer.Stop(); }
+
+void InfoboxBereich::set_properties() {
+    const wxFont fixed(10, wxFONTFAMILY_TELETYPE, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_NORMAL, false,
+                       wxT("Courier New"));
+    m_binary->SetFont(fixed);
+    m_textPage->SetFont(fixed);
+    m_list->SetMinSize(wxSize(220, 260));
+    m_notebook->SetMinSize(wxSize(520, 260));
+    m_protect->Disable();
+}
+
+void InfoboxBereich::do_layout() {
+    m_notebook->AddPage(m_binary, wxT("Binary"));
+    m_notebook->AddPage(m_textPage, wxT("Text"));
+
+    wxStaticBoxSizer* content = new wxStaticBoxSizer(wxVERTICAL, this, wxT("Inhalt"));
+    content->Add(m_notebook, 1, wxEXPAND | wxALL, 4);
+
+    wxBoxSizer* body = new wxBoxSizer(wxHORIZONTAL);
+    body->Add(m_list, 0, wxEXPAND | wxALL, 8);
+    body->Add(content, 1, wxEXPAND | wxTOP | wxRIGHT | wxBOTTOM, 8);
+
+    wxBoxSizer* buttons = new wxBoxSizer(wxHORIZONTAL);
+    buttons->Add(m_protect, 0, wxRIGHT, 8);
+    buttons->AddStretchSpacer();
+    buttons->Add(m_close, 0);
+
+    wxBoxSizer* top = new wxBoxSizer(wxVERTICAL);
+    top->Add(body, 1, wxEXPAND);
+    top->Add(buttons, 0, wxEXPAND | wxLEFT | wxRIGHT | wxBOTTOM, 8);
+    SetSizer(top);
+    top->Fit(this);
+    Layout();
+}
+
+void InfoboxBereich::SetP11(Korvex::acPKCS11* token, int slotIndex) {
+    m_token = token;
+    m_slot = slotIndex;
+}
+
+int InfoboxBereich::ShowModal() {
+    m_startTimer.StartOnce(2);
+    return wxDialog::ShowModal();
+}
+
+void InfoboxBereich::MyEnable(bool enable) {
+    m_list->Enable(enable);
+    m_notebook->Enable(enable);
+    m_close->Enable(enable);
+    // The protect button follows the selection, never the dialog as a whole.
+    if (!enable) m_protect->Disable();
+}
+
+void InfoboxBereich::ShowNoPersB() {
+    NoPersB dialog(this, wxID_ANY, Tr("Keine Personenbindung"));
+    dialog.ShowModal();
+}
+
+bool InfoboxBereich::LoadInfoboxData(const std::string& label, std::vector<unsigned char>& out) {
+    m_cachedContent.clear();
+    if (m_token == nullptr) return false;
+    if (m_token->OpenSession(m_slot, false)) {
+        std::vector<unsigned char> value;
+        if (m_token->ReadDataObject(label, value)) {
+            out.swap(value);
+            m_token->CloseSession();
+            if (AllZero(out, kEmptyProbeBytes))
+                out.clear();
+            else
+                m_cachedContent = out;
+            return true;
+        }
+    }
+    m_token->CloseSession();
+    if (!out.empty()) m_cachedContent = out;
+    return false;
+}
+
+void InfoboxBereich::evt_OnTimer(wxTimerEvent&) {
+    MyEnable(false);
+    wxYieldIfNeeded();
+    Korvex::TokenInfoStruct2 info;
+    const bool haveInfo =
+        m_token != nullptr && m_token->GetTokenInfo(static_cast<unsigned long>(m_slot), info);
+    m_protect->Disable();
+
+    if (haveInfo && info.extended) {
+        m_infoboxFileMode = true;
+        LoadInfobox();
+    } else {
+        m_list->Append(Tr(kFixedIdentityLink));
+        m_list->Append(Tr(kFixedRfu1));
+        m_list->Append(Tr(kFixedRfu2));
+    }
+
+    MyEnable(true);
+    if (m_list->IsEmpty()) ShowNoPersB();
+}
+
+bool InfoboxBereich::LoadInfobox() {
+    m_list->Clear();
+    std::vector<unsigned char> file;
+    if (!LoadInfoboxData("INFOBOX", file)) return false;
+    m_infobox->Clear();
+    if (!m_infobox->ParseInfoboxData(Korvex::ByteArray(file))) return false;
+
+    for (unsigned char tag : m_infobox->GetTagList()) {
+        const std::string label = LibInfobox::InfoboxFS::TagToLabel(tag);
+        m_list->Append(wxString::Format(wxT("%02x "), static_cast<unsigned>(tag)) +
+                       (label.empty() ? Tr("Unbekannt") : U8(label)));
+    }
+    m_list->SetSelection(wxNOT_FOUND);
+    m_protect->Disable();
+    return true;
+}
+
+void InfoboxBereich::evt_listbox(wxCommandEvent& event) {
+    const wxString text = event.GetString();
+    if (text == m_lastSelection) return;
+    m_lastSelection = text;
+    SetContent({}, CONTENT_CLEAR);
+    if (m_infoboxFileMode)
+        listboxInfoboxKonzept(text);
+    else
+        listbox(text);
+}
+
+void InfoboxBereich::listbox(const wxString& text) {
+    std::string label;
+    if (text.IsSameAs(Tr(kFixedIdentityLink), false))
+        label = "PERSONENBINDUNG";
+    else if (text.IsSameAs(Tr(kFixedRfu1), false))
+        label = "RFU1";
+    else if (text.IsSameAs(Tr(kFixedRfu2), false))
+        label = "RFU2";
+    else
+        return;
+    const bool identityLink = label == "PERSONENBINDUNG";
+
+    std::vector<unsigned char> content;
+    LoadInfoboxData(label, content);
+    if (!content.empty())
+        SetContent(content, identityLink ? CONTENT_IDENTITY_LINK : CONTENT_OTHER);
+    else if (identityLink)
+        ShowNoPersB();
+}
+
+unsigned char InfoboxBereich::TagFromItem(const wxString& text) {
+    const std::string head = text.Left(3).ToStdString();
+    return static_cast<unsigned char>(std::strtol(head.c_str(), nullptr, 16) & 0xFF);
+}
+
+std::string InfoboxBereich::DataObjectLabel(unsigned char tag) {
+    char label[8];
+    std::snprintf(label, sizeof label, "0x%02x", static_cast<unsigned>(tag));
+    return label;
+}
+
+void InfoboxBereich::listboxInfoboxKonzept(const wxString& text) {
+    const unsigned char tag = TagFromItem(text);
+    unsigned char type = 0;
+    Korvex::ByteArray entryData;
+    if (!m_infobox->GetEntry(tag, type, entryData)) return;
+
+    if (type == 0)
+        m_protect->SetLabel(Tr("verschlüsselt speichern"));
+    else if (type & kProtectedBit)
+        m_protect->SetLabel(Tr("unverschlüsselt speichern"));
+
+    std::vector<unsigned char> content;
+    LoadInfoboxData(DataObjectLabel(tag), content);
+    if (!content.empty()) {
+        SetContent(content, tag == kIdentityLinkTag ? CONTENT_IDENTITY_LINK : CONTENT_OTHER);
+        m_protect->Enable();
+    } else if (tag == kIdentityLinkTag) {
+        ShowNoPersB();
+    }
+}
+
+void InfoboxBereich::evt_encrypt(wxCommandEvent&) {
+    if (m_token == nullptr) return;
+    const int selected = m_list->GetSelection();
+    if (selected == wxNOT_FOUND) return;
+    const unsigned char tag = TagFromItem(m_list->GetString(static_cast<unsigned>(selected)));
+    unsigned char type = 0;
+    Korvex::ByteArray entryData;
+    if (!m_infobox->GetEntry(tag, type, entryData)) return;
+
+    const std::string label = DataObjectLabel(tag);
+    if (!m_token->OpenSession(m_slot, true)) return;
+
+    // What was shown last is what goes back; only an unread object is read.
+    std::vector<unsigned char> content = m_cachedContent;
+    if (content.empty()) {
+        bool isPrivate = false;
+        if (!m_token->ReadDataObject(label, content, isPrivate)) {
+            m_token->CloseSession();
+            return;
+        }
+    }
+    const bool protect = (type & kProtectedBit) == 0;
+    const bool written = m_token->WriteDataObject(label, content, protect);
+    m_token->CloseSession();
+
+    if (written) {
+        SetContent({}, CONTENT_CLEAR);
+        m_lastSelection.clear();
+        LoadInfobox();
+    }
+}
+
+void InfoboxBereich::evt_button_close(wxCommandEvent&) {
+    if (IsModal())
+        EndModal(0);
+    else
+        Hide();
+}
+
+void InfoboxBereich::SetContent(const std::vector<unsigned char>& bytes, ContentType type) {
+    if (type == CONTENT_CLEAR || bytes.empty()) {
+        m_binary->Clear();
+        m_textPage->Clear();
+        return;
+    }
+    m_binary->SetValue(U8(Korvex::ByteArray(bytes).ToHexString(1)));
+    m_textPage->SetValue(type == CONTENT_IDENTITY_LINK ? IdentityLinkSummary(bytes)
+                                                       : BytesAsText(bytes));
+}

@@ -1,0 +1,294 @@
+// Signature test dialog: layout, choice of hash by key size, signing and
+// verification on the card, and the dialog's own fading status line.
+#include "gui/TestDialog.h"
+
+#include "base/base64.h"
+#include "crypto/Hash.h"
+#include "gui/FadeOut.h"
+#include "gui/Images.h"
+#include "gui/Translate.h"
+#include "token/acPKCS11.h"
+
+#include <wx/bmpbuttn.h>
+#include <wx/button.h>
+#include <wx/combobox.h>
+#include <wx/sizer.h>
+#include <wx/statbmp.h>
+#include <wx/stattext.h>
+#include <wx/textctrl.h>
+#include <wx/utils.h>
+
+
+namespace {
+
+const char kPresetText[] =
+    "Das ist ein Test!\n\nDie Signatur dieses Textes wird nur virtuell erstellt und nicht "
+    "abgespeichert.";
+
+// Below this key size no offered digest fits the key.
+constexpr int kMinKeyBitsForSha1 = 192;
+constexpr int kMinKeyBitsForSha256 = 256;
+
+// The status line stands unchanged this long before it starts fading.
+constexpr int kFadeHoldMs = 1500;
+constexpr int kFadeStepMs = 100;
+constexpr int kFadeSteps = 50;
+
+
+} // namespace
+
+wxBEGIN_EVENT_TABLE(TestDialog, wxDialog)
+    EVT_BUTTON(TestDialog::ID_SIGN, TestDialog::evt_sign)
+    EVT_BUTTON(TestDialog::ID_VERIFY, TestDialog::evt_verify)
+    EVT_BUTTON(TestDialog::ID_CLOSE, TestDialog::evt_closedlg)
+    EVT_TIMER(TestDialog::ID_FADE_TIMER, TestDialog::evt_OnFadeOut)
+wxEND_EVENT_TABLE()
+
+TestDialog::TestDialog(wxWindow* parent, wxWindowID id, const wxString& title, const wxPoint& pos,
+                       const wxSize& size, long style)
+    : wxDialog(parent, id, title, pos, size, style),
+      m_fadeTimer(this, ID_FADE_TIMER),
+      m_fade(new FadeOut()) {
+    m_text = new wxTextCtrl(this, wxID_ANY, Tr(kPresetText), wxDefaultPosition, wxDefaultSize,
+                            wxTE_MULTILINE);
+    m_signature = new wxTextCtrl(this, wxID_ANY, wxEmptyString, wxDefaultPosition, wxDefaultSize,
+                                 wxTE_MULTILINE | wxTE_READONLY);
+    m_hash = new wxComboBox(this, wxID_ANY, wxEmptyString, wxDefaultPosition, wxDefaultSize, 0,
+                            nullptr, wxCB_DROPDOWN | wxCB_READONLY);
+    m_keyAlgorithm = new wxTextCtrl(this, wxID_ANY, wxEmptyString, wxDefaultPosition,
+                                    wxDefaultSize, wxTE_READONLY);
+    m_signButton = new wxButton(this, ID_SIGN, Tr("Unterschreiben"));
+    m_verifyButton = new wxButton(this, ID_VERIFY, Tr("Prüfen"));
+    m_closeButton = new wxButton(this, ID_CLOSE, Tr("Dialog schließen"));
+    m_statusIcon = new wxStaticBitmap(this, wxID_ANY, wxBitmap(ButtonOk));
+    m_statusText = new wxStaticText(this, wxID_ANY, wxEmptyString, wxDefaultPosition,
+                                    wxDefaultSize, wxALIGN_CENTRE_HORIZONTAL);
+    set_properties();
+    do_layout();
+}
+
+TestDialog::~TestDialog() { m_fadeTimer.Stop(); }
+
+void TestDialog::set_properties() {
+    m_text->SetMinSize(wxSize(480, 110));
+    m_signature->SetMinSize(wxSize(480, 110));
+    m_hash->SetMinSize(wxSize(140, -1));
+    m_keyAlgorithm->SetMinSize(wxSize(80, -1));
+    m_statusIcon->Hide();
+    m_statusText->Hide();
+    m_signButton->SetDefault();
+}
+
+void TestDialog::do_layout() {
+    wxBoxSizer* top = new wxBoxSizer(wxVERTICAL);
+    top->Add(new wxStaticText(this, wxID_ANY, Tr("Text")), 0, wxLEFT | wxRIGHT | wxTOP, 8);
+    top->Add(m_text, 1, wxEXPAND | wxALL, 8);
+
+    wxFlexGridSizer* algorithms = new wxFlexGridSizer(2, 4, 6, 8);
+    algorithms->Add(new wxStaticText(this, wxID_ANY, Tr("Hashalgorithmus")), 0,
+                    wxALIGN_CENTER_VERTICAL);
+    algorithms->Add(m_hash, 0, wxALIGN_CENTER_VERTICAL);
+    algorithms->Add(new wxStaticText(this, wxID_ANY, Tr("Signaturalgorithmus")), 0,
+                    wxALIGN_CENTER_VERTICAL | wxLEFT, 16);
+    algorithms->Add(m_keyAlgorithm, 0, wxALIGN_CENTER_VERTICAL);
+    top->Add(algorithms, 0, wxLEFT | wxRIGHT, 8);
+
+    top->Add(new wxStaticText(this, wxID_ANY, Tr("Signatur")), 0, wxLEFT | wxRIGHT | wxTOP, 8);
+    top->Add(m_signature, 1, wxEXPAND | wxALL, 8);
+
+    wxBoxSizer* buttons = new wxBoxSizer(wxHORIZONTAL);
+    buttons->Add(m_signButton, 0, wxRIGHT, 8);
+    buttons->Add(m_verifyButton, 0, wxRIGHT, 8);
+    buttons->AddStretchSpacer();
+    buttons->Add(m_closeButton, 0);
+    top->Add(buttons, 0, wxEXPAND | wxLEFT | wxRIGHT | wxBOTTOM, 8);
+
+    wxBoxSizer* status = new wxBoxSizer(wxHORIZONTAL);
+    status->AddStretchSpacer();
+    status->Add(m_statusIcon, 0, wxALIGN_CENTER_VERTICAL | wxRIGHT, 8);
+    status->Add(m_statusText, 0, wxALIGN_CENTER_VERTICAL);
+    status->AddStretchSpacer();
+    // Keeps the dialog from jumping when the status line appears.
+    status->SetMinSize(wxSize(-1, 36));
+    top->Add(status, 0, wxEXPAND | wxLEFT | wxRIGHT | wxBOTTOM, 8);
+
+    SetSizer(top);
+    top->Fit(this);
+    Layout();
+}
+
+void TestDialog::SetP11(Korvex::acPKCS11* p11, int slot, Korvex::ApplType appl) {
+    if (p11 == nullptr) return;
+    m_p11 = p11;
+    m_slot = slot;
+    m_appl = appl;
+
+    // A failed read leaves the key size at 0, which offers no hash at all.
+    Korvex::TokenInfoStruct2 info;
+    p11->GetTokenInfo(static_cast<unsigned long>(slot), info);
+
+    int keyAlgorithm = 0;
+    int keyBits = 0;
+    if (appl == Korvex::APPL_SIGNATURE) {
+        keyAlgorithm = info.sigKeyAlgo;
+        keyBits = info.sigKeyLength;
+    } else if (appl == Korvex::APPL_ENCRYPTION) {
+        keyAlgorithm = info.encKeyAlgo;
+        keyBits = info.encKeyLength;
+    } else {
+        SetStatus(Tr("Ungültige Karte"), true);
+        return;
+    }
+
+    if (keyAlgorithm == Korvex::KEY_ALGO_RSA)
+        m_keyAlgorithm->SetValue(wxT("RSA"));
+    else if (keyAlgorithm == Korvex::KEY_ALGO_EC)
+        m_keyAlgorithm->SetValue(wxT("ECC"));
+
+    m_hash->Clear();
+    if (keyBits >= kMinKeyBitsForSha1) {
+        m_hash->Append(wxT("SHA-1"));
+        m_hash->Append(wxT("RIPEMD-160"));
+        if (keyBits >= kMinKeyBitsForSha256) m_hash->Append(wxT("SHA-256"));
+        // The longest digest the key allows.
+        m_hash->SetSelection(static_cast<int>(m_hash->GetCount()) - 1);
+    }
+}
+
+bool TestDialog::GetHashAlgorithm(Korvex::HashAlgorithm& out) {
+    out = Korvex::HashSha1;
+    const int selected = m_hash->GetSelection();
+    const std::string name =
+        selected == wxNOT_FOUND ? std::string() : m_hash->GetString(selected).ToStdString();
+    if (name.empty()) {
+        SetStatus(Tr("Ungültiger Hashwert ausgewählt"), true);
+        return false;
+    }
+    if (name == "SHA-1") {
+        out = Korvex::HashSha1;
+    } else if (name == "RIPEMD-160") {
+        out = Korvex::HashRipemd160;
+    } else if (name == "SHA-256") {
+        out = Korvex::HashSha256;
+    } else {
+        SetStatus(Tr("Ungültiger Hashwert"), true);
+        return false;
+    }
+    return true;
+}
+
+const char* TestDialog::KeyLabel() const {
+    return m_appl == Korvex::APPL_ENCRYPTION ? "SK.CH.EKEY" : "SK.CH.SIG";
+}
+
+bool TestDialog::HashTestText(std::vector<unsigned char>& digest) {
+    Korvex::HashAlgorithm algorithm;
+    if (!GetHashAlgorithm(algorithm)) return false;
+    // UTF-8 whatever the process locale, so signing and verifying always see
+    // the same bytes for the same text.
+    const wxScopedCharBuffer utf8 = m_text->GetValue().utf8_str();
+    const std::vector<unsigned char> data(utf8.data(), utf8.data() + utf8.length());
+    // The bare digest: the card signs exactly what it is given.
+    if (!Korvex::Hash(data, digest, algorithm, false)) {
+        SetStatus(Tr("Fehler beim Hashen des Textes"), true);
+        return false;
+    }
+    return true;
+}
+
+void TestDialog::evt_sign(wxCommandEvent&) {
+    SetStatus(wxEmptyString, false);
+    if (m_p11 == nullptr) return;
+
+    std::vector<unsigned char> digest;
+    if (!HashTestText(digest)) return;
+
+    if (!m_p11->OpenSession(m_slot, false)) {
+        SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
+        return;
+    }
+    std::vector<unsigned char> signature;
+    const bool signedOk = m_p11->Sign(KeyLabel(), digest, signature, Korvex::HashAlreadyHashed);
+    m_p11->CloseSession();
+
+    if (signedOk) {
+        m_signature->SetValue(wxString::FromUTF8(Korvex::b64Encode(signature)));
+        SetStatus(Tr("Signatur erfolgreich!"), false);
+    } else {
+        SetStatus(Tr("Fehler beim Signieren"), true);
+    }
+}
+
+void TestDialog::evt_verify(wxCommandEvent&) {
+    SetStatus(wxEmptyString, false);
+    if (m_p11 == nullptr) return;
+
+    std::vector<unsigned char> digest;
+    if (!HashTestText(digest)) return;
+    const std::vector<unsigned char> signature =
+        Korvex::b64Decode(m_signature->GetValue().ToStdString());
+
+    if (!m_p11->OpenSession(m_slot, false)) {
+        SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
+        return;
+    }
+    const bool verified =
+        m_p11->Verify(KeyLabel(), digest, signature, Korvex::HashAlreadyHashed);
+    m_p11->CloseSession();
+
+    if (verified)
+        SetStatus(Tr("Signaturprüfung erfolgreich!"), false);
+    else
+        SetStatus(Tr("Fehler beim Verifizieren der Signatur"), true);
+}
+
+void TestDialog::evt_closedlg(wxCommandEvent&) {
+    m_fadeTimer.Stop();
+    if (IsModal())
+        EndModal(wxID_CLOSE);
+    else
+        Hide();
+}
+
+void TestDialog::SetStatus(const wxString& text, bool isError) {
+    if (text.empty()) {
+        m_statusText->Hide();
+        m_statusIcon->Hide();
+        return;
+    }
+    const wxBitmap icon = isError ? wxBitmap(ButtonCancel) : wxBitmap(ButtonOk);
+    m_statusIcon->Show();
+    m_statusText->Show();
+    m_statusText->SetLabel(text);
+    m_statusIcon->SetBitmap(icon);
+
+    // GTK only re-measures the centred text after a real size change.
+    const wxSize size = GetSize();
+    SetSize(size.GetWidth() + 1, size.GetHeight());
+    SetSize(size);
+    Layout();
+    wxSafeYield(this, true);
+
+    if (icon.IsOk()) {
+        m_fade->Init(m_closeButton->GetForegroundColour(), m_closeButton->GetBackgroundColour(),
+                     icon.ConvertToImage(), kFadeSteps);
+        wxTimerEvent first(m_fadeTimer);
+        evt_OnFadeOut(first);
+        m_fadeTimer.Start(kFadeHoldMs, wxTIMER_CONTINUOUS);
+    }
+}
+
+void TestDialog::evt_OnFadeOut(wxTimerEvent&) {
+    if (m_statusIcon == nullptr) return;
+    m_fade->NextStep();
+    if (m_fade->Finished()) {
+        m_fadeTimer.Stop();
+        m_statusText->Hide();
+        m_statusIcon->Hide();
+        return;
+    }
+    m_statusText->SetForegroundColour(m_fade->GetColour());
+    m_statusText->Refresh();
+    m_statusIcon->SetBitmap(wxBitmap(m_fade->GetImage()));
+    if (m_fadeTimer.GetInterval() != kFadeStepMs) m_fadeTimer.Start(kFadeStepMs, wxTIMER_CONTINUOUS);
+}
