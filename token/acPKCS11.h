@@ -164,9 +164,11 @@ private:
     bool findKeyByLabel(const std::string& label, CK_OBJECT_CLASS keyClass,
                         CK_OBJECT_HANDLE& key, CK_KEY_TYPE& keyType);
     bool findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE& handle,
-                               std::vector<unsigned char>& value, bool& tooLarge);
+                               std::vector<unsigned char>& value, bool& failed);
     bool takeCertificateTexts(const std::vector<unsigned char>& der);
     bool findDataObject(const std::string& label, CK_OBJECT_HANDLE& handle);
+    bool readDataObject(const std::string& label, std::vector<unsigned char>& value,
+                        bool* isPrivate);
     bool readCardAttribute(const char* name, unsigned char* buffer, unsigned long& length,
                            const char* errorText);
     bool moduleHashesRipemd160() const;

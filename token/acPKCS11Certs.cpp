@@ -1,0 +1,287 @@
+// Certificates on the card: reading the signature or encryption certificate
+// into the object, the texts taken from it, and reading all certificates.
+#include "token/acPKCS11.h"
+
+#include "crypto/slCertificate.h"
+#include "formats/PublicKey.h"
+#include "token/acPKCS11Internal.h"
+
+#include <openssl/bio.h>
+#include <openssl/crypto.h>
+#include <openssl/x509.h>
+
+#include <cstring>
+
+namespace Korvex {
+
+using tokenimpl::callModule;
+
+namespace {
+
+constexpr CK_ULONG kMaxCertificates = 10;
+constexpr CK_ULONG kLabelBufferSize = 256;
+
+const char* certificateLabel(bool signatureCertificate)
+{
+    return signatureCertificate ? "C.CH.SIG" : "C.CH.EKEY";
+}
+
+// The "CN=" part of a one-line subject ("/C=AT/O=.../CN=Name").
+std::string commonNamePart(const std::string& subject)
+{
+    size_t start = 0;
+    while (start <= subject.size()) {
+        size_t end = subject.find('/', start);
+        if (end == std::string::npos)
+            end = subject.size();
+        std::string part = subject.substr(start, end - start);
+        if (part.compare(0, 3, "CN=") == 0)
+            return part;
+        start = end + 1;
+    }
+    return std::string();
+}
+
+} // namespace
+
+void acPKCS11::clearCertificateTexts()
+{
+    m_SigningCertLength = 0;
+    m_Fingerprint.clear();
+    m_SerialNumber.clear();
+    m_Issuer.clear();
+    m_Subject.clear();
+    m_SubjectCN.clear();
+    m_PublicKeyData.clear();
+    m_PublicKey.reset();
+}
+
+bool acPKCS11::findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE& handle,
+                                     std::vector<unsigned char>& value, bool& failed)
+{
+    // failed: the search or the read went wrong (already logged), as opposed
+    // to a card that simply has no such certificate.
+    failed = false;
+    CK_OBJECT_CLASS certClass = CKO_CERTIFICATE;
+    CK_ATTRIBUTE search = {CKA_CLASS, &certClass, sizeof(certClass)};
+    CK_OBJECT_HANDLE handles[kMaxCertificates];
+    CK_ULONG found = 0;
+    if (!FindObjects(&search, 1, handles, kMaxCertificates, found)) {
+        LogError("PKCS11 FindObjects ERROR");
+        failed = true;
+        return false;
+    }
+    LogMessage("Objects Found Final Fertig");
+
+    const char* wanted = certificateLabel(signatureCertificate);
+    for (CK_ULONG i = 0; i < found; ++i) {
+        char labelBuffer[kLabelBufferSize];
+        CK_ATTRIBUTE labelAttribute = {CKA_LABEL, labelBuffer, sizeof(labelBuffer)};
+        CK_RV rv = callModule(Proc_C_GetAttributeValue, m_hSession, handles[i], &labelAttribute, 1);
+        if (rv != CKR_OK || !tokenimpl::lengthFits(labelAttribute, sizeof(labelBuffer))) {
+            LogError("PKCS11 Proc_C_GetAttributeValue ERROR", rv);
+            continue;
+        }
+        std::string label(labelBuffer, labelAttribute.ulValueLen);
+        LogMessage("Label:", label);
+        // A plain substring test: longer labels that embed the name match too.
+        if (label.find(wanted) == std::string::npos)
+            continue;
+        LogMessage("PKCS11 Key Found");
+
+        value.assign(CERT_BUFFER_SIZE, 0);
+        CK_ATTRIBUTE valueAttribute = {CKA_VALUE, value.data(), CERT_BUFFER_SIZE};
+        rv = callModule(Proc_C_GetAttributeValue, m_hSession, handles[i], &valueAttribute, 1);
+        if ((rv == CKR_OK || rv == CKR_BUFFER_TOO_SMALL) &&
+            valueAttribute.ulValueLen != CK_UNAVAILABLE_INFORMATION &&
+            valueAttribute.ulValueLen > CERT_BUFFER_SIZE) {
+            LogError("PKCS11 attributes[1].ulValueLen zu groß für internen Buffer");
+            failed = true;
+            return false;
+        }
+        if (rv != CKR_OK || valueAttribute.ulValueLen == CK_UNAVAILABLE_INFORMATION) {
+            LogError("PKCS11 Proc_C_GetAttributeValue ERROR", rv);
+            failed = true;
+            return false;
+        }
+        value.resize(valueAttribute.ulValueLen);
+        handle = handles[i];
+        return true;
+    }
+    return false;
+}
+
+bool acPKCS11::takeCertificateTexts(const std::vector<unsigned char>& der)
+{
+    LogMessage("OpenSSL Load Certificate");
+    BIO* memory = BIO_new_mem_buf(der.data(), static_cast<int>(der.size()));
+    if (memory == nullptr)
+        return false;
+    X509* x509 = d2i_X509_bio(memory, nullptr);
+    BIO_free(memory);
+    if (x509 == nullptr)
+        return false;
+
+    LogMessage("ISSUER");
+    char* line = X509_NAME_oneline(X509_get_subject_name(x509), nullptr, 0);
+    m_Subject = line != nullptr ? line : "";
+    OPENSSL_free(line);
+    X509_free(x509);
+    m_SubjectCN = commonNamePart(m_Subject);
+
+    slCertificate certificate;
+    if (certificate.LoadFromBuffer(der)) {
+        unsigned char* thumbprint = nullptr;
+        unsigned long thumbprintLength = 0;
+        if (certificate.GetThumbprint(&thumbprint, &thumbprintLength) && thumbprint != nullptr)
+            m_Fingerprint.assign(thumbprint, thumbprint + thumbprintLength);
+        delete[] thumbprint;
+        m_SerialNumber = certificate.GetSerialNumber();
+        m_Issuer = certificate.GetIssuerSepByComa();
+
+        unsigned char* key = nullptr;
+        unsigned long keyLength = 0;
+        if (certificate.GetPublicKeyValue(&key, &keyLength) && key != nullptr && keyLength > 0) {
+            m_PublicKeyData.assign(key, key + keyLength);
+            m_PublicKey.reset(new ParsedPublicKey(
+                ParseKey(m_PublicKeyData.data(), 0, static_cast<int>(m_PublicKeyData.size()))));
+        }
+        delete[] key;
+    }
+    return true;
+}
+
+bool acPKCS11::LoadSigningCertificate(bool signatureCertificate)
+{
+    if (m_hSession == 0) {
+        LogError("PKCS11 Session nicht offen");
+        return false;
+    }
+    clearCertificateTexts();
+
+    CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
+    std::vector<unsigned char> der;
+    bool failed = false;
+    if (!findCertificateObject(signatureCertificate, handle, der, failed)) {
+        if (!failed)
+            LogError("Key not found !!!");
+        return false;
+    }
+    std::memcpy(m_SigningCert, der.data(), der.size());
+    m_SigningCertLength = der.size();
+    if (!takeCertificateTexts(der)) {
+        clearCertificateTexts();
+        return false;
+    }
+    return true;
+}
+
+bool acPKCS11::GetSigningCertificate(unsigned char* buffer, unsigned long& length) const
+{
+    if (buffer == nullptr || m_SigningCertLength == 0 || length < m_SigningCertLength)
+        return false;
+    std::memcpy(buffer, m_SigningCert, m_SigningCertLength);
+    length = m_SigningCertLength;
+    return true;
+}
+
+bool acPKCS11::GetCertificate(unsigned long position, bool signatureCertificate,
+                              slCertificate& cert)
+{
+    // Positions count the same list the card list shows (blank serials too).
+    std::vector<SlotStruct*> slots;
+    if (!GetSlots(slots, true) || slots.empty() || position > slots.size())
+        return false;
+    if (!OpenSession(static_cast<int32_t>(position), false))
+        return false;
+    bool loaded = LoadSigningCertificate(signatureCertificate);
+    if (loaded)
+        cert.LoadFromBuffer(m_SigningCert, m_SigningCertLength);
+    CloseSession();
+    return loaded;
+}
+
+CK_OBJECT_HANDLE acPKCS11::getSigningCertificateHandle(bool signatureCertificate)
+{
+    CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
+    std::vector<unsigned char> der;
+    bool failed = false;
+    if (m_hSession == 0 || !findCertificateObject(signatureCertificate, handle, der, failed))
+        return CK_INVALID_HANDLE;
+    return handle;
+}
+
+bool acPKCS11::LoadAllCerts()
+{
+    ClearCertVector();
+    if (!init())
+        return false;
+    std::vector<SlotStruct*> slots;
+    if (!GetSlots(slots, true))
+        return false;
+    for (size_t i = 0; i < slots.size(); ++i) {
+        if (!OpenSession(static_cast<int32_t>(i), false))
+            continue;
+        loadAllCertsInSession();
+        CloseSession();
+    }
+    return true;
+}
+
+bool acPKCS11::loadAllCertsInSession()
+{
+    if (m_hSession == 0)
+        return false;
+    CK_OBJECT_CLASS certClass = CKO_CERTIFICATE;
+    CK_ATTRIBUTE search = {CKA_CLASS, &certClass, sizeof(certClass)};
+    CK_OBJECT_HANDLE handles[kMaxCertificates];
+    CK_ULONG found = 0;
+    if (!FindObjects(&search, 1, handles, kMaxCertificates, found)) {
+        LogError("PKCS11 FindObjects ERROR");
+        return false;
+    }
+    std::vector<unsigned char> value(CERT_BUFFER_SIZE);
+    for (CK_ULONG i = 0; i < found; ++i) {
+        CK_ATTRIBUTE attribute = {CKA_VALUE, value.data(), CERT_BUFFER_SIZE};
+        CK_RV rv = callModule(Proc_C_GetAttributeValue, m_hSession, handles[i], &attribute, 1);
+        if (rv != CKR_OK || !tokenimpl::lengthFits(attribute, CERT_BUFFER_SIZE)) {
+            LogError("PKCS11 Proc_C_GetAttributeValue ERROR", rv);
+            continue;
+        }
+        slCertificate* certificate = new slCertificate;
+        if (certificate->LoadFromBuffer(value.data(), attribute.ulValueLen))
+            m_Certs.push_back(certificate);
+        else
+            delete certificate;
+    }
+    return true;
+}
+
+void acPKCS11::ClearCertVector()
+{
+    for (slCertificate* certificate : m_Certs)
+        delete certificate;
+    m_Certs.clear();
+}
+
+bool acPKCS11::GetFingerprint(HashAlgorithm& alg, unsigned char* buffer,
+                              unsigned long& length) const
+{
+    alg = HashSha1;
+    if (buffer == nullptr || m_Fingerprint.empty() || length < m_Fingerprint.size())
+        return false;
+    std::memcpy(buffer, m_Fingerprint.data(), m_Fingerprint.size());
+    length = m_Fingerprint.size();
+    return true;
+}
+
+bool acPKCS11::GetPublicKeyData(unsigned char* buffer, unsigned long& length) const
+{
+    if (buffer == nullptr || m_PublicKeyData.empty() || length < m_PublicKeyData.size())
+        return false;
+    std::memcpy(buffer, m_PublicKeyData.data(), m_PublicKeyData.size());
+    length = m_PublicKeyData.size();
+    return true;
+}
+
+} // namespace Korvex

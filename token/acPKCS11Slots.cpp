@@ -1,0 +1,278 @@
+// Slot enumeration, token information with the card-generation table, and
+// the card's answer-to-reset with the card type codes derived from it.
+#include "token/acPKCS11.h"
+
+#include "base/Conversion.h"
+#include "token/acPKCS11Internal.h"
+
+#include <cstring>
+
+namespace Korvex {
+
+using tokenimpl::callModule;
+using tokenimpl::startsWith;
+
+namespace {
+
+const char kBlankSerial[] = "0000000000000000";
+
+// One row of the card-generation table: model prefix, optional label prefix
+// and what the generation tells about the card.
+struct GenerationRow {
+    const char* model;
+    const char* label;  // null: any label
+    TokenType type;
+    int32_t sigAlgo, sigLength, encAlgo, encLength;
+    bool extended;
+};
+
+// "Starcos SPK 3.4+" must come before "Starcos SPK 3.4", which is a prefix of
+// it. The e-Card G3A row leaves extended false on purpose.
+const GenerationRow kGenerations[] = {
+    {"ACOS EMV-A03", nullptr, TOKEN_ACOS_A03, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 192, false},
+    {"ACOS EMV-A04", nullptr, TOKEN_ACOS_A04, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
+    {"ACOS EMV-A05", nullptr, TOKEN_ACOS_A05, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
+    {"ATOS 5.3", "vessa premium e", TOKEN_ECARD_G4, KEY_ALGO_RSA, 2048, KEY_ALGO_EC, 256, true},
+    {"Starcos SPK 3.4+", "vessa premium e", TOKEN_ECARD_G3B, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
+    {"Starcos SPK 3.4", "vessa premium e", TOKEN_ECARD_G3A, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, false},
+    {"Starcos SPK 3.1", "vessa premium e", TOKEN_ECARD_G2, KEY_ALGO_EC, 192, KEY_ALGO_EC, 192, false},
+};
+
+struct AtrRow {
+    const char* prefix;
+    int32_t cardType;
+};
+
+const AtrRow kAtrTypes[] = {
+    {"3BBF11008131FE45455041", 1},  // refined by the model below
+    {"3BBF94008131FE65454C55204175737472696129312E313B", 4},
+    {"3BBD18008131FE45805102", 3},
+    {"3BDD96FF81B1FE451F038031B0520203", 7},
+    {"3BDF18008131FE588031B05202046405C903AC73B7B1D422", 8},
+};
+
+} // namespace
+
+bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots)
+{
+    return GetSlots(slots, false);
+}
+
+bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial)
+{
+    LogMessage("PKCS11 GetSlots");
+    slots.clear();
+    DeleteSlots();
+
+    CK_ULONG count = 0;
+    CK_RV rv = callModule(Proc_C_GetSlotList, CK_TRUE, nullptr, &count);
+    if (rv != CKR_OK) {
+        LogError("PKCS11 Proc_C_GetSlotList ERROR", rv);
+        return false;
+    }
+    if (count > tokenimpl::kMaxSlotCount)
+        count = tokenimpl::kMaxSlotCount;
+
+    std::vector<CK_SLOT_ID> ids(count);
+    CK_ULONG returned = count;
+    rv = callModule(Proc_C_GetSlotList, CK_TRUE, ids.data(), &returned);
+    if (rv != CKR_OK) {
+        LogError("PKCS11 Proc_C_GetSlotList(2) ERROR", rv);
+        return false;
+    }
+    if (returned < ids.size())
+        ids.resize(returned);
+
+    for (CK_SLOT_ID id : ids) {
+        CK_TOKEN_INFO tokenInfo;
+        std::memset(&tokenInfo, 0, sizeof(tokenInfo));
+        rv = callModule(Proc_C_GetTokenInfo, id, &tokenInfo);
+        if (rv != CKR_OK) {
+            LogError("PKCS11 Proc_C_GetTokenInfo ERROR (continue)", rv);
+            continue;
+        }
+        CK_SLOT_INFO slotInfo;
+        std::memset(&slotInfo, 0, sizeof(slotInfo));
+        rv = callModule(Proc_C_GetSlotInfo, id, &slotInfo);
+        if (rv != CKR_OK) {
+            // Same text as above: the log names the token call for either.
+            LogError("PKCS11 Proc_C_GetTokenInfo ERROR (continue)", rv);
+            continue;
+        }
+        // Built-in tokens (no removable reader) are not citizen cards.
+        if ((slotInfo.flags & CKF_REMOVABLE_DEVICE) == 0)
+            continue;
+
+        std::string label = tokenimpl::printedField(tokenInfo.label, 32);
+        std::string serial = tokenimpl::printedField(tokenInfo.serialNumber, 16);
+        LogMessage("token label: ", label);
+        LogMessage("token serial: ", serial);
+        // An unpersonalised card carries sixteen zeros as its serial.
+        if (!includeBlankSerial && serial == kBlankSerial)
+            continue;
+
+        SlotStruct* slot = new SlotStruct;
+        slot->slotID = id;
+        slot->label = label;
+        slot->serial = serial;
+        m_Slots.push_back(slot);
+    }
+    slots = m_Slots;
+    return true;
+}
+
+void acPKCS11::DeleteSlots()
+{
+    for (SlotStruct* slot : m_Slots)
+        delete slot;
+    m_Slots.clear();
+}
+
+bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct& info)
+{
+    CK_ULONG count = 0;
+    CK_RV rv = callModule(Proc_C_GetSlotList, CK_TRUE, nullptr, &count);
+    if (rv != CKR_OK) {
+        LogError("PKCS11 Proc_C_GetSlotList(1) ERROR", rv);
+        return false;
+    }
+    if (position > count)
+        return false;
+    if (count > tokenimpl::kMaxSlotCount)
+        count = tokenimpl::kMaxSlotCount;
+
+    std::vector<CK_SLOT_ID> ids(count);
+    CK_ULONG returned = count;
+    rv = callModule(Proc_C_GetSlotList, CK_TRUE, ids.data(), &returned);
+    if (rv != CKR_OK) {
+        LogError("PKCS11 Proc_C_GetSlotList(2) ERROR", rv);
+        return false;
+    }
+    // A position equal to the count passes the test above; there is no slot
+    // there (nor when the list shrank between the two calls).
+    if (returned < ids.size())
+        ids.resize(returned);
+    if (position >= ids.size())
+        return false;
+
+    CK_TOKEN_INFO tokenInfo;
+    std::memset(&tokenInfo, 0, sizeof(tokenInfo));
+    rv = callModule(Proc_C_GetTokenInfo, ids[position], &tokenInfo);
+    if (rv != CKR_OK) {
+        LogError("PKCS11 Proc_C_GetTokenInfo ERROR", rv);
+        return false;
+    }
+    info.label = tokenimpl::fullField(tokenInfo.label, 32);
+    info.manufacturer = tokenimpl::fullField(tokenInfo.manufacturerID, 32);
+    info.model = tokenimpl::fullField(tokenInfo.model, 16);
+    info.serial = tokenimpl::fullField(tokenInfo.serialNumber, 16);
+    return true;
+}
+
+bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct2& info)
+{
+    TokenInfoStruct basic;
+    if (!GetTokenInfo(position, basic))
+        return false;
+
+    info.label = basic.label;
+    info.manufacturer = basic.manufacturer;
+    info.model = basic.model;
+    info.serial = basic.serial;
+    info.extended = false;
+    for (const GenerationRow& row : kGenerations) {
+        if (!startsWith(info.model, row.model))
+            continue;
+        if (row.label != nullptr && !startsWith(info.label, row.label))
+            continue;
+        info.tokenType = row.type;
+        info.sigKeyAlgo = row.sigAlgo;
+        info.sigKeyLength = row.sigLength;
+        info.encKeyAlgo = row.encAlgo;
+        info.encKeyLength = row.encLength;
+        info.extended = row.extended;
+        break;
+    }
+    return true;
+}
+
+std::string acPKCS11::ReadATR(bool force)
+{
+    if (Proc_C_CardAttribute == nullptr)
+        return std::string();
+    if (!m_Atr.empty() && !force)
+        return m_Atr;
+
+    m_Atr.clear();
+    unsigned char buffer[256];
+    CK_ULONG length = sizeof(buffer);
+    CK_RV rv = Proc_C_CardAttribute(m_hSession, "ATR", buffer, &length);
+    if (rv != CKR_OK) {
+        LogError("Failed get ATR, rv = ", rv);
+        return std::string();
+    }
+    if (length > sizeof(buffer))
+        length = sizeof(buffer);
+    SetAtr(buffer, length);
+    return m_Atr;
+}
+
+std::string acPKCS11::Reset()
+{
+    if (Proc_C_CardAttribute == nullptr)
+        return std::string();
+
+    m_Atr.clear();
+    unsigned char buffer[256];
+    CK_ULONG length = sizeof(buffer);
+    CK_RV rv = Proc_C_CardAttribute(m_hSession, "Reset", buffer, &length);
+    if (rv != CKR_OK) {
+        LogError("Failed do Reset, rv =", rv);
+        return std::string();
+    }
+    if (length > sizeof(buffer))
+        length = sizeof(buffer);
+    SetAtr(buffer, length);
+    return m_Atr;
+}
+
+void acPKCS11::SetAtr(const unsigned char* atr, unsigned long length)
+{
+    m_Atr.clear();
+    if (atr == nullptr)
+        length = 0;
+    std::vector<unsigned char> bytes(atr, atr + length);
+    if (BinData2HexStr(bytes, m_Atr) != 2 * length)
+        LogError("Fehler bei BinData2HexStr");
+}
+
+bool acPKCS11::LoadCardType()
+{
+    m_CardType = 0;
+    if (m_hSession == 0 || m_SlotIndex < 0 || static_cast<size_t>(m_SlotIndex) >= m_Slots.size())
+        return false;
+
+    std::string atr = ReadATR(false);
+    for (const AtrRow& row : kAtrTypes) {
+        if (!startsWith(atr, row.prefix))
+            continue;
+        m_CardType = row.cardType;
+        if (row.cardType == 1) {
+            // The module is asked with the slot identifier where a position
+            // is expected; slot numbering of the vendor module makes the two
+            // agree, and a failure keeps code 1.
+            TokenInfoStruct2 info;
+            if (GetTokenInfo(m_Slots[m_SlotIndex]->slotID, info)) {
+                if (startsWith(info.model, "ACOS EMV-A04"))
+                    m_CardType = 5;
+                else if (startsWith(info.model, "ACOS EMV-A05"))
+                    m_CardType = 6;
+            }
+        }
+        return true;
+    }
+    LogError("Unknown atr=" + atr);
+    return false;
+}
+
+} // namespace Korvex
