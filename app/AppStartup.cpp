@@ -1,0 +1,85 @@
+// Start-up and teardown of the process-wide objects.
+#include "app/AppStartup.h"
+
+#include "app/I18N.h"
+#include "app/ProgramConfig.h"
+#include "app/VessaCardsLogger.h"
+#include "base/Config.h"
+#include "base/Conversion.h"
+#include "base/FileAndDirectory.h"
+#include "base/FileSystem.h"
+#include "base/Logging.h"
+#include "token/acPKCS11.h"
+
+namespace VessaCards {
+
+namespace {
+
+// A log path shorter than this cannot be meant seriously (a bare root folder).
+const size_t kMinimumLogPathLength = 5;
+const unsigned kMaxLogEntries = 10000;
+
+bool EndsWithLogSuffix(const std::string& path)
+{
+    static const std::string suffix = ".log";
+    if (path.size() < suffix.size())
+        return false;
+    return Korvex::nocase_EndsWith(path, suffix);
+}
+
+} // namespace
+
+bool LogDirectoryFromSettings(long level, const std::string& path, std::string& directory)
+{
+    // The level only switches the log on; the logger itself runs at its own
+    // default threshold.
+    if (level <= 0 || path.size() < kMinimumLogPathLength)
+        return false;
+    directory = EndsWithLogSuffix(path) ? Korvex::RemoveLastPartFromPath(path) : path;
+    return true;
+}
+
+std::string StartApplicationLog(const std::string& directory)
+{
+    const std::string file = Korvex::GenerateFilenameWithTimestamp("VessaCards", "log");
+    const std::string fullPath = Korvex::CombinePaths(directory, file);
+    Korvex::LibLogging* log = AppLog();
+    log->Init(fullPath, kMaxLogEntries, true);
+    log->Enabled(true);
+    // Both the GUI thread and the card refresh thread write to this log.
+    log->LogThreadId(true);
+    Korvex::acPKCS11::SetMessageLoggingFunc(VessaCards::LogMessage);
+    Korvex::acPKCS11::SetErrorLoggingFunc(VessaCards::LogError);
+    return fullPath;
+}
+
+void BootstrapProcess()
+{
+    GenerateConfig();
+    GenerateFileSystem();
+
+    Korvex::Config* config = Korvex::Config::GetHandle(0);
+    long language = 0;
+    if (config->GetInteger(CFG_LANGUAGE, language))
+        I18N::GetHandle()->Initialize(language);
+    else
+        I18N::GetHandle()->Initialize();
+
+    long level = 0;
+    std::string path;
+    config->GetInteger(CFG_LOG_LEVEL, level);
+    config->GetString(CFG_LOG_FILENAME, path);
+    std::string directory;
+    if (LogDirectoryFromSettings(level, path, directory))
+        StartApplicationLog(directory);
+}
+
+void TeardownProcess()
+{
+    Korvex::Config::GetHandle(0)->Destroy();
+    Korvex::FileSystem::GetHandle()->Destroy();
+    AppLog()->Destroy();
+    I18N::Destroy();
+}
+
+} // namespace VessaCards

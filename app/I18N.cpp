@@ -1,0 +1,83 @@
+// Language selection and message catalogue loading.
+#include "app/I18N.h"
+
+#include <wx/filename.h>
+#include <wx/intl.h>
+#include <wx/log.h>
+#include <wx/stdpaths.h>
+
+const char* const CATALOG_NAME = "VessaClient";
+
+I18N* I18N::m_Handle = nullptr;
+
+I18N* I18N::GetHandle()
+{
+    if (m_Handle == nullptr)
+        m_Handle = new I18N();
+    return m_Handle;
+}
+
+void I18N::Destroy()
+{
+    if (m_Handle == nullptr)
+        return;
+    m_Handle->FreeLocale();
+    delete m_Handle;
+    m_Handle = nullptr;
+}
+
+I18N::~I18N()
+{
+    FreeLocale();
+}
+
+void I18N::FreeLocale()
+{
+    delete m_Locale;
+    m_Locale = nullptr;
+}
+
+void I18N::CreateLocale(int language)
+{
+    // An unsupported system locale is no reason to bother the user with the
+    // toolkit's error box; the program just runs with the German texts.
+    wxLogNull quiet;
+    m_Locale = new wxLocale();
+    m_Locale->Init(language, wxLOCALE_CONV_ENCODING);
+}
+
+int I18N::Initialize(long language)
+{
+    if (language == wxLANGUAGE_UNKNOWN)
+        language = wxLANGUAGE_DEFAULT;
+
+    int result = I18N_OK;
+    if (!wxLocale::IsAvailable(static_cast<int>(language))) {
+        language = wxLANGUAGE_DEFAULT;
+        result = I18N_LANGUAGE_UNAVAILABLE;
+    }
+
+    FreeLocale();
+    CreateLocale(static_cast<int>(language));
+
+    wxFileName folder(wxStandardPaths::Get().GetDataDir(), wxEmptyString);
+    folder.AppendDir("vessaclient");
+    folder.AppendDir("I18N");
+    wxLocale::AddCatalogLookupPathPrefix(folder.GetPath());
+    {
+        wxLogNull quiet;
+        m_Locale->AddCatalog(CATALOG_NAME);
+    }
+
+    if (!m_Locale->IsLoaded(CATALOG_NAME)) {
+        FreeLocale();
+        CreateLocale(static_cast<int>(language));
+        return I18N_NO_CATALOG;
+    }
+    return result;
+}
+
+int I18N::Initialize()
+{
+    return Initialize(wxLANGUAGE_UNKNOWN);
+}

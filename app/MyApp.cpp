@@ -1,0 +1,62 @@
+// Application object and program entry.
+#include "app/MyApp.h"
+
+#include "app/AppStartup.h"
+#include "app/StartupTiming.h"
+#include "gui/MainFrame.h"
+
+#include <wx/cmdline.h>
+#include <wx/image.h>
+#include <wx/utils.h>
+
+MyApp::MyApp()
+{
+    VessaCards::BootstrapProcess();
+}
+
+MyApp::~MyApp()
+{
+    VessaCards::TeardownProcess();
+}
+
+bool MyApp::OnInit()
+{
+    if (!wxApp::OnInit())
+        return false;
+    SetAppName("VessaClient");
+    SetVendorName("Korvex GmbH");
+    wxInitAllImageHandlers();
+
+    const wxString name = wxString::Format("VessaCards-%s", wxGetUserId());
+    m_InstanceChecker.Create(name, wxEmptyString);
+    return !m_InstanceChecker.IsAnotherRunning();
+}
+
+int MyApp::OnRun()
+{
+    m_MainFrame = new MainFrame(nullptr);
+    m_MainFrame->Show(true);
+    VessaCards::InstallStartupTiming(m_MainFrame);
+    return wxApp::OnRun();
+}
+
+int MyApp::OnExit()
+{
+    return 0;
+}
+
+void MyApp::OnInitCmdLine(wxCmdLineParser& parser)
+{
+    // No options and no parameters: any argument is a parse error.
+    static const wxCmdLineEntryDesc noArguments[] = {{wxCMD_LINE_NONE}};
+    parser.SetDesc(noArguments);
+    parser.SetSwitchChars("-");
+}
+
+bool MyApp::OnCmdLineParsed(wxCmdLineParser& /*parser*/)
+{
+    // The toolkit's own help and verbose switches are deliberately not handled.
+    return true;
+}
+
+wxIMPLEMENT_APP(MyApp);

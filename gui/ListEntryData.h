@@ -1,0 +1,22 @@
+// One row of the card list as the refresh thread reads it; shared between the
+// thread and the window through shared pointers.
+#pragma once
+
+#include "token/acPKCS11Types.h"
+
+#include <wx/string.h>
+
+#include <memory>
+#include <vector>
+
+struct ListEntryData {
+    wxString number;   // card number (token serial)
+    wxString holder;   // common name of the signing certificate, or "unbekannt"
+    wxString typeName; // display name of the card type, empty when unknown
+    int type = Korvex::TOKEN_UNKNOWN; // TokenType, stored as the row's item data
+};
+
+typedef std::vector<std::shared_ptr<ListEntryData>> ListEntryVector;
+
+// Display name of a card type; empty above TOKEN_ECARD_G4 and below 0.
+wxString TokenTypeDisplayName(int type);

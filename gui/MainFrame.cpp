@@ -1,0 +1,270 @@
+// Main window: construction, layout, the event table, locking and the fading
+// status line. The card list handling lives in MainFrameList.cpp, the PIN and
+// test commands in MainFrameCommands.cpp.
+#include "gui/MainFrame.h"
+
+#include "app/ProgramConfig.h"
+#include "app/VessaCardsLogger.h"
+#include "base/Config.h"
+#include "gui/Images.h"
+#include "gui/RefreshCardThread.h"
+#include "gui/Translate.h"
+#include "token/acPKCS11.h"
+
+#include <wx/bmpbuttn.h>
+#include <wx/button.h>
+#include <wx/icon.h>
+#include <wx/imaglist.h>
+#include <wx/msgdlg.h>
+#include <wx/panel.h>
+#include <wx/sizer.h>
+#include <wx/statbmp.h>
+#include <wx/statbox.h>
+#include <wx/stattext.h>
+#include <wx/utils.h>
+
+#include <cstdlib>
+
+const std::string EMPTY_CARD = "0000000000000000";
+
+// clang-format off
+wxBEGIN_EVENT_TABLE(MainFrame, wxFrame)
+    EVT_BUTTON(ID_SIG_CHANGE_PIN, MainFrame::evt_sig_change_pin)
+    EVT_BUTTON(ID_SIG_PUK, MainFrame::evt_sig_puk)
+    EVT_BUTTON(ID_SIG_SHOW_CERT, MainFrame::evt_sig_show_cert)
+    EVT_BUTTON(ID_SIG_TEST, MainFrame::evt_sig_test)
+    EVT_BUTTON(ID_ENC_CHANGE_PIN, MainFrame::evt_enc_change_pin)
+    EVT_BUTTON(ID_ENC_PUK, MainFrame::evt_enc_puk)
+    EVT_BUTTON(ID_ENC_SHOW, MainFrame::evt_enc_show)
+    EVT_BUTTON(ID_ENC_TEST, MainFrame::evt_enc_test)
+    EVT_BUTTON(ID_PERS_CHANGE, MainFrame::evt_pers_change)
+    EVT_BUTTON(ID_PERS_PUK, MainFrame::evt_pers_puk)
+    EVT_BUTTON(ID_PERS_SHOW, MainFrame::evt_pers_show)
+    EVT_BUTTON(ID_RELOAD, MainFrame::evt_reload)
+    EVT_TIMER(ID_START_TIMER, MainFrame::evt_OnTimer)
+    EVT_TIMER(ID_FADE_TIMER, MainFrame::evt_OnFadeOut)
+    EVT_LIST_ITEM_SELECTED(ID_CARD_LIST, MainFrame::evt_ItemSelected)
+    EVT_LIST_ITEM_RIGHT_CLICK(ID_CARD_LIST, MainFrame::evt_ItemRightClick)
+    EVT_LIST_ITEM_ACTIVATED(ID_CARD_LIST, MainFrame::evt_ItemDoubleClick)
+    EVT_LIST_KEY_DOWN(ID_CARD_LIST, MainFrame::evt_ListKeyDown)
+    EVT_MENU(ID_THREAD_FINISHED, MainFrame::evt_ThreadFinished)
+wxEND_EVENT_TABLE()
+// clang-format on
+
+namespace {
+
+const int kFadeSteps = 50;
+const int kFadeHoldMs = 1500;
+const int kFadeStepMs = 100;
+const int kStartDelayMs = 2;
+
+} // namespace
+
+MainFrame::MainFrame(wxWindow* parent)
+    : wxFrame(parent, wxID_ANY, wxEmptyString), m_Wait(this)
+{
+    std::string version;
+    Korvex::Config::GetHandle(0)->GetString(VessaCards::CFG_VERSION, version);
+    m_Version = wxString::FromUTF8(version.c_str());
+
+    panel_main = new wxPanel(this, wxID_ANY);
+    sizer_sig_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Signaturzertifikat"));
+    sizer_enc_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Geheimhaltungszertifikat"));
+    sizer_pers_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Infoboxbereich"));
+    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(KorvexBanner));
+    list_ctrl_cards = new wxListCtrl(panel_main, ID_CARD_LIST, wxDefaultPosition, wxDefaultSize,
+                                     wxLC_REPORT | wxLC_SINGLE_SEL | wxSUNKEN_BORDER);
+    button_reload = new wxBitmapButton(panel_main, ID_RELOAD, wxBitmap(ButtonReload));
+    button_sig_change_pin = new wxButton(panel_main, ID_SIG_CHANGE_PIN, Tr("6 stellige PIN ändern"));
+    button_sig_puk = new wxButton(panel_main, ID_SIG_PUK, Tr("6 stellige PIN entsperren"));
+    button_sig_show_cert = new wxButton(panel_main, ID_SIG_SHOW_CERT, Tr("Zertifikat anzeigen"));
+    button_sig_test = new wxButton(panel_main, ID_SIG_TEST, Tr("Signatur testen"));
+    button_enc_change_pin = new wxButton(panel_main, ID_ENC_CHANGE_PIN, Tr("4 stellige PIN ändern"));
+    button_enc_puk = new wxButton(panel_main, ID_ENC_PUK, Tr("4 stellige PIN entsperren"));
+    button_enc_show = new wxButton(panel_main, ID_ENC_SHOW, Tr("Zertifikat anzeigen"));
+    button_enc_test = new wxButton(panel_main, ID_ENC_TEST, Tr("Signatur testen"));
+    button_pers_change = new wxButton(panel_main, ID_PERS_CHANGE, Tr("4 stellige PIN ändern"));
+    button_pers_puk = new wxButton(panel_main, ID_PERS_PUK, Tr("4 stellige PIN entsperren"));
+    button_pers_show = new wxButton(panel_main, ID_PERS_SHOW, Tr("Infobox anzeigen"));
+    bitmap_status = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(ButtonOk));
+    label_status = new wxStaticText(panel_main, wxID_ANY, wxEmptyString, wxDefaultPosition,
+                                    wxDefaultSize, wxALIGN_CENTRE_HORIZONTAL);
+
+    set_properties();
+    do_layout();
+
+    m_ImageList = new wxImageList(31, 22);
+    m_ChipImageIndex = m_ImageList->Add(wxBitmap(chip_small_xpm));
+    // The small list owns the image list; the normal one only borrows it.
+    list_ctrl_cards->SetImageList(m_ImageList, wxIMAGE_LIST_NORMAL);
+    list_ctrl_cards->AssignImageList(m_ImageList, wxIMAGE_LIST_SMALL);
+    bitmap_status->Hide();
+    label_status->Hide();
+
+    SetIcon(wxIcon(IconXpm));
+    if (!m_Version.empty())
+        SetTitle(wxString::Format("%s (%s, %s)", Tr("Kartenverwaltung"), m_Version, "x64"));
+    else
+        SetTitle(wxString::Format("%s (%s)", Tr("Kartenverwaltung"), "x64"));
+
+    list_ctrl_cards->InsertColumn(0, Tr("Kartennummer"), wxLIST_FORMAT_LEFT, 170);
+    list_ctrl_cards->InsertColumn(1, Tr("Ausgestellt für"), wxLIST_FORMAT_LEFT, 350);
+    list_ctrl_cards->InsertColumn(2, Tr("Kartentyp"), wxLIST_FORMAT_LEFT, 190);
+
+    m_P11 = new Korvex::acPKCS11();
+    if (!m_P11->init()) {
+        wxMessageDialog box(nullptr, "Error loading PKCS#11 library", "Error", wxOK);
+        box.ShowModal();
+        // Nothing can be done without the module; the status says the user
+        // was told, not that the program failed.
+        std::exit(0);
+    }
+    m_FadeTimer.SetOwner(this, ID_FADE_TIMER);
+    m_StartTimer.SetOwner(this, ID_START_TIMER);
+    // The first card-list load starts as soon as the event loop runs.
+    m_StartTimer.Start(kStartDelayMs, wxTIMER_ONE_SHOT);
+}
+
+MainFrame::~MainFrame()
+{
+    m_StartTimer.Stop();
+    m_FadeTimer.Stop();
+    if (m_Thread != nullptr) {
+        // The thread still works with the token object; let it finish first.
+        m_Thread->Wait();
+        delete m_Thread;
+        m_Thread = nullptr;
+    }
+    if (m_P11 != nullptr) {
+        m_P11->destroy();
+        delete m_P11;
+        m_P11 = nullptr;
+    }
+}
+
+void MainFrame::set_properties()
+{
+    button_reload->SetToolTip(Tr("Kartenliste neu laden"));
+    label_status->SetFont(wxFont(11, wxFONTFAMILY_DEFAULT, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_BOLD));
+    list_ctrl_cards->SetMinSize(wxSize(714, 150));
+}
+
+void MainFrame::do_layout()
+{
+    wxBoxSizer* sizer_main = new wxBoxSizer(wxVERTICAL);
+    sizer_main->Add(bitmap_banner, 0, wxALIGN_CENTER_HORIZONTAL | wxBOTTOM, 6);
+
+    wxBoxSizer* sizer_list = new wxBoxSizer(wxHORIZONTAL);
+    sizer_list->Add(list_ctrl_cards, 1, wxEXPAND | wxRIGHT, 6);
+    sizer_list->Add(button_reload, 0, wxALIGN_TOP);
+    sizer_main->Add(sizer_list, 1, wxEXPAND | wxLEFT | wxRIGHT, 10);
+
+    wxStaticBoxSizer* sizer_sig = new wxStaticBoxSizer(sizer_sig_staticbox, wxVERTICAL);
+    wxStaticBoxSizer* sizer_enc = new wxStaticBoxSizer(sizer_enc_staticbox, wxVERTICAL);
+    wxStaticBoxSizer* sizer_pers = new wxStaticBoxSizer(sizer_pers_staticbox, wxVERTICAL);
+    wxButton* sigButtons[] = {button_sig_change_pin, button_sig_puk, button_sig_show_cert, button_sig_test};
+    wxButton* encButtons[] = {button_enc_change_pin, button_enc_puk, button_enc_show, button_enc_test};
+    wxButton* persButtons[] = {button_pers_change, button_pers_puk, button_pers_show};
+    for (wxButton* button : sigButtons)
+        sizer_sig->Add(button, 0, wxEXPAND | wxALL, 3);
+    for (wxButton* button : encButtons)
+        sizer_enc->Add(button, 0, wxEXPAND | wxALL, 3);
+    for (wxButton* button : persButtons)
+        sizer_pers->Add(button, 0, wxEXPAND | wxALL, 3);
+
+    wxBoxSizer* sizer_groups = new wxBoxSizer(wxHORIZONTAL);
+    sizer_groups->Add(sizer_sig, 1, wxEXPAND | wxRIGHT, 6);
+    sizer_groups->Add(sizer_enc, 1, wxEXPAND | wxRIGHT, 6);
+    sizer_groups->Add(sizer_pers, 1, wxEXPAND);
+    sizer_main->Add(sizer_groups, 0, wxEXPAND | wxLEFT | wxRIGHT | wxTOP, 10);
+
+    wxBoxSizer* sizer_status = new wxBoxSizer(wxHORIZONTAL);
+    sizer_status->AddStretchSpacer();
+    sizer_status->Add(bitmap_status, 0, wxALIGN_CENTER_VERTICAL | wxRIGHT, 8);
+    sizer_status->Add(label_status, 0, wxALIGN_CENTER_VERTICAL);
+    sizer_status->AddStretchSpacer();
+    // The status line keeps its height while hidden, so the window does not
+    // jump when a message appears.
+    sizer_status->SetMinSize(wxSize(-1, 40));
+    sizer_main->Add(sizer_status, 0, wxEXPAND | wxALL, 8);
+
+    panel_main->SetSizer(sizer_main);
+    wxBoxSizer* sizer_frame = new wxBoxSizer(wxVERTICAL);
+    sizer_frame->Add(panel_main, 1, wxEXPAND);
+    SetSizerAndFit(sizer_frame);
+    Layout();
+}
+
+void MainFrame::MyEnable(bool enable)
+{
+    wxWindow* controls[] = {
+        button_sig_change_pin, button_sig_puk,     button_sig_show_cert, button_sig_test,
+        button_enc_change_pin, button_enc_puk,     button_enc_show,      button_enc_test,
+        button_pers_change,    button_pers_puk,    button_pers_show,     button_reload,
+        list_ctrl_cards,
+    };
+    for (wxWindow* control : controls)
+        control->Enable(enable);
+    if (enable) {
+        // Unlocking re-enables everything; the card-type rules take back
+        // what the selected card does not allow.
+        wxListEvent none;
+        evt_ItemSelected(none);
+    }
+}
+
+void MainFrame::SetStatus(wxString text, bool isError)
+{
+    if (text.empty()) {
+        label_status->Hide();
+        bitmap_status->Hide();
+        return;
+    }
+
+    const wxBitmap icon(isError ? ButtonCancel : ButtonOk);
+    label_status->Show();
+    bitmap_status->Show();
+    label_status->SetLabel(text);
+    bitmap_status->SetBitmap(icon);
+
+    // A shown/hidden line changes the sizer's minimum; nudging the frame's
+    // size makes GTK lay everything out again at once.
+    const wxSize size = GetSize();
+    SetSize(wxSize(size.GetWidth() + 1, size.GetHeight()));
+    SetSize(size);
+    Layout();
+    wxSafeYield(nullptr, true);
+
+    if (icon.IsOk()) {
+        m_Fade.Init(button_pers_show->GetForegroundColour(), button_pers_show->GetBackgroundColour(),
+                    icon.ConvertToImage(), kFadeSteps);
+        wxTimerEvent firstStep;
+        evt_OnFadeOut(firstStep);
+        m_FadeTimer.Start(kFadeHoldMs, wxTIMER_CONTINUOUS);
+    }
+}
+
+void MainFrame::evt_OnFadeOut(wxTimerEvent& /*event*/)
+{
+    if (bitmap_status == nullptr)
+        return;
+    m_Fade.NextStep();
+    if (m_Fade.Finished()) {
+        m_FadeTimer.Stop();
+        label_status->Hide();
+        bitmap_status->Hide();
+        return;
+    }
+    label_status->SetForegroundColour(m_Fade.GetColour());
+    label_status->Refresh();
+    bitmap_status->SetBitmap(wxBitmap(m_Fade.GetImage()));
+    // The first tick ends the hold; from then on the fade runs in short steps.
+    if (m_FadeTimer.GetInterval() != kFadeStepMs)
+        m_FadeTimer.Start(kFadeStepMs, wxTIMER_CONTINUOUS);
+}
+
+void MainFrame::evt_OnTimer(wxTimerEvent& /*event*/)
+{
+    wxCommandEvent reload;
+    evt_reload(reload);
+}

@@ -1,0 +1,167 @@
+// The program's main window: banner, card list, command buttons for the
+// signature certificate, the encryption certificate and the infobox area, the
+// reload button and a fading status line. It owns the token object for the
+// whole run and dispatches every card command on the GUI thread.
+#pragma once
+
+#include "gui/FadeOut.h"
+#include "gui/ListEntryData.h"
+#include "gui/PleaseWait.h"
+#include "token/acPKCS11Types.h"
+
+#include <wx/frame.h>
+#include <wx/listctrl.h>
+#include <wx/timer.h>
+
+#include <string>
+
+class RefreshCardThread;
+class wxBitmapButton;
+class wxButton;
+class wxImageList;
+class wxMenu;
+class wxPanel;
+class wxStaticBitmap;
+class wxStaticBox;
+class wxStaticText;
+namespace Korvex {
+class acPKCS11;
+}
+
+// Card number that a card without personalisation reports; commands on such
+// a card are refused.
+extern const std::string EMPTY_CARD;
+
+class MainFrame : public wxFrame {
+public:
+    enum {
+        ID_RELOAD = 5432,
+        ID_PERS_CHANGE = 5433,
+        ID_PERS_PUK = 5434,
+        ID_PERS_SHOW = 5435,
+        ID_ENC_CHANGE_PIN = 5436,
+        ID_ENC_PUK = 5437,
+        ID_ENC_SHOW = 5438,
+        ID_ENC_TEST = 5439,
+        ID_SIG_CHANGE_PIN = 5440,
+        ID_SIG_PUK = 5441,
+        ID_SIG_SHOW_CERT = 5442,
+        ID_SIG_TEST = 5443,
+        ID_START_TIMER = 5444,
+        ID_FADE_TIMER = 5445,
+        ID_CARD_LIST = 5446,
+        ID_THREAD_FINISHED = 5453,
+        ID_POPUP_ENC_CHANGE_PIN = 5454,
+        ID_POPUP_SIG_CHANGE_PIN = 5455,
+        ID_POPUP_PERS_CHANGE_PIN = 5456,
+        ID_POPUP_ENC_PUK = 5457,
+        ID_POPUP_SIG_PUK = 5458,
+        ID_POPUP_PERS_PUK = 5459,
+        ID_POPUP_ENC_SHOW = 5460,
+        ID_POPUP_SIG_SHOW = 5461,
+        ID_POPUP_PERS_SHOW = 5462,
+        ID_POPUP_ENC_TEST = 5463,
+        ID_POPUP_SIG_TEST = 5464
+    };
+
+    // Loads the token module; when that fails it tells the user and ends the
+    // process with status 0, so a constructed frame always has a module.
+    explicit MainFrame(wxWindow* parent);
+    ~MainFrame() override;
+
+    virtual void evt_sig_change_pin(wxCommandEvent& event);
+    virtual void evt_sig_puk(wxCommandEvent& event);
+    virtual void evt_sig_show_cert(wxCommandEvent& event);
+    virtual void evt_sig_test(wxCommandEvent& event);
+    virtual void evt_enc_change_pin(wxCommandEvent& event);
+    virtual void evt_enc_puk(wxCommandEvent& event);
+    virtual void evt_enc_show(wxCommandEvent& event);
+    virtual void evt_enc_test(wxCommandEvent& event);
+    virtual void evt_pers_change(wxCommandEvent& event);
+    virtual void evt_pers_puk(wxCommandEvent& event);
+    virtual void evt_pers_show(wxCommandEvent& event);
+    virtual void evt_reload(wxCommandEvent& event);
+    virtual void evt_OnTimer(wxTimerEvent& event);
+    virtual void evt_OnFadeOut(wxTimerEvent& event);
+    virtual void evt_ItemSelected(wxListEvent& event);
+    virtual void evt_ItemRightClick(wxListEvent& event);
+    virtual void evt_ItemDoubleClick(wxListEvent& event);
+    virtual void evt_ListKeyDown(wxListEvent& event);
+    virtual void evt_ThreadFinished(wxCommandEvent& event);
+    virtual void evt_OnPopupClick(wxCommandEvent& event);
+
+    // Card number and type of the selected row; with no selection the first
+    // row is selected and used; an empty list gives an empty number.
+    void GetSelectedItem(std::string& number, Korvex::TokenType& type);
+    // Slot position of the selected card among the slots with a token.
+    bool GetSlotIdxForSelectedCard(int& slotIdx, Korvex::TokenType& type);
+    bool OpenSessionForSelectedCard();
+    // Locks or unlocks every command; unlocking re-applies the card-type rules.
+    void MyEnable(bool enable);
+    // Empty text hides the status line; otherwise it shows the text with the
+    // green or red icon and starts the fade.
+    void SetStatus(wxString text, bool isError);
+    void SetStatusPinChange(Korvex::PKCS11Return result);
+    void SetStatusPinUnblock(Korvex::PKCS11Return result);
+    // Writes the certificate to a temporary file and starts the external
+    // viewer; true when the viewer was started. (MainFrameCardData.cpp)
+    bool ShowCert(bool signature);
+
+    // The popup menu for a card of `type`; the caller owns it.
+    wxMenu* CreatePopupMenu(Korvex::TokenType type);
+
+    // Parts of the window, for code that drives it without a mouse.
+    wxListCtrl* GetCardList() const { return list_ctrl_cards; }
+    wxStaticText* GetStatusText() const { return label_status; }
+    wxStaticBitmap* GetStatusIcon() const { return bitmap_status; }
+    PleaseWait& GetWaitDialog() { return m_Wait; }
+    wxTimer& GetFadeTimer() { return m_FadeTimer; }
+    FadeOut& GetFade() { return m_Fade; }
+    Korvex::acPKCS11* GetP11() const { return m_P11; }
+    bool IsRefreshRunning() const { return m_Thread != nullptr; }
+
+private:
+    void set_properties();
+    void do_layout();
+    // Runs a PIN change or unblock on the selected card's application.
+    void RunPinCommand(Korvex::ApplType appl, bool unblock);
+    // Creates and starts the refresh thread; false when it could not start.
+    bool StartRefreshThread();
+
+    wxPanel* panel_main = nullptr;
+    wxStaticBitmap* bitmap_banner = nullptr;
+    wxListCtrl* list_ctrl_cards = nullptr;
+    wxBitmapButton* button_reload = nullptr;
+    wxStaticBox* sizer_sig_staticbox = nullptr;
+    wxStaticBox* sizer_enc_staticbox = nullptr;
+    wxStaticBox* sizer_pers_staticbox = nullptr;
+    wxButton* button_sig_change_pin = nullptr;
+    wxButton* button_sig_puk = nullptr;
+    wxButton* button_sig_show_cert = nullptr;
+    wxButton* button_sig_test = nullptr;
+    wxButton* button_enc_change_pin = nullptr;
+    wxButton* button_enc_puk = nullptr;
+    wxButton* button_enc_show = nullptr;
+    wxButton* button_enc_test = nullptr;
+    wxButton* button_pers_change = nullptr;
+    wxButton* button_pers_puk = nullptr;
+    wxButton* button_pers_show = nullptr;
+    wxStaticBitmap* bitmap_status = nullptr;
+    wxStaticText* label_status = nullptr;
+
+    wxImageList* m_ImageList = nullptr;
+    int m_ChipImageIndex = -1;
+
+    wxTimer m_StartTimer;
+    wxTimer m_FadeTimer;
+    FadeOut m_Fade;
+    // Held by value: it is destroyed with the frame's members, before the
+    // frame's base class would look at its children.
+    PleaseWait m_Wait;
+
+    wxString m_Version;
+    Korvex::acPKCS11* m_P11 = nullptr;
+    RefreshCardThread* m_Thread = nullptr;
+
+    wxDECLARE_EVENT_TABLE();
+};

@@ -1,0 +1,241 @@
+// Main window: the card list, its selection rules, popup menu, keyboard copy
+// and the background refresh that fills it.
+#include "gui/MainFrame.h"
+
+#include "app/VessaCardsLogger.h"
+#include "base/wxHelper.h"
+#include "gui/RefreshCardThread.h"
+#include "gui/Translate.h"
+#include "token/acPKCS11.h"
+
+#include <wx/bmpbuttn.h>
+#include <wx/button.h>
+#include <wx/clipbrd.h>
+#include <wx/dataobj.h>
+#include <wx/menu.h>
+#include <wx/utils.h>
+
+#include <vector>
+
+void MainFrame::GetSelectedItem(std::string& number, Korvex::TokenType& type)
+{
+    number.clear();
+    long item = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
+    if (item == -1) {
+        item = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_DONTCARE);
+        if (item == -1)
+            return;
+        list_ctrl_cards->SetItemState(item, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+        wxYieldIfNeeded();
+        // The yield may have run a handler that emptied the list.
+        if (item >= list_ctrl_cards->GetItemCount())
+            return;
+    }
+    number = Korvex::WxStr2MB(list_ctrl_cards->GetItemText(item, 0));
+    type = static_cast<Korvex::TokenType>(list_ctrl_cards->GetItemData(item));
+}
+
+bool MainFrame::GetSlotIdxForSelectedCard(int& slotIdx, Korvex::TokenType& type)
+{
+    std::string number;
+    GetSelectedItem(number, type);
+    if (number == EMPTY_CARD) {
+        SetStatus(Tr("Dieser Befehl ist mit einer leeren Karte nicht erlaubt!"), true);
+        return false;
+    }
+
+    std::vector<Korvex::SlotStruct*> slots;
+    if (m_P11->GetSlots(slots, true)) {
+        for (size_t i = 0; i < slots.size(); ++i) {
+            if (slots[i]->serial == number) {
+                slotIdx = static_cast<int>(i);
+                return true;
+            }
+        }
+    }
+    AppLog()->LogError("cannot load card list");
+    return false;
+}
+
+bool MainFrame::OpenSessionForSelectedCard()
+{
+    int slotIdx = -1;
+    Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
+    if (!GetSlotIdxForSelectedCard(slotIdx, type))
+        return false;
+    if (!m_P11->OpenSession(slotIdx, false)) {
+        AppLog()->LogError("Error open pkcs#11 session");
+        return false;
+    }
+    return true;
+}
+
+void MainFrame::evt_ItemSelected(wxListEvent& /*event*/)
+{
+    std::string number;
+    Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
+    GetSelectedItem(number, type);
+    if (!number.empty() && type >= Korvex::TOKEN_ACOS_A03 && type <= Korvex::TOKEN_ECARD_G4) {
+        switch (type) {
+        case Korvex::TOKEN_ACOS_A03:
+            button_pers_change->Enable(true);
+            button_pers_puk->Enable(true);
+            break;
+        case Korvex::TOKEN_ACOS_A04:
+        case Korvex::TOKEN_ACOS_A05:
+            button_pers_change->Enable(false);
+            button_pers_puk->Enable(false);
+            break;
+        default:
+            // The e-card generations have no identity-link PIN and no unblock.
+            button_pers_change->Enable(false);
+            button_pers_puk->Enable(false);
+            button_enc_puk->Enable(false);
+            button_sig_puk->Enable(false);
+            break;
+        }
+    }
+    wxYieldIfNeeded();
+}
+
+wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
+{
+    const bool identityLink = type == Korvex::TOKEN_ACOS_A03;
+
+    wxMenu* changePin = new wxMenu();
+    changePin->Append(ID_POPUP_ENC_CHANGE_PIN, Tr("Geheimhaltungszertifikat"));
+    changePin->Append(ID_POPUP_SIG_CHANGE_PIN, Tr("Signaturzertifikat"));
+    if (identityLink)
+        changePin->Append(ID_POPUP_PERS_CHANGE_PIN, Tr("Personenbindung"));
+
+    wxMenu* unblockPin = new wxMenu();
+    unblockPin->Append(ID_POPUP_ENC_PUK, Tr("Geheimhaltungszertifikat"));
+    unblockPin->Append(ID_POPUP_SIG_PUK, Tr("Signaturzertifikat"));
+    if (identityLink)
+        unblockPin->Append(ID_POPUP_PERS_PUK, Tr("Personenbindung"));
+
+    wxMenu* showCert = new wxMenu();
+    showCert->Append(ID_POPUP_ENC_SHOW, Tr("Geheimhaltungszertifikat"));
+    showCert->Append(ID_POPUP_SIG_SHOW, Tr("Signaturzertifikat"));
+
+    wxMenu* signTest = new wxMenu();
+    signTest->Append(ID_POPUP_ENC_TEST, Tr("Geheimhaltungszertifikat"));
+    signTest->Append(ID_POPUP_SIG_TEST, Tr("Signaturzertifikat"));
+
+    wxMenu* menu = new wxMenu();
+    menu->AppendSubMenu(changePin, Tr("PIN ändern"));
+    // The missing "t" is how the users know this menu; keep it.
+    menu->AppendSubMenu(unblockPin, Tr("PIN ensperren"));
+    menu->AppendSeparator();
+    menu->AppendSubMenu(showCert, Tr("Zertifikat anzeigen"));
+    menu->Append(ID_POPUP_PERS_SHOW, Tr("Infobox anzeigen"));
+    menu->AppendSeparator();
+    menu->AppendSubMenu(signTest, Tr("Signatur testen"));
+    return menu;
+}
+
+void MainFrame::evt_ItemRightClick(wxListEvent& /*event*/)
+{
+    std::string number;
+    Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
+    GetSelectedItem(number, type);
+    wxMenu* menu = CreatePopupMenu(type);
+    menu->Bind(wxEVT_MENU, &MainFrame::evt_OnPopupClick, this);
+    PopupMenu(menu);
+    delete menu;
+}
+
+void MainFrame::evt_OnPopupClick(wxCommandEvent& event)
+{
+    wxCommandEvent command;
+    switch (event.GetId()) {
+    case ID_POPUP_ENC_CHANGE_PIN: evt_enc_change_pin(command); break;
+    case ID_POPUP_SIG_CHANGE_PIN: evt_sig_change_pin(command); break;
+    case ID_POPUP_PERS_CHANGE_PIN: evt_pers_change(command); break;
+    case ID_POPUP_ENC_PUK: evt_enc_puk(command); break;
+    case ID_POPUP_SIG_PUK: evt_sig_puk(command); break;
+    case ID_POPUP_PERS_PUK: evt_pers_puk(command); break;
+    case ID_POPUP_ENC_SHOW: evt_enc_show(command); break;
+    case ID_POPUP_SIG_SHOW: evt_sig_show_cert(command); break;
+    case ID_POPUP_PERS_SHOW: evt_pers_show(command); break;
+    case ID_POPUP_ENC_TEST: evt_enc_test(command); break;
+    case ID_POPUP_SIG_TEST: evt_sig_test(command); break;
+    default: break;
+    }
+}
+
+void MainFrame::evt_ItemDoubleClick(wxListEvent& /*event*/)
+{
+    if (!ShowCert(false))
+        ShowCert(true);
+}
+
+void MainFrame::evt_ListKeyDown(wxListEvent& event)
+{
+    const int key = event.GetKeyCode();
+    if ((key == 'C' || key == 'c') && wxGetKeyState(WXK_CONTROL)) {
+        std::string number;
+        Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
+        GetSelectedItem(number, type);
+        if (!number.empty() && wxTheClipboard->Open()) {
+            wxTheClipboard->SetData(new wxTextDataObject(wxString::FromUTF8(number.c_str())));
+            wxTheClipboard->Close();
+        }
+    }
+    event.Skip();
+}
+
+bool MainFrame::StartRefreshThread()
+{
+    m_Thread = new RefreshCardThread(this, m_P11);
+    if (m_Thread->Create() == wxTHREAD_NO_ERROR) {
+        m_Thread->SetPriority(50);
+        if (m_Thread->Run() == wxTHREAD_NO_ERROR)
+            return true;
+    }
+    delete m_Thread;
+    m_Thread = nullptr;
+    return false;
+}
+
+void MainFrame::evt_reload(wxCommandEvent& /*event*/)
+{
+    AppLog()->LogMessage("evt_reload");
+    MyEnable(false);
+    m_Wait.Centre(wxBOTH);
+    m_Wait.Show();
+    list_ctrl_cards->DeleteAllItems();
+    // From here until the thread-finished event only the thread uses the
+    // token object; the locked window keeps every command away from it.
+    if (StartRefreshThread())
+        return;
+
+    AppLog()->LogError("cannot start card refresh thread");
+    MyEnable(true);
+    wxYieldIfNeeded();
+}
+
+void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
+{
+    if (m_Thread == nullptr)
+        return;
+    m_Thread->Wait();
+    const ListEntryVector rows = m_Thread->GetList();
+    delete m_Thread;
+    m_Thread = nullptr;
+
+    // Every row goes in at the position of the one before, so the last card
+    // read ends up on top.
+    long index = 0;
+    for (const std::shared_ptr<ListEntryData>& row : rows) {
+        index = list_ctrl_cards->InsertItem(index, row->number, m_ChipImageIndex);
+        list_ctrl_cards->SetItem(index, 1, row->holder);
+        list_ctrl_cards->SetItem(index, 2, row->typeName);
+        list_ctrl_cards->SetItemData(index, row->type);
+    }
+    if (list_ctrl_cards->GetItemCount() > 0)
+        list_ctrl_cards->SetItemState(0, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+
+    MyEnable(true);
+    m_Wait.Hide();
+}

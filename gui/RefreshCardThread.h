@@ -1,0 +1,34 @@
+// Worker thread that reads every inserted card (session, signing certificate,
+// token information) into list rows, so the window stays responsive while the
+// module talks to the readers. It never touches a widget: it only posts the
+// "refresh finished" command event to the window.
+#pragma once
+
+#include "gui/ListEntryData.h"
+#include "token/acPKCS11Types.h"
+
+#include <wx/thread.h>
+
+class wxWindow;
+namespace Korvex {
+class acPKCS11;
+}
+
+class RefreshCardThread : public wxThread {
+public:
+    enum { ID_THREAD_FINISHED = 5453 };
+
+    RefreshCardThread(wxWindow* notify, Korvex::acPKCS11* p11);
+
+    void* Entry() override;
+    // Reads one row per slot whose session opens; the slot list is taken by
+    // value because the token object replaces its records on the next GetSlots.
+    void DoWork(std::vector<Korvex::SlotStruct*> slots);
+    // The rows read; only valid after the thread has been joined.
+    ListEntryVector GetList() const { return m_List; }
+
+private:
+    wxWindow* m_Notify;
+    Korvex::acPKCS11* m_P11;
+    ListEntryVector m_List;
+};
