@@ -6,6 +6,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <new>
+
+#include <sys/stat.h>
 
 namespace Korvex {
 
@@ -83,12 +86,18 @@ bool ReadCompleteFileBinary(const std::string& path, unsigned char** data, long&
     FilePtr file = OpenFile(path, "rb");
     if (!file)
         return false;
+    // A directory opens fine but reports a nonsense size.
+    struct stat info;
+    if (fstat(fileno(file.get()), &info) != 0 || !S_ISREG(info.st_mode))
+        return false;
     if (std::fseek(file.get(), 0, SEEK_END) != 0)
         return false;
     const long length = std::ftell(file.get());
     if (length <= 0 || std::fseek(file.get(), 0, SEEK_SET) != 0)
         return false;
-    unsigned char* buffer = new unsigned char[static_cast<std::size_t>(length)]();
+    unsigned char* buffer = new (std::nothrow) unsigned char[static_cast<std::size_t>(length)]();
+    if (!buffer)
+        return false;
     if (std::fread(buffer, static_cast<std::size_t>(length), 1, file.get()) != 1) {
         delete[] buffer;
         return false;
