@@ -1,0 +1,205 @@
+// Digests of every HashAlgorithm against published vectors, the size
+// protocol, DigestInfo headers and the LibCrypto log hooks.
+#include "crypto/Hash.h"
+#include "crypto/LibCrypto.h"
+#include "CryptoTestSupport.h"
+
+#include <openssl/objects.h>
+#include <openssl/x509.h>
+
+#include <thread>
+
+using namespace Korvex;
+using CryptoTest::FromHex;
+using CryptoTest::LogCapture;
+
+namespace {
+
+struct Vector {
+    HashAlgorithm alg;
+    int nid;
+    const char* empty;
+    const char* abc;
+};
+
+const Vector kVectors[] = {
+    {HashSha1, NID_sha1, "da39a3ee5e6b4b0d3255bfef95601890afd80709",
+     "a9993e364706816aba3e25717850c26c9cd0d89d"},
+    {HashRipemd160, NID_ripemd160, "9c1185a5c5e9fc54612808977ee8f548b2258d31",
+     "8eb208f7e05d987a9b044a8e98c6b087f15a0bfc"},
+    {HashSha224, NID_sha224, "d14a028c2a3a2bc9476102bb288234c415a2b01f828ea62ac5b3e42f",
+     "23097d223405d8228642a477bda255b32aadbce4bda0b3f7e36c9da7"},
+    {HashSha256, NID_sha256, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855",
+     "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+    {HashSha512, NID_sha512,
+     "cf83e1357eefb8bdf1542850d66d8007d620e4050b5715dc83f4a921d36ce9ce"
+     "47d0d13c5d85f2b0ff8318d2877eec2f63b931bd47417a81a538327af927da3e",
+     "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a"
+     "2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f"},
+    {HashMd5, NID_md5, "d41d8cd98f00b204e9800998ecf8427e", "900150983cd24fb0d6963f7d28e17f72"},
+    {HashMd4, NID_md4, "31d6cfe0d16ae931b73c59d7e0c089c0", "a448017aaf21d8525fc10ae87aa6729d"},
+    {HashSha384, NID_sha384,
+     "38b060a751ac96384cd9327eb1b1e36a21fdb71114be07434c0cc7bf63f6e1da274edebfe76f65fbd51ad2f14898b95b",
+     "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed8086072ba1e7cc2358baeca134c825a7"},
+};
+
+const std::vector<unsigned char> kAbc = {'a', 'b', 'c'};
+
+class HashTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        LogCapture::Lines().clear();
+        LibCrypto::acPKCS11_SetErrorLoggingFunc(LogCapture::Hook);
+        LibCrypto::acPKCS11_SetMessageLoggingFunc(LogCapture::Hook);
+    }
+    void TearDown() override
+    {
+        LibCrypto::acPKCS11_SetErrorLoggingFunc(nullptr);
+        LibCrypto::acPKCS11_SetMessageLoggingFunc(nullptr);
+    }
+};
+
+} // namespace
+
+TEST_F(HashTest, PointerFormMatchesPublishedVectorsForEveryAlgorithm)
+{
+    for (const Vector& v : kVectors) {
+        SCOPED_TRACE(v.alg);
+        unsigned char out[80];
+        unsigned long outLen = sizeof(out);
+        ASSERT_TRUE(Hash(kAbc.data(), kAbc.size(), out, outLen, v.alg));
+        EXPECT_EQ(std::vector<unsigned char>(out, out + outLen), FromHex(v.abc));
+
+        // A length of 0 is the empty message, not an error.
+        outLen = sizeof(out);
+        ASSERT_TRUE(Hash(kAbc.data(), 0, out, outLen, v.alg));
+        EXPECT_EQ(std::vector<unsigned char>(out, out + outLen), FromHex(v.empty));
+
+        unsigned long size = 0;
+        EXPECT_NE(intern::GetHashAlgo(v.alg, size), nullptr);
+        EXPECT_EQ(size, FromHex(v.abc).size());
+    }
+}
+
+TEST_F(HashTest, NoDigestAndUnknownValuesGiveNoDescriptor)
+{
+    for (int value : {7, 9, 10, 255}) {
+        unsigned long size = 1234;
+        EXPECT_EQ(intern::GetHashAlgo(static_cast<HashAlgorithm>(value), size), nullptr);
+        EXPECT_EQ(size, 1234u);
+        unsigned char out[64];
+        unsigned long outLen = sizeof(out);
+        EXPECT_FALSE(Hash(kAbc.data(), kAbc.size(), out, outLen, static_cast<HashAlgorithm>(value)));
+        std::vector<unsigned char> vec;
+        EXPECT_FALSE(Hash(kAbc, vec, static_cast<HashAlgorithm>(value), true));
+        EXPECT_TRUE(vec.empty());
+    }
+    EXPECT_TRUE(LogCapture::Lines().empty());
+}
+
+TEST_F(HashTest, SizeProtocolOfPointerForm)
+{
+    unsigned char out[64];
+    unsigned long outLen = 19;
+    EXPECT_FALSE(Hash(kAbc.data(), kAbc.size(), out, outLen, HashSha1));
+    EXPECT_EQ(outLen, 19u);
+    EXPECT_EQ(LogCapture::Lines(), std::vector<std::string>{"PKCS11 outputsize ist zu klein"});
+
+    outLen = 64;
+    EXPECT_TRUE(Hash(kAbc.data(), kAbc.size(), out, outLen, HashSha1));
+    EXPECT_EQ(outLen, 20u);
+
+    LogCapture::Lines().clear();
+    EXPECT_FALSE(Hash(nullptr, 3, out, outLen, HashSha1));
+    EXPECT_FALSE(Hash(kAbc.data(), 3, nullptr, outLen, HashSha1));
+    EXPECT_EQ(LogCapture::Lines(),
+              (std::vector<std::string>{"PKCS11 input == NULL", "PKCS11 output == NULL"}));
+}
+
+TEST_F(HashTest, DigestInfoHeadersAreValidDerForTheirAlgorithm)
+{
+    for (const Vector& v : kVectors) {
+        SCOPED_TRACE(v.alg);
+        std::vector<unsigned char> out;
+        ASSERT_TRUE(Hash(kAbc, out, v.alg, true));
+        const std::vector<unsigned char> digest = FromHex(v.abc);
+        const bool hasHeader = v.alg == HashSha1 || v.alg == HashRipemd160 || v.alg == HashSha256 ||
+                               v.alg == HashSha384 || v.alg == HashSha512;
+        if (!hasHeader) {
+            EXPECT_EQ(out, digest); // SHA-224, MD5, MD4: bare digest, still true
+            continue;
+        }
+        ASSERT_EQ(out.size(), digest.size() + (digest.size() == 20 ? 15u : 19u));
+        EXPECT_TRUE(std::equal(digest.begin(), digest.end(), out.end() - digest.size()));
+        // The whole buffer must parse as a DigestInfo naming the algorithm.
+        const unsigned char* cursor = out.data();
+        X509_SIG* info = d2i_X509_SIG(nullptr, &cursor, static_cast<long>(out.size()));
+        ASSERT_NE(info, nullptr);
+        EXPECT_EQ(cursor, out.data() + out.size());
+        const X509_ALGOR* algor = nullptr;
+        const ASN1_OCTET_STRING* value = nullptr;
+        X509_SIG_get0(info, &algor, &value);
+        const ASN1_OBJECT* oid = nullptr;
+        X509_ALGOR_get0(&oid, nullptr, nullptr, algor);
+        EXPECT_EQ(OBJ_obj2nid(oid), v.nid);
+        EXPECT_EQ(ASN1_STRING_length(value), static_cast<int>(digest.size()));
+        X509_SIG_free(info);
+    }
+}
+
+TEST_F(HashTest, VectorFormAppendsDigestAndPutsHeaderInFront)
+{
+    std::vector<unsigned char> out = {0xAA, 0xBB};
+    ASSERT_TRUE(Hash(kAbc, out, HashSha256, true));
+    ASSERT_EQ(out.size(), 19u + 2u + 32u);
+    EXPECT_TRUE(std::equal(Sha256Pkcs01DigestInfo, Sha256Pkcs01DigestInfo + 19, out.begin()));
+    EXPECT_EQ(out[19], 0xAA);
+    EXPECT_EQ(out[20], 0xBB);
+    EXPECT_EQ(std::vector<unsigned char>(out.begin() + 21, out.end()), FromHex(kVectors[3].abc));
+
+    std::vector<unsigned char> plain = {0x01};
+    ASSERT_TRUE(Hash(kAbc, plain, HashSha224, true));
+    EXPECT_EQ(plain.size(), 1u + 28u);
+}
+
+TEST_F(HashTest, EmptyInputVectorFailsAsNullInput)
+{
+    std::vector<unsigned char> empty;
+    empty.reserve(16); // capacity must not turn it into a valid input
+    std::vector<unsigned char> out = {0x01};
+    EXPECT_FALSE(Hash(empty, out, HashSha1, false));
+    EXPECT_EQ(out, std::vector<unsigned char>{0x01});
+    EXPECT_EQ(LogCapture::Lines(), std::vector<std::string>{"PKCS11 input == NULL"});
+}
+
+TEST_F(HashTest, FirstUseFromSeveralThreadsAtOnce)
+{
+    // Runs in its own process, so the providers are loaded by these threads.
+    std::vector<std::thread> threads;
+    bool ok[4] = {};
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&ok, i] {
+            std::vector<unsigned char> out;
+            ok[i] = Hash(kAbc, out, i % 2 ? HashMd4 : HashRipemd160, false) &&
+                    out == FromHex(i % 2 ? kVectors[6].abc : kVectors[1].abc);
+        });
+    }
+    for (std::thread& t : threads)
+        t.join();
+    for (bool each : ok)
+        EXPECT_TRUE(each);
+}
+
+TEST_F(HashTest, LogFormsJoinTextsAndPrintNumbersAsSignedInt)
+{
+    LibCrypto::LogError("code", 0xFFFFFFFFul);
+    LibCrypto::LogMessage("count", 42ul);
+    LibCrypto::LogError("a", std::string("b"));
+    LibCrypto::LogMessage("plain");
+    EXPECT_EQ(LogCapture::Lines(), (std::vector<std::string>{"code, -1", "count, 42", "ab", "plain"}));
+
+    LibCrypto::acPKCS11_SetErrorLoggingFunc(nullptr);
+    LibCrypto::LogError("dropped");
+    EXPECT_EQ(LogCapture::Lines().size(), 4u);
+}
