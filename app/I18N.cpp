@@ -43,7 +43,9 @@ void I18N::CreateLocale(int language)
     // toolkit's error box; the program just runs with the German texts.
     wxLogNull quiet;
     m_Locale = new wxLocale();
-    m_Locale->Init(language, wxLOCALE_CONV_ENCODING);
+    // Catalogue texts are always converted to the program's encoding by this
+    // toolkit version; the toolkit's own catalogue is not wanted.
+    m_Locale->Init(language, wxLOCALE_DONT_LOAD_DEFAULT);
 }
 
 int I18N::Initialize(long language)

@@ -48,7 +48,8 @@ int MyApp::OnExit()
 void MyApp::OnInitCmdLine(wxCmdLineParser& parser)
 {
     // No options and no parameters: any argument is a parse error.
-    static const wxCmdLineEntryDesc noArguments[] = {{wxCMD_LINE_NONE}};
+    static const wxCmdLineEntryDesc noArguments[] = {
+        {wxCMD_LINE_NONE, nullptr, nullptr, nullptr, wxCMD_LINE_VAL_NONE, 0}};
     parser.SetDesc(noArguments);
     parser.SetSwitchChars("-");
 }

@@ -238,7 +238,7 @@ void MainFrame::SetStatus(wxString text, bool isError)
     if (icon.IsOk()) {
         m_Fade.Init(button_pers_show->GetForegroundColour(), button_pers_show->GetBackgroundColour(),
                     icon.ConvertToImage(), kFadeSteps);
-        wxTimerEvent firstStep;
+        wxTimerEvent firstStep(m_FadeTimer);
         evt_OnFadeOut(firstStep);
         m_FadeTimer.Start(kFadeHoldMs, wxTIMER_CONTINUOUS);
     }

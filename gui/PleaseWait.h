@@ -9,7 +9,7 @@ class PleaseWait : public wxDialog {
 public:
     explicit PleaseWait(wxWindow* parent);
 
-    wxStaticText* GetLabel() const { return m_Label; }
+    wxStaticText* GetMessageText() const { return m_Label; }
 
 private:
     wxStaticText* m_Label;

@@ -1,0 +1,199 @@
+// Process start-up: when the log is switched on, where it goes, what its
+// lines look like, and the hooks that carry the token layer's lines into it.
+#include "app/AppStartup.h"
+#include "app/VessaCardsLogger.h"
+#include "base/Config.h"
+#include "tests/app/AppTestSupport.h"
+#include "token/acPKCS11.h"
+#include "token/acPKCS11Log.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <thread>
+
+#include <sys/syscall.h>
+
+namespace {
+
+using VessaCards::LogDirectoryFromSettings;
+
+TEST(LogDirectoryFromSettings, NeedsAPositiveLevelAndAPathOfFiveCharacters)
+{
+    std::string dir = "unchanged";
+    EXPECT_FALSE(LogDirectoryFromSettings(0, "/var/log/vessa", dir));
+    EXPECT_FALSE(LogDirectoryFromSettings(-3, "/var/log/vessa", dir));
+    EXPECT_FALSE(LogDirectoryFromSettings(1, "/var", dir)); // four characters
+    EXPECT_FALSE(LogDirectoryFromSettings(5, "", dir));
+    EXPECT_EQ(dir, "unchanged");
+
+    EXPECT_TRUE(LogDirectoryFromSettings(1, "/var/", dir));
+    EXPECT_EQ(dir, "/var/");
+    // Any level of 1 or more only switches the log on.
+    EXPECT_TRUE(LogDirectoryFromSettings(99, "/var/log/vessa", dir));
+    EXPECT_EQ(dir, "/var/log/vessa");
+}
+
+TEST(LogDirectoryFromSettings, AFileNameEndingInLogKeepsOnlyItsDirectory)
+{
+    std::string dir;
+    EXPECT_TRUE(LogDirectoryFromSettings(1, "/var/log/vessa/trace.log", dir));
+    EXPECT_EQ(dir, "/var/log/vessa");
+    EXPECT_TRUE(LogDirectoryFromSettings(1, "/var/log/vessa/TRACE.LOG", dir));
+    EXPECT_EQ(dir, "/var/log/vessa");
+    // A bare name of exactly five characters writes into the working directory.
+    EXPECT_TRUE(LogDirectoryFromSettings(1, "a.log", dir));
+    EXPECT_EQ(dir, "");
+    // ".log" in the middle is not a suffix.
+    EXPECT_TRUE(LogDirectoryFromSettings(1, "/srv/a.logs", dir));
+    EXPECT_EQ(dir, "/srv/a.logs");
+}
+
+// Restores the process-wide singletons after each start-up test.
+class StartupTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        Korvex::acPKCS11::SetMessageLoggingFunc(nullptr);
+        Korvex::acPKCS11::SetErrorLoggingFunc(nullptr);
+    }
+    void TearDown() override
+    {
+        VessaCards::TeardownProcess();
+        Korvex::acPKCS11::SetMessageLoggingFunc(nullptr);
+        Korvex::acPKCS11::SetErrorLoggingFunc(nullptr);
+    }
+
+    std::vector<std::string> LogFiles(const std::string& dir)
+    {
+        return AppTests::FilesStartingWith(dir, "VessaCards_");
+    }
+
+    AppTests::ScratchDir m_settings;
+    AppTests::ScratchDir m_logs;
+};
+
+TEST_F(StartupTest, LogLinesCarryTimeKindAndThreadId)
+{
+    const std::string path = VessaCards::StartApplicationLog(m_logs.Path());
+    AppLog()->LogMessage("from the main thread");
+    long workerId = 0;
+    std::thread worker([&workerId] {
+        workerId = static_cast<long>(syscall(SYS_gettid));
+        ::acPKCS11::LogError("PKCS11 Proc_C_OpenSession ERROR", 0x1b0);
+    });
+    worker.join();
+
+    const std::vector<std::string> files = LogFiles(m_logs.Path());
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_TRUE(std::regex_match(files[0], std::regex(R"(VessaCards_\d{4}-\d\d-\d\d-\d\d-\d\d-\d\d\.log)")))
+        << files[0];
+    EXPECT_EQ(path, m_logs.Path() + "/" + files[0]);
+
+    const std::string text = AppTests::ReadText(path);
+    const long mainId = static_cast<long>(syscall(SYS_gettid));
+    const std::string stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)";
+    EXPECT_TRUE(std::regex_search(
+        text, std::regex(stamp + "      MESSAGE \\(" + std::to_string(mainId) + "\\) from the main thread\n")))
+        << text;
+    EXPECT_TRUE(std::regex_search(
+        text, std::regex(stamp + "        ERROR \\(" + std::to_string(workerId) +
+                         "\\) PKCS11 Proc_C_OpenSession ERROR0x1b0\n")))
+        << text;
+}
+
+TEST_F(StartupTest, TokenLayerMessagesReachTheLogThroughTheHooks)
+{
+    VessaCards::StartApplicationLog(m_logs.Path());
+    EXPECT_EQ(::acPKCS11::pt2LogMessage, &VessaCards::LogMessage);
+    EXPECT_EQ(::acPKCS11::pt2LogError, &VessaCards::LogError);
+    ::acPKCS11::LogMessage("token label:", " demo");
+
+    const std::vector<std::string> files = LogFiles(m_logs.Path());
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_NE(AppTests::ReadText(m_logs.Path() + "/" + files[0]).find(") token label:  demo\n"),
+              std::string::npos);
+}
+
+TEST_F(StartupTest, LoggerHandleIsRegisteredOnceAndSharedByThreads)
+{
+    const unsigned first = VessaCardsLogger::GetHandle();
+    unsigned fromThread = 0;
+    std::thread other([&fromThread] { fromThread = VessaCardsLogger::GetHandle(); });
+    other.join();
+    EXPECT_EQ(first, fromThread);
+    EXPECT_EQ(first, VessaCardsLogger::GetHandle());
+    EXPECT_NE(first, 0u); // slot 0 is the foundation library's default logger
+}
+
+TEST_F(StartupTest, ConfiguredLogFileNameIsReplacedByATimeStampedOne)
+{
+    AppTests::WriteAllUsersConfig(m_settings.Path(),
+                                  "<vessa_Client><Trace><LogLevel>1</LogLevel><Filename>" +
+                                      m_logs.Path() + "/Trace.LOG</Filename></Trace></vessa_Client>");
+    VessaCards::BootstrapProcess();
+    AppLog()->LogError("started");
+
+    EXPECT_TRUE(AppTests::FilesStartingWith(m_logs.Path(), "Trace").empty());
+    const std::vector<std::string> files = LogFiles(m_logs.Path());
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_NE(AppTests::ReadText(m_logs.Path() + "/" + files[0]).find(") started\n"), std::string::npos);
+    EXPECT_EQ(::acPKCS11::pt2LogError, &VessaCards::LogError);
+}
+
+TEST_F(StartupTest, LevelZeroStartsNoLogAndNoHooks)
+{
+    AppTests::WriteAllUsersConfig(m_settings.Path(),
+                                  "<vessa_Client><Trace><LogLevel>0</LogLevel><Filename>" +
+                                      m_logs.Path() + "</Filename></Trace></vessa_Client>");
+    VessaCards::BootstrapProcess();
+    AppLog()->LogError("dropped");
+    EXPECT_TRUE(LogFiles(m_logs.Path()).empty());
+    EXPECT_EQ(::acPKCS11::pt2LogError, nullptr);
+    EXPECT_EQ(::acPKCS11::pt2LogMessage, nullptr);
+}
+
+TEST_F(StartupTest, ShortPathStartsNoLogEvenWithAPositiveLevel)
+{
+    AppTests::WriteAllUsersConfig(
+        m_settings.Path(), "<vessa_Client><Trace><LogLevel>4</LogLevel><Filename>/tmp</Filename></Trace></vessa_Client>");
+    VessaCards::BootstrapProcess();
+    EXPECT_EQ(::acPKCS11::pt2LogMessage, nullptr);
+    EXPECT_FALSE(AppLog()->IsEnabled());
+}
+
+TEST_F(StartupTest, BareFiveCharacterFileNameLogsIntoTheWorkingDirectory)
+{
+    char previous[4096];
+    ASSERT_NE(getcwd(previous, sizeof(previous)), nullptr);
+    ASSERT_EQ(chdir(m_logs.Path().c_str()), 0);
+    AppTests::WriteAllUsersConfig(
+        m_settings.Path(), "<vessa_Client><Trace><LogLevel>2</LogLevel><Filename>x.log</Filename></Trace></vessa_Client>");
+    VessaCards::BootstrapProcess();
+    AppLog()->LogError("here");
+    const std::vector<std::string> files = LogFiles(m_logs.Path());
+    ASSERT_EQ(chdir(previous), 0);
+    EXPECT_EQ(files.size(), 1u);
+}
+
+TEST_F(StartupTest, TeardownClosesTheLogAndForgetsTheConfiguration)
+{
+    AppTests::WriteAllUsersConfig(m_settings.Path(),
+                                  "<vessa_Client><Version>2.1.0.7</Version><Trace><LogLevel>1</LogLevel><Filename>" +
+                                      m_logs.Path() + "</Filename></Trace></vessa_Client>");
+    VessaCards::BootstrapProcess();
+    std::string version;
+    EXPECT_TRUE(Korvex::Config::GetHandle(0)->GetString(11, version));
+    EXPECT_EQ(version, "2.1.0.7");
+
+    VessaCards::TeardownProcess();
+    EXPECT_FALSE(Korvex::Config::GetHandle(0)->IsInitialized());
+    EXPECT_EQ(Korvex::Config::GetHandle(0)->GetConfigEntry(11), nullptr);
+    const std::vector<std::string> files = LogFiles(m_logs.Path());
+    ASSERT_EQ(files.size(), 1u);
+    // The closing line is written whatever the level.
+    EXPECT_NE(AppTests::ReadText(m_logs.Path() + "/" + files[0]).find("close LibLogging"), std::string::npos);
+    EXPECT_FALSE(AppLog()->IsEnabled());
+}
+
+} // namespace
