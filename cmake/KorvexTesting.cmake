@@ -31,10 +31,14 @@ function(korvex_add_gtest target)
   if(NOT ARG_GUI)
     target_link_libraries(${target} PRIVATE GTest::gtest_main)
   endif()
+  # gtest_discover_tests (PRE_TEST, CMake 3.25) keeps only the first entry of
+  # an ENVIRONMENT list, so the environment reaches discovery and every test
+  # through env(1) as the test executor instead.
+  set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "env;${KORVEX_TEST_ENV}")
   # GUI tests share one X display, so they never run side by side.
-  set(props ENVIRONMENT "${KORVEX_TEST_ENV}" TIMEOUT 300 LABELS unit)
+  set(props TIMEOUT 300 LABELS unit)
   if(ARG_GUI)
-    set(props ENVIRONMENT "${KORVEX_TEST_ENV}" TIMEOUT 300 LABELS gui RESOURCE_LOCK x-display)
+    set(props TIMEOUT 300 LABELS gui RESOURCE_LOCK x-display)
   endif()
   gtest_discover_tests(${target}
     DISCOVERY_MODE PRE_TEST
