@@ -78,7 +78,9 @@ bool acPKCS11::findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE
         char labelBuffer[kLabelBufferSize];
         CK_ATTRIBUTE labelAttribute = {CKA_LABEL, labelBuffer, sizeof(labelBuffer)};
         CK_RV rv = callModule(Proc_C_GetAttributeValue, m_hSession, handles[i], &labelAttribute, 1);
-        if (rv != CKR_OK || !tokenimpl::lengthFits(labelAttribute, sizeof(labelBuffer))) {
+        if (rv == CKR_OK && !tokenimpl::lengthFits(labelAttribute, sizeof(labelBuffer)))
+            rv = CKR_BUFFER_TOO_SMALL;  // claims more than it can have written
+        if (rv != CKR_OK) {
             LogError("PKCS11 Proc_C_GetAttributeValue ERROR", rv);
             continue;
         }
@@ -244,7 +246,9 @@ bool acPKCS11::loadAllCertsInSession()
     for (CK_ULONG i = 0; i < found; ++i) {
         CK_ATTRIBUTE attribute = {CKA_VALUE, value.data(), CERT_BUFFER_SIZE};
         CK_RV rv = callModule(Proc_C_GetAttributeValue, m_hSession, handles[i], &attribute, 1);
-        if (rv != CKR_OK || !tokenimpl::lengthFits(attribute, CERT_BUFFER_SIZE)) {
+        if (rv == CKR_OK && !tokenimpl::lengthFits(attribute, CERT_BUFFER_SIZE))
+            rv = CKR_BUFFER_TOO_SMALL;
+        if (rv != CKR_OK) {
             LogError("PKCS11 Proc_C_GetAttributeValue ERROR", rv);
             continue;
         }

@@ -1,0 +1,189 @@
+// Raw APDUs, named card data (EHIC, Grunddaten), the identity-link write and
+// the infobox data objects.
+#include "tests/token/TokenTestSupport.h"
+
+using namespace tokentest;
+
+namespace {
+
+using CardDataTest = TokenTest;
+
+const char* const kAcos03 = kCards[0].serial;  // fixed objects
+const char* const kAcos04 = kCards[1].serial;  // infobox file
+const char* const kECard = kCards[6].serial;
+
+std::vector<unsigned char> identityLink(size_t size, unsigned char first = 0x30)
+{
+    std::vector<unsigned char> data(size);
+    for (size_t i = 0; i < size; ++i)
+        data[i] = static_cast<unsigned char>(i * 7);
+    data[0] = first;
+    return data;
+}
+
+TEST_F(CardDataTest, ApdusAppendTheirResponseWithStatusWord)
+{
+    ASSERT_TRUE(openCard(kAcos03));
+    std::vector<unsigned char> response = {0x01};
+    EXPECT_TRUE(p11->SendAPDU({0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71}, response));
+    EXPECT_EQ(response, (std::vector<unsigned char>{0x01, 0x90, 0x00}));
+
+    std::string hex;
+    EXPECT_TRUE(p11->SendAPDU_HEX("00a4000c02df71", hex));
+    EXPECT_EQ(hex, "9000");
+    EXPECT_TRUE(p11->SendAPDU_HEX("00CA000000", hex));
+    EXPECT_EQ(hex, "6D00");
+    EXPECT_FALSE(p11->SendAPDU_HEX("00A", hex));
+    EXPECT_FALSE(p11->SendAPDU_HEX("00ZZ", hex));
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Fehler bei HexStr2BinData", "Fehler bei HexStr2BinData"}));
+
+    // GET CHALLENGE of 256 bytes: 258 with the status word, cut to the buffer.
+    unsigned char buffer[256];
+    unsigned long length = sizeof(buffer);
+    const unsigned char challenge[] = {0x00, 0x84, 0x00, 0x00, 0x00};
+    EXPECT_TRUE(p11->SendAPDU(challenge, sizeof(challenge), buffer, length));
+    EXPECT_EQ(length, 256u);
+}
+
+TEST_F(CardDataTest, ECardDataIsReadByName)
+{
+    ASSERT_TRUE(openCard(kECard));
+    unsigned char buffer[2048];
+    unsigned long length = sizeof(buffer);
+    ASSERT_TRUE(p11->ReadEHIC(buffer, length));
+    EXPECT_GT(length, 0u);
+    EXPECT_EQ(buffer[0], 0x30);
+    length = sizeof(buffer);
+    ASSERT_TRUE(p11->ReadGrunddaten(buffer, length));
+    EXPECT_GT(length, 0u);
+
+    length = 4;
+    EXPECT_FALSE(p11->ReadGrunddaten(buffer, length));
+    Sim::malformed("C_CardAttribute", kECard, 1);
+    length = sizeof(buffer);
+    EXPECT_FALSE(p11->ReadEHIC(buffer, length));
+    EXPECT_EQ(length, sizeof(buffer));
+    ASSERT_TRUE(openCard(kAcos03));
+    EXPECT_FALSE(p11->ReadEHIC(buffer, length));
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Failed get Grunddaten, rv = 0x150",
+                                                        "Failed get EHIC, rv = 0x150",
+                                                        "Failed get EHIC, rv = 0x54"}));
+}
+
+TEST_F(CardDataTest, IdentityLinkIsWrittenAfterTheModulesLogin)
+{
+    const std::vector<unsigned char> data = identityLink(300);
+    std::string error;
+    setPinAnswers({"4321"});
+    ASSERT_TRUE(p11->UpdatePersonenbindung(std::string(kAcos03).substr(0, 12), data, error)) << error;
+    EXPECT_EQ(p11->GetSessionHandle(), 0u);
+
+    ASSERT_TRUE(openCard(kAcos03));
+    std::vector<unsigned char> stored;
+    ASSERT_TRUE(p11->ReadDataObject("PERSONENBINDUNG", stored));
+    EXPECT_EQ(stored, data);
+
+    // Exactly the 1024-byte buffer still fits.
+    setPinAnswers({"4321"});
+    EXPECT_TRUE(p11->UpdatePersonenbindung(kAcos04, identityLink(1024), error)) << error;
+}
+
+TEST_F(CardDataTest, IdentityLinkRefusals)
+{
+    std::string error;
+    const unsigned long dialogs = Sim::pinDialogs();
+    // Too large for the value buffer: refused before any card is looked up.
+    EXPECT_FALSE(p11->UpdatePersonenbindung("9999999999999999", identityLink(1025), error));
+    EXPECT_EQ(error, "Falsche Update Daten für die Smartcard");
+    EXPECT_FALSE(p11->UpdatePersonenbindung("9999999999999999", identityLink(200), error));
+    EXPECT_EQ(error, "Keine Smartcard gefunden für CIN=9999999999999999");
+    EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(127), error));
+    EXPECT_EQ(error, "Falsche Update Daten für die Smartcard");
+    EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(128, 0x31), error));
+    EXPECT_EQ(Sim::pinDialogs(), dialogs);
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{
+                                 "Falsche Update Daten für die Smartcard (3)",
+                                 "Keine Smartcard gefunden für CIN= 9999999999999999",
+                                 "Falsche Update Daten für die Smartcard (1)",
+                                 "Falsche Update Daten für die Smartcard (2)"}));
+
+    Log::clear();
+    setPinAnswers({"CANCEL"});
+    EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(200), error));
+    EXPECT_EQ(error, "Fehler beim Initialisieren des Kartenobjektes. (CLogin)");
+    Sim::fault("C_SetAttributeValue", kAcos03, CKR_DEVICE_MEMORY, 1);
+    setPinAnswers({"4321"});
+    EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(200), error));
+    EXPECT_EQ(error, "Fehler beim modifizieren des Kartenobjektes. (C_SetAttributeValue)");
+    Sim::fault("C_OpenSession", kAcos03, CKR_DEVICE_ERROR, 1);
+    EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(200), error));
+    EXPECT_EQ(error, "Fehler beim öffnen der Kartensession");
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_Login0x50",
+                                                        "PKCS11 Proc_C_SetAttributeValue0x31",
+                                                        "PKCS11 Proc_C_OpenSession ERROR0x30"}));
+}
+
+TEST_F(CardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
+{
+    ASSERT_TRUE(openCard(kAcos04, true));
+    std::vector<unsigned char> infobox;
+    ASSERT_TRUE(p11->ReadDataObject("INFOBOX", infobox));
+    EXPECT_FALSE(infobox.empty());
+    EXPECT_FALSE(p11->ReadDataObject("0x7f", infobox));
+
+    std::vector<unsigned char> value;
+    bool isPrivate = false;
+    setPinAnswers({"4321"});  // a protected object's value needs the PIN
+    ASSERT_TRUE(p11->ReadDataObject("0x03", value, isPrivate));
+    EXPECT_TRUE(isPrivate);
+    ASSERT_TRUE(p11->WriteDataObject("0x03", value, false));
+
+    std::vector<unsigned char> again;
+    ASSERT_TRUE(p11->ReadDataObject("0x03", again, isPrivate));
+    EXPECT_FALSE(isPrivate);
+    EXPECT_EQ(again, value);
+    std::vector<unsigned char> rebuilt;
+    ASSERT_TRUE(p11->ReadDataObject("INFOBOX", rebuilt));
+    EXPECT_NE(rebuilt, infobox);  // the entry's type byte changed
+    EXPECT_TRUE(Log::errors().empty());
+}
+
+class ShimCardDataTest : public TokenTest {
+protected:
+    void SetUp() override
+    {
+        shim = std::make_unique<ModuleOverride>(SHIM_FULL_PATH);
+        TokenTest::SetUp();
+    }
+    void TearDown() override
+    {
+        TokenTest::TearDown();
+        shim.reset();
+    }
+    std::unique_ptr<ModuleOverride> shim;
+};
+
+TEST_F(ShimCardDataTest, ShortAndLongResponses)
+{
+    ASSERT_TRUE(openCard(kAcos03));
+    std::vector<unsigned char> response(10);
+    for (size_t i = 0; i < response.size(); ++i)
+        response[i] = static_cast<unsigned char>(0xA0 + i);
+    shim->setOutput("C_CardTransmit", response);
+    std::string cin;
+    EXPECT_TRUE(p11->GetCinCsn(cin));
+    EXPECT_EQ(cin, "A0A1A2A3A4A5A6A7");
+    response.resize(9);
+    shim->setOutput("C_CardTransmit", response);
+    EXPECT_FALSE(p11->GetCinCsn(cin));
+    EXPECT_TRUE(Log::errors().empty());
+
+    shim->setOutput("C_CardTransmit", std::vector<unsigned char>(300, 0x55));
+    unsigned char buffer[256];
+    unsigned long length = sizeof(buffer);
+    EXPECT_TRUE(p11->SendAPDU(buffer, 5, buffer, length));
+    EXPECT_EQ(length, 256u);
+    EXPECT_EQ(buffer[255], 0x55);
+}
+
+} // namespace

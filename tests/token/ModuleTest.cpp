@@ -1,0 +1,140 @@
+// Loading and unloading the module, the client version rule and the shapes
+// of the token layer's log lines.
+#include "tests/token/TokenTestSupport.h"
+
+#include "token/LoadFreeLib.h"
+
+using namespace tokentest;
+
+namespace {
+
+class ModuleTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        Log::install();
+        Log::clear();
+    }
+};
+
+TEST_F(ModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)
+{
+    ModuleOverride missing("libKorvexNoSuchModule.so");
+    testing::internal::CaptureStderr();
+    Token token;
+    std::string loaderText = testing::internal::GetCapturedStderr();
+
+    EXPECT_FALSE(Token::IsInitialized());
+    EXPECT_FALSE(token.IsModuleLoaded());
+    EXPECT_NE(loaderText.find("libKorvexNoSuchModule.so"), std::string::npos);
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 LoadLibrary ERROR"});
+    EXPECT_EQ(Log::messages(), (std::vector<std::string>{"PKCS11 INIT", "PKCS11 LoadLibrary"}));
+
+    Log::clear();
+    EXPECT_TRUE(token.destroy());
+    EXPECT_EQ(Log::messages(), std::vector<std::string>{"PKCS11 Destroy"});
+    // Operations on an unloaded module fail cleanly.
+    std::vector<Korvex::SlotStruct*> slots;
+    EXPECT_FALSE(token.GetSlots(slots, true));
+}
+
+TEST_F(ModuleTest, LoadsOnceLogsModuleInfoAndSharesTheModule)
+{
+    Token first;
+    ASSERT_TRUE(Token::IsInitialized());
+    EXPECT_TRUE(first.IsModuleLoaded());
+    EXPECT_EQ(first.GetManufacturer().size(), 32u);  // blank padding kept
+    EXPECT_TRUE(Log::hasMessage("m_Manufacturer: " + first.GetManufacturer()));
+    EXPECT_TRUE(Log::hasMessage("m_Description: " + first.GetDescription()));
+    EXPECT_TRUE(Log::hasMessage("m_Version: " + first.GetVersion()));
+    EXPECT_TRUE(Log::errors().empty());
+
+    Log::clear();
+    EXPECT_TRUE(first.init());
+    Token second;  // class-wide state: nothing is loaded again
+    EXPECT_FALSE(second.IsModuleLoaded());
+    EXPECT_TRUE(Log::messages().empty());
+    std::vector<Korvex::SlotStruct*> slots;
+    EXPECT_TRUE(second.GetSlots(slots, true));
+    EXPECT_EQ(slots.size(), kListedCards);
+
+    EXPECT_TRUE(second.destroy());  // never loaded: nothing to finalise
+    EXPECT_TRUE(Token::IsInitialized());
+    EXPECT_TRUE(first.destroy());
+    EXPECT_FALSE(Token::IsInitialized());
+    EXPECT_TRUE(first.destroy());  // a second destroy must not close twice
+}
+
+TEST_F(ModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
+{
+    ModuleOverride shim(SHIM_FULL_PATH);
+    shim.failCall("C_Initialize", 1, CKR_GENERAL_ERROR);
+    Token token;
+    EXPECT_FALSE(Token::IsInitialized());
+    EXPECT_TRUE(token.IsModuleLoaded());
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x5"});
+
+    Log::clear();
+    shim.failCall("C_GetInfo", 1, CKR_DEVICE_ERROR);
+    EXPECT_FALSE(token.init());
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Aufruf Proc_C_GetInfo(&info) ERROR0x30"});
+
+    // C_Initialize succeeded in the retry before; a module that refuses a
+    // second initialisation keeps the class unready.
+    Log::clear();
+    EXPECT_FALSE(token.init());
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x191"});
+    token.destroy();
+}
+
+TEST_F(ModuleTest, ModuleWithoutInitializeIsRefused)
+{
+    ModuleOverride shim(SHIM_NOINIT_PATH);
+    Token token;
+    EXPECT_FALSE(Token::IsInitialized());
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Proc_C_Initialize ERROR"});
+    token.destroy();
+}
+
+TEST_F(ModuleTest, ClientVersionIsComparedFieldByField)
+{
+    struct Case {
+        const char* configured;
+        const char* reported;
+        bool forceSoftwarePin;
+    };
+    const Case cases[] = {
+        {"", "0.0.0.0", false},         {"2.0.0", "0.0.0.0", false},
+        {"1.3.2.10", "1.3.2.10", false}, {"1.3.2.11", "1.3.2.11", true},
+        {"1.4.0.0", "1.4.0.0", true},    {"1.0.3.0", "1.0.3.0", true},
+        {"2.0.0.0", "2.0.0.0", true},    {"1.3.x.4", "0.0.0.0", false},
+    };
+    for (const Case& c : cases) {
+        setClientVersion(c.configured);
+        Token token;  // the version is read when the module is initialised
+        EXPECT_EQ(token.GetVessaClientVersion(), c.reported) << c.configured;
+        EXPECT_EQ(token.ClientSupportForceSofwarePin(), c.forceSoftwarePin) << c.configured;
+        token.destroy();
+    }
+    setClientVersion("");
+}
+
+TEST_F(ModuleTest, LogLinesAppendLowerCaseHexAndJoinTextsWithOneBlank)
+{
+    ::acPKCS11::LogError("PKCS11 Proc_C_OpenSession ERROR", 0x1B0UL);
+    ::acPKCS11::LogError("Failed get ATR, rv = ", 0UL);
+    ::acPKCS11::LogError("Keine Smartcard gefunden für CIN=", std::string("1234"));
+    ::acPKCS11::LogMessage("token label: ", std::string("Karte"));
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_OpenSession ERROR0x1b0",
+                                                        "Failed get ATR, rv = 0x0",
+                                                        "Keine Smartcard gefunden für CIN= 1234"}));
+    EXPECT_EQ(Log::messages(), std::vector<std::string>{"token label:  Karte"});
+
+    Token::SetErrorLoggingFunc(nullptr);
+    Token::SetMessageLoggingFunc(nullptr);
+    ::acPKCS11::LogError("dropped", 1UL);  // no hook: dropped, no crash
+    ::acPKCS11::LogMessage("dropped");
+    EXPECT_EQ(Log::errors().size(), 3u);
+}
+
+} // namespace

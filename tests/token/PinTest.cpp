@@ -1,0 +1,186 @@
+// PIN change and unblock through the module's scripted PIN dialogue, the two
+// result mappings, the forced software PIN, and the PIN status bytes.
+#include "tests/token/TokenTestSupport.h"
+
+using namespace tokentest;
+using Korvex::APPL_ENCRYPTION;
+using Korvex::APPL_IDENTITY_LINK;
+using Korvex::APPL_SIGNATURE;
+
+namespace {
+
+using PinTest = TokenTest;
+
+const char* const kAcos = kCards[1].serial;  // ACOS-A04: PUK, card type code 5
+const char* const kG3A = kCards[4].serial;   // e-card: no PUK, PIN status, code 3
+
+TEST_F(PinTest, ChangeSucceedsAndTheNewPinIsInForce)
+{
+    ASSERT_TRUE(openCard(kAcos));
+    setPinAnswers({"123456", "654321", "654321", "654321", "123456", "123456"});
+    EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_OK);
+    EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_OK);  // old PIN now 654321
+    EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_SIGNATURE), 3);
+    EXPECT_TRUE(Log::errors().empty());
+    EXPECT_EQ(Log::messages().front(), "ChangePIN");
+
+    // The identity-link area is a data object, not a key.
+    setPinAnswers({"4321", "1111", "1111", "1111", "4321", "4321"});
+    EXPECT_EQ(p11->ChangePIN(APPL_IDENTITY_LINK), Korvex::PKCS11_OK);
+    EXPECT_EQ(p11->ChangePIN(APPL_IDENTITY_LINK), Korvex::PKCS11_OK);
+}
+
+TEST_F(PinTest, WrongPinLockedAndCancelledMapToTheirResults)
+{
+    ASSERT_TRUE(openCard(kAcos));
+    setPinAnswers({"CANCEL", "9999", "1111", "1111", "9999", "1111", "1111", "9999", "1111", "1111"});
+    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_CANCELED);
+    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
+    EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_ENCRYPTION), 2);
+    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
+    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
+    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_LOCKED);
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{
+                                 "Proc_C_SetAttributeValue returned CKR_FUNCTION_CANCELED",
+                                 "Proc_C_SetAttributeValue returned CKR_PIN_INCORRECT",
+                                 "Proc_C_SetAttributeValue returned CKR_PIN_INCORRECT",
+                                 "Proc_C_SetAttributeValue returned CKR_PIN_INCORRECT",
+                                 "Proc_C_SetAttributeValue returned CKR_PIN_LOCKED"}));
+
+    // The PUK unblocks it again.
+    setPinAnswers({"87654321", "2468", "2468"});
+    EXPECT_EQ(p11->UnblockPIN(APPL_ENCRYPTION), Korvex::PKCS11_OK);
+    EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_ENCRYPTION), 3);
+}
+
+TEST_F(PinTest, UnblockOnAnECardIsAnError)
+{
+    ASSERT_TRUE(openCard(kG3A));
+    unsigned long dialogs = Sim::pinDialogs();
+    EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"Proc_C_SetAttributeValue returned 0x54"});
+    EXPECT_EQ(Sim::pinDialogs(), dialogs);
+}
+
+TEST_F(PinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
+{
+    EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Session nicht offen", "PKCS11 Session nicht offen"}));
+
+    ASSERT_TRUE(openCard(kAcos));
+    Log::clear();
+    unsigned long dialogs = Sim::pinDialogs();
+    EXPECT_EQ(p11->ChangePIN(static_cast<Korvex::ApplType>(5)), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(p11->GenericPINCommand(static_cast<Korvex::ApplType>(5), 0x200, false, false),
+              Korvex::PKCS11_ERROR);
+    EXPECT_TRUE(Log::errors().empty());
+    EXPECT_EQ(Sim::pinDialogs(), dialogs);
+}
+
+TEST_F(PinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
+{
+    ASSERT_TRUE(openCard(kAcos));
+    setPinAnswers({"999999", "111111", "111111", "999999", "111111", "111111", "999999", "111111", "111111"});
+    EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
+    EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
+    EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
+    // Now really locked: CKR_PIN_LOCKED reads as a wrong PIN in this form.
+    EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_INCORRECT);
+    setPinAnswers({"CANCEL"});
+    EXPECT_EQ(p11->GenericPINCommand(APPL_IDENTITY_LINK, 0x200, false, false), Korvex::PKCS11_CANCELED);
+    EXPECT_TRUE(Log::errors().empty());
+}
+
+TEST_F(PinTest, InitPinForcesTheSoftwarePinOnAcosCardsForNewClients)
+{
+    setClientVersion("1.4.0.0");
+    p11->destroy();
+    p11 = std::make_unique<Token>();  // reads the client version
+    ASSERT_TRUE(openCard(kAcos, true));
+    ASSERT_TRUE(p11->LoadCardType());
+    ASSERT_EQ(p11->GetCardType(), 5);
+    Log::clear();
+
+    // A module refusing the marker is asked once more without it.
+    Sim::fault("C_SetAttributeValue", kAcos, CKR_FUNCTION_FAILED, 1);
+    setPinAnswers({"123456", "222222", "222222"});
+    unsigned long dialogs = Sim::pinDialogs();
+    EXPECT_EQ(p11->InitPIN(APPL_SIGNATURE), Korvex::PKCS11_OK);
+    EXPECT_TRUE(Log::hasMessage("acPKCS11::_GenericPINCommand: force Software Pin"));
+    EXPECT_EQ(Sim::pinDialogs(), dialogs + 1);
+
+    // Not for the encryption PIN, nor on an e-card.
+    Log::clear();
+    setPinAnswers({"1234", "4444", "4444", "123456", "222222", "222222"});
+    EXPECT_EQ(p11->InitPIN(APPL_ENCRYPTION), Korvex::PKCS11_OK);
+    ASSERT_TRUE(openCard(kG3A, true));
+    ASSERT_TRUE(p11->LoadCardType());
+    EXPECT_EQ(p11->InitPIN(APPL_SIGNATURE), Korvex::PKCS11_OK);
+    EXPECT_FALSE(Log::hasMessage("acPKCS11::_GenericPINCommand: force Software Pin"));
+    setClientVersion("");
+}
+
+TEST_F(PinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
+{
+    Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
+    int32_t tries = 0;
+    EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_ERROR);  // no session
+
+    ASSERT_TRUE(openCard(kAcos));
+    ASSERT_TRUE(p11->LoadCardType());
+    EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(state, Korvex::PIN_STATE_UNKNOWN);
+    EXPECT_EQ(tries, -1);
+
+    ASSERT_TRUE(openCard(kG3A));
+    ASSERT_TRUE(p11->LoadCardType());
+    EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_OK);
+    EXPECT_EQ(state, Korvex::PIN_STATE_TRIES_LEFT);
+    EXPECT_EQ(tries, 3);
+    setPinAnswers({"1111", "5555", "5555"});
+    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
+    EXPECT_EQ(p11->GetPINStatus(APPL_IDENTITY_LINK, state, tries), Korvex::PKCS11_OK);
+    EXPECT_EQ(tries, 2);
+    EXPECT_EQ(p11->GetPINStatus(static_cast<Korvex::ApplType>(3), state, tries), Korvex::PKCS11_ERROR);
+}
+
+class ShimPinTest : public TokenTest {
+protected:
+    void SetUp() override
+    {
+        shim = std::make_unique<ModuleOverride>(SHIM_FULL_PATH);
+        TokenTest::SetUp();
+    }
+    void TearDown() override
+    {
+        TokenTest::TearDown();
+        shim.reset();
+    }
+    std::unique_ptr<ModuleOverride> shim;
+};
+
+TEST_F(ShimPinTest, StatusBytesAreReadWhateverTheResult)
+{
+    ASSERT_TRUE(openCard(kG3A));
+    ASSERT_TRUE(p11->LoadCardType());
+    Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
+    int32_t tries = 0;
+
+    shim->setOutput("C_CardAttribute", {0xFF, 0x03});
+    EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_OK);
+    EXPECT_EQ(state, Korvex::PIN_STATE_UNKNOWN);
+    EXPECT_EQ(tries, -1);
+    shim->setOutput("C_CardAttribute", {0x00, 0x03});
+    EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_OK);
+    EXPECT_EQ(state, Korvex::PIN_STATE_NO_TRIES);
+    EXPECT_EQ(tries, 0);
+
+    shim->failCall("C_CardAttribute", 1, CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_NOT_SUPPORTED);
+    EXPECT_EQ(state, Korvex::PIN_STATE_NO_TRIES);  // zeroed buffer
+    shim->failCall("C_CardAttribute", 1, CKR_DEVICE_ERROR);
+    EXPECT_EQ(p11->GetPINStatus(APPL_ENCRYPTION, state, tries), Korvex::PKCS11_ERROR);
+}
+
+} // namespace

@@ -1,0 +1,74 @@
+// The token layer on a standard PKCS#11 module without the vendor extensions
+// (the shim forwards only standard entry points to the simulator): what does
+// not need the extensions works, the rest fails without a crash.
+#include "tests/token/TokenTestSupport.h"
+
+using namespace tokentest;
+
+namespace {
+
+class PlainModuleTest : public TokenTest {
+protected:
+    void SetUp() override
+    {
+        shim = std::make_unique<ModuleOverride>(SHIM_PLAIN_PATH);
+        TokenTest::SetUp();
+    }
+    void TearDown() override
+    {
+        TokenTest::TearDown();
+        shim.reset();
+    }
+    std::unique_ptr<ModuleOverride> shim;
+};
+
+TEST_F(PlainModuleTest, StandardOperationsWork)
+{
+    EXPECT_FALSE(Token::HasCardTransmit());
+    EXPECT_FALSE(Token::HasCardAttribute());
+
+    std::vector<Korvex::SlotStruct*> slots;
+    ASSERT_TRUE(p11->GetSlots(slots, true));
+    EXPECT_EQ(slots.size(), kListedCards);
+    Korvex::TokenInfoStruct2 info;
+    ASSERT_TRUE(p11->GetTokenInfo(1ul, info));
+    EXPECT_EQ(info.tokenType, Korvex::TOKEN_ACOS_A04);
+
+    ASSERT_TRUE(openCard(kCards[1].serial));
+    EXPECT_TRUE(p11->LoadSigningCertificate(true));
+    setPinAnswers({"123456", "123456", "654321", "654321"});
+    unsigned char out[512];
+    unsigned long length = sizeof(out);
+    Korvex::SignKey kind = Korvex::SIGN_KEY_EC;
+    EXPECT_TRUE(p11->signString(out, 20, out, length, kind, true, Korvex::HashSha256));
+    EXPECT_EQ(p11->ChangePIN(Korvex::APPL_SIGNATURE), Korvex::PKCS11_OK);
+    EXPECT_TRUE(Log::errors().empty());
+}
+
+TEST_F(PlainModuleTest, VendorOperationsFailCleanly)
+{
+    ASSERT_TRUE(openCard(kCards[4].serial));
+    EXPECT_EQ(p11->ReadATR(true), "");
+    EXPECT_EQ(p11->Reset(), "");
+    EXPECT_FALSE(p11->LoadCardType());
+    EXPECT_EQ(p11->GetHashAlgorithm(Korvex::SIGN_KEY_EC), Korvex::HashRipemd160);
+
+    std::vector<unsigned char> response;
+    EXPECT_FALSE(p11->SendAPDU({0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71}, response));
+    std::string cin;
+    EXPECT_FALSE(p11->GetCinCsn(cin));
+    unsigned char buffer[64];
+    unsigned long length = sizeof(buffer);
+    EXPECT_FALSE(p11->ReadEHIC(buffer, length));
+    Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
+    int32_t tries = 0;
+    EXPECT_EQ(p11->GetPINStatus(Korvex::APPL_SIGNATURE, state, tries), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(state, Korvex::PIN_STATE_UNKNOWN);
+
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Unknown atr=", "Unknown atr=",
+                                                        "Failed C_CardTransmit, not implemented",
+                                                        "Failed C_CardTransmit, not implemented",
+                                                        "sendAPDU failed", "error select DF DEC"}));
+}
+
+} // namespace

@@ -1,0 +1,200 @@
+// Signing and verification on the card for every supported key and hash
+// pair, each signature checked with OpenSSL outside the module too.
+#include "tests/token/TokenTestSupport.h"
+
+#include "crypto/Hash.h"
+
+#include <string>
+
+using namespace tokentest;
+using Korvex::HashAlgorithm;
+
+namespace {
+
+using SignTest = TokenTest;
+
+const char* const kAcos = kCards[1].serial;  // RSA 1536 signature key, EC P-256 encryption key
+
+std::vector<unsigned char> bytes(const std::string& text)
+{
+    return std::vector<unsigned char>(text.begin(), text.end());
+}
+
+std::vector<unsigned char> certificateOf(Token& p11, bool signatureKey)
+{
+    unsigned char buffer[Token::CERT_BUFFER_SIZE];
+    unsigned long length = sizeof(buffer);
+    if (!p11.LoadSigningCertificate(signatureKey) || !p11.GetSigningCertificate(buffer, length))
+        return {};
+    return std::vector<unsigned char>(buffer, buffer + length);
+}
+
+struct SignCase {
+    const char* serial;
+    bool signatureKey;
+    HashAlgorithm alg;
+    const char* mdName;
+    Korvex::SignKey keyKind;
+};
+
+TEST_F(SignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
+{
+    const SignCase cases[] = {
+        {kAcos, true, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_RSA},
+        {kAcos, true, Korvex::HashRipemd160, "RIPEMD160", Korvex::SIGN_KEY_RSA},
+        {kAcos, true, Korvex::HashSha256, "SHA256", Korvex::SIGN_KEY_RSA},
+        {kAcos, true, Korvex::HashSha384, "SHA384", Korvex::SIGN_KEY_RSA},
+        {kAcos, true, Korvex::HashSha512, "SHA512", Korvex::SIGN_KEY_RSA},
+        {kAcos, false, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_EC},
+        {kAcos, false, Korvex::HashRipemd160, "RIPEMD160", Korvex::SIGN_KEY_EC},
+        {kAcos, false, Korvex::HashSha256, "SHA256", Korvex::SIGN_KEY_EC},
+        {kCards[6].serial, true, Korvex::HashSha256, "SHA256", Korvex::SIGN_KEY_RSA},  // RSA 2048
+        {kCards[3].serial, true, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_EC},       // P-192
+    };
+    const std::vector<unsigned char> text = bytes("Das ist ein Test!");
+    for (const SignCase& c : cases) {
+        SCOPED_TRACE(std::string(c.serial) + (c.signatureKey ? " SIG " : " ENC ") + c.mdName);
+        ASSERT_TRUE(openCard(c.serial));
+        std::vector<unsigned char> certificate = certificateOf(*p11, c.signatureKey);
+        ASSERT_FALSE(certificate.empty());
+        setPinAnswers({c.signatureKey ? "123456" : "1234"});
+
+        unsigned char signature[512];
+        unsigned long length = sizeof(signature);
+        Korvex::SignKey kind = c.keyKind == Korvex::SIGN_KEY_RSA ? Korvex::SIGN_KEY_EC : Korvex::SIGN_KEY_RSA;
+        ASSERT_TRUE(p11->signString(text.data(), text.size(), signature, length, kind, c.signatureKey, c.alg));
+        EXPECT_EQ(kind, c.keyKind);
+        std::vector<unsigned char> sig(signature, signature + length);
+        EXPECT_TRUE(verifyWithCertificate(certificate, c.mdName, text, sig));
+        EXPECT_TRUE(Log::hasMessage("PKCS11 Anzeige: Bitte PIN eingeben"));
+        p11->CloseSession();
+    }
+    EXPECT_TRUE(Log::errors().empty());
+}
+
+TEST_F(SignTest, SignAndVerifyAFinishedDigestOnTheCard)
+{
+    ASSERT_TRUE(openCard(kAcos));
+    std::vector<unsigned char> digest;
+    ASSERT_TRUE(Korvex::Hash(bytes("Das ist ein Test!"), digest, Korvex::HashSha256, false));
+
+    for (bool signatureKey : {true, false}) {
+        const std::string suffix = signatureKey ? "SIG" : "EKEY";
+        std::vector<unsigned char> certificate = certificateOf(*p11, signatureKey);
+        setPinAnswers({signatureKey ? "123456" : "1234"});
+        std::vector<unsigned char> signature = {0xAA};  // appended to, not replaced
+        ASSERT_TRUE(p11->Sign("SK.CH." + suffix, digest, signature, Korvex::HashAlreadyHashed));
+        ASSERT_EQ(signature.front(), 0xAA);
+        signature.erase(signature.begin());
+        EXPECT_TRUE(verifyWithCertificate(certificate, nullptr, digest, signature));
+        EXPECT_TRUE(p11->Verify("PK.CH." + suffix, digest, signature, Korvex::HashAlreadyHashed));
+
+        signature[signature.size() / 2] ^= 0x01;
+        EXPECT_FALSE(p11->Verify("PK.CH." + suffix, digest, signature, Korvex::HashAlreadyHashed));
+        EXPECT_EQ(Log::errors().back(), "PKCS11 Proc_C_Verify ERROR0xc0");
+    }
+
+    // The short Verify form checks with SHA-1 over the data itself.
+    const std::vector<unsigned char> text = bytes("Kurzform");
+    setPinAnswers({"123456"});
+    unsigned char signature[256];
+    unsigned long length = sizeof(signature);
+    Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
+    ASSERT_TRUE(p11->signString(text.data(), text.size(), signature, length, kind, true, Korvex::HashSha1));
+    EXPECT_TRUE(p11->Verify("PK.CH.SIG", text, std::vector<unsigned char>(signature, signature + length)));
+}
+
+TEST_F(SignTest, InputChecksComeBeforeTheCard)
+{
+    unsigned char out[512];
+    unsigned long length = sizeof(out);
+    Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
+    const unsigned char one = 1;
+    EXPECT_FALSE(p11->signString(&one, 0, out, length, kind, true, Korvex::HashSha256));
+    EXPECT_FALSE(p11->signString(nullptr, 1, out, length, kind, true, Korvex::HashSha256));
+    EXPECT_FALSE(p11->signString(&one, 1, nullptr, length, kind, true, Korvex::HashSha256));
+    EXPECT_FALSE(p11->signString(&one, 1, out, length, kind, true, Korvex::HashSha256));
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 insize == 0", "PKCS11 input == NULL",
+                                                        "PKCS11 output == NULL", "PKCS11 Session nicht offen"}));
+
+    ASSERT_TRUE(openCard(kAcos));
+    Log::clear();
+    std::vector<unsigned char> big(2049, 'x');
+    EXPECT_FALSE(p11->signString(big.data(), big.size(), out, length, kind, true, Korvex::HashSha256));
+    EXPECT_FALSE(p11->signString(big.data(), 10, out, length, kind, true, Korvex::HashMd5));
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Data size too long: 2049 bytes",
+                                                        "PKCS11 Unbekannter Signaturalgorihtmus"}));
+    setPinAnswers({"123456"});
+    EXPECT_TRUE(p11->signString(big.data(), 2048, out, length, kind, true, Korvex::HashSha256));
+}
+
+TEST_F(SignTest, CardFailuresAreLoggedWithTheirCodes)
+{
+    ASSERT_TRUE(openCard(kAcos));
+    const std::vector<unsigned char> text = bytes("abc");
+    unsigned char out[512];
+    unsigned long length = sizeof(out);
+    Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
+
+    setPinAnswers({"CANCEL"});
+    EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
+    Sim::fault("C_SignInit", kAcos, CKR_KEY_FUNCTION_NOT_PERMITTED, 1);
+    EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
+    Sim::fault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
+    EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
+    std::vector<unsigned char> signature;
+    EXPECT_FALSE(p11->Sign("SK.CH.EKEY", text, signature, Korvex::HashSha256));  // EC needs a digest
+    Sim::fault("C_Sign", kAcos, CKR_DEVICE_MEMORY, 1);
+    EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
+    EXPECT_FALSE(p11->Sign("SK.CH.NONE", text, signature, Korvex::HashSha1));
+    EXPECT_TRUE(signature.empty());
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{
+                                 "PKCS11 Proc_C_Sign ERROR0x50", "PKCS11 Proc_C_SignInit ERROR0x68",
+                                 "PKCS11 Proc_C_FindObjectsInit ERROR0x30",
+                                 "PKCS11 Unbekannter Signaturalgorihtmus", "PKCS11 Proc_C_Sign0x31"}));
+
+    // A signature length beyond the buffer is refused, not copied. (A fresh
+    // session: the failed size query above left its operation open.)
+    p11->CloseSession();
+    ASSERT_TRUE(openCard(kAcos));
+    Sim::malformed("C_Sign", kAcos, VSIM_ALWAYS);
+    setPinAnswers({"123456", "123456"});
+    length = sizeof(out);
+    EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
+    EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
+    EXPECT_TRUE(signature.empty());
+}
+
+TEST_F(SignTest, KeyKindsLabelsAndHashChoice)
+{
+    ASSERT_TRUE(openCard(kAcos));
+    Korvex::SignKey kind = Korvex::SIGN_KEY_EC;
+    EXPECT_TRUE(p11->GetSignKeyType(kind, true));
+    EXPECT_EQ(kind, Korvex::SIGN_KEY_RSA);
+    EXPECT_TRUE(p11->GetSignKeyType(kind, false));
+    EXPECT_EQ(kind, Korvex::SIGN_KEY_EC);
+    std::string label;
+    EXPECT_TRUE(p11->findPrivateKeyFromID(std::string(1, '\x02'), label));
+    EXPECT_EQ(label, "SK.CH.EKEY");
+    EXPECT_FALSE(p11->findPrivateKeyFromID("none", label));
+
+    // The text form signs with the signature key and the card's hash choice.
+    std::vector<unsigned char> certificate = certificateOf(*p11, true);
+    setPinAnswers({"123456"});
+    unsigned char out[512];
+    unsigned long length = sizeof(out);
+    ASSERT_TRUE(p11->signString("Hallo", out, length));
+    EXPECT_TRUE(verifyWithCertificate(certificate, "RIPEMD160", bytes("Hallo"),
+                                      std::vector<unsigned char>(out, out + length)));
+
+    // An unpersonalised card has no keys: the kind stays as it was.
+    ASSERT_TRUE(openCard(kBlankSerial));
+    kind = Korvex::SIGN_KEY_EC;
+    EXPECT_TRUE(p11->GetSignKeyType(kind, true));
+    EXPECT_EQ(kind, Korvex::SIGN_KEY_EC);
+    length = sizeof(out);
+    EXPECT_FALSE(p11->signString(out, 4, out, length, kind, true, Korvex::HashSha1));
+    EXPECT_TRUE(Log::hasMessage("PKCS11 Key NOT Found"));
+}
+
+} // namespace

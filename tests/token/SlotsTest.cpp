@@ -1,0 +1,209 @@
+// Slot enumeration, token information and card generations, ATR and card
+// type codes, against the simulator (and the shim for faults it cannot make).
+#include "tests/token/TokenTestSupport.h"
+
+using namespace tokentest;
+
+namespace {
+
+using SlotsTest = TokenTest;
+
+std::vector<std::string> serialsOf(const std::vector<Korvex::SlotStruct*>& slots)
+{
+    std::vector<std::string> serials;
+    for (const Korvex::SlotStruct* slot : slots)
+        serials.push_back(slot->serial);
+    return serials;
+}
+
+TEST_F(SlotsTest, ListsRemovableCardsAndBlankSerialsOnlyOnRequest)
+{
+    std::vector<Korvex::SlotStruct*> slots;
+    ASSERT_TRUE(p11->GetSlots(slots, true));
+    std::vector<std::string> expected;
+    for (const TestCard& card : kCards)
+        expected.push_back(card.serial);
+    expected.insert(expected.end(), {kBlankSerial, kOddG3BSerial, kOddG4Serial});
+    EXPECT_EQ(serialsOf(slots), expected);  // the built-in token is never listed
+    EXPECT_EQ(slots[0]->slotID, 0u);
+    EXPECT_EQ(slots[0]->label.size(), 32u);
+    EXPECT_TRUE(Log::hasMessage("token label:  " + slots[0]->label));
+    EXPECT_TRUE(Log::hasMessage("token serial:  " + std::string(kCards[0].serial)));
+
+    ASSERT_TRUE(p11->GetSlots(slots));
+    EXPECT_EQ(slots.size(), kListedCards - 1);
+    EXPECT_EQ(serialsOf(slots).at(7), kOddG3BSerial);
+}
+
+TEST_F(SlotsTest, ClassifiesEveryGenerationByModelAndLabel)
+{
+    const struct {
+        int32_t sigAlgo, sigLength, encAlgo, encLength;
+        bool extended;
+    } expected[7] = {
+        {0, 1536, 1, 192, false}, {0, 1536, 1, 256, true},  {0, 1536, 1, 256, true},
+        {1, 192, 1, 192, false},  {0, 1536, 1, 256, false}, {0, 1536, 1, 256, true},
+        {0, 2048, 1, 256, true},
+    };
+    for (size_t i = 0; i < 7; ++i) {
+        Korvex::TokenInfoStruct2 info;
+        ASSERT_TRUE(p11->GetTokenInfo(i, info)) << i;
+        EXPECT_EQ(info.serial, kCards[i].serial);
+        EXPECT_EQ(info.label.size(), 32u);
+        EXPECT_EQ(info.manufacturer.size(), 32u);
+        EXPECT_EQ(info.model.size(), 16u);
+        EXPECT_EQ(info.tokenType, kCards[i].type) << info.model;
+        EXPECT_EQ(info.sigKeyAlgo, expected[i].sigAlgo) << info.model;
+        EXPECT_EQ(info.sigKeyLength, expected[i].sigLength) << info.model;
+        EXPECT_EQ(info.encKeyAlgo, expected[i].encAlgo) << info.model;
+        EXPECT_EQ(info.encKeyLength, expected[i].encLength) << info.model;
+        EXPECT_EQ(info.extended, expected[i].extended) << info.model;
+    }
+
+    // "Starcos SPK 3.4+" and "ATOS 5.3" with a label that is not an e-card's:
+    // no row applies, the caller's presets survive and extended is false.
+    for (unsigned long position : {8ul, 9ul}) {
+        Korvex::TokenInfoStruct2 info;
+        info.sigKeyLength = 77;
+        info.extended = true;
+        ASSERT_TRUE(p11->GetTokenInfo(position, info));
+        EXPECT_EQ(info.tokenType, Korvex::TOKEN_UNKNOWN) << info.model;
+        EXPECT_EQ(info.sigKeyLength, 77);
+        EXPECT_FALSE(info.extended);
+    }
+}
+
+TEST_F(SlotsTest, TokenInfoOutsideTheListFailsWithoutChangingTheRecord)
+{
+    Korvex::TokenInfoStruct2 info;
+    info.label = "unverändert";
+    // Eleven slots hold a token; position 11 equals the count.
+    EXPECT_FALSE(p11->GetTokenInfo(11ul, info));
+    EXPECT_FALSE(p11->GetTokenInfo(12ul, info));
+    EXPECT_EQ(info.label, "unverändert");
+    EXPECT_TRUE(Log::errors().empty());
+}
+
+TEST_F(SlotsTest, CardTypeCodesComeFromTheAtr)
+{
+    for (const TestCard& card : kCards) {
+        ASSERT_TRUE(openCard(card.serial)) << card.serial;
+        EXPECT_TRUE(p11->LoadCardType()) << card.serial;
+        EXPECT_EQ(p11->GetCardType(), card.cardTypeCode) << card.serial;
+        Korvex::HashAlgorithm ecHash = card.cardTypeCode >= 5 ? Korvex::HashSha256 : Korvex::HashRipemd160;
+        EXPECT_EQ(p11->GetHashAlgorithm(Korvex::SIGN_KEY_EC), ecHash) << card.serial;
+        EXPECT_EQ(p11->GetHashAlgorithm(Korvex::SIGN_KEY_RSA), Korvex::HashRipemd160);
+        p11->CloseSession();
+    }
+    EXPECT_TRUE(Log::errors().empty());
+    // Without a session there is no card to ask.
+    EXPECT_FALSE(p11->LoadCardType());
+    EXPECT_EQ(p11->GetCardType(), 0);
+}
+
+TEST_F(SlotsTest, AtrIsCachedUntilForcedAndResetReadsItAgain)
+{
+    ASSERT_TRUE(openCard(kCards[1].serial));
+    std::string atr = p11->ReadATR(false);
+    EXPECT_EQ(atr.rfind("3BBF11008131FE45455041", 0), 0u) << atr;
+
+    Sim::fault("C_CardAttribute", kCards[1].serial, CKR_DEVICE_ERROR, 1);
+    EXPECT_EQ(p11->ReadATR(false), atr);  // served from the cache
+    EXPECT_TRUE(Log::errors().empty());
+    EXPECT_EQ(p11->ReadATR(true), "");    // the pending fault is met now
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"Failed get ATR, rv = 0x30"});
+
+    EXPECT_EQ(p11->Reset(), atr);
+    Sim::fault("C_CardAttribute", kCards[1].serial, CKR_DEVICE_ERROR, 1);
+    EXPECT_EQ(p11->Reset(), "");
+    EXPECT_EQ(Log::errors().back(), "Failed do Reset, rv =0x30");
+}
+
+TEST_F(SlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
+{
+    std::vector<Korvex::SlotStruct*> slots;
+    Sim::fault("C_GetSlotList", "*", CKR_DEVICE_ERROR, 1);
+    EXPECT_FALSE(p11->GetSlots(slots, true));
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Proc_C_GetSlotList ERROR0x30"});
+
+    Log::clear();
+    Sim::fault("C_GetTokenInfo", kCards[0].serial, CKR_DEVICE_REMOVED, 1);
+    Sim::fault("C_GetSlotInfo", kCards[1].serial, CKR_DEVICE_ERROR, 1);
+    ASSERT_TRUE(p11->GetSlots(slots, true));
+    EXPECT_EQ(slots.size(), kListedCards - 2);
+    EXPECT_EQ(slots[0]->serial, kCards[2].serial);
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_GetTokenInfo ERROR (continue)0x32",
+                                                        "PKCS11 Proc_C_GetTokenInfo ERROR (continue)0x30"}));
+
+    Log::clear();
+    Korvex::TokenInfoStruct info;
+    Sim::fault("C_GetSlotList", "*", CKR_DEVICE_ERROR, 1);
+    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
+    Sim::fault("C_GetTokenInfo", kCards[0].serial, CKR_TOKEN_NOT_PRESENT, 1);
+    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_GetSlotList(1) ERROR0x30",
+                                                        "PKCS11 Proc_C_GetTokenInfo ERROR0xe0"}));
+}
+
+TEST_F(SlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
+{
+    Sim::malformed("C_GetSlotList", "*", VSIM_ALWAYS);
+    std::vector<Korvex::SlotStruct*> slots;
+    EXPECT_TRUE(p11->GetSlots(slots, true));
+    EXPECT_LE(slots.size(), kListedCards);
+    Korvex::TokenInfoStruct info;
+    EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
+}
+
+class ShimSlotsTest : public TokenTest {
+protected:
+    void SetUp() override
+    {
+        shim = std::make_unique<ModuleOverride>(SHIM_FULL_PATH);
+        TokenTest::SetUp();
+    }
+    void TearDown() override
+    {
+        TokenTest::TearDown();
+        shim.reset();
+    }
+    std::unique_ptr<ModuleOverride> shim;
+};
+
+TEST_F(ShimSlotsTest, SecondSlotListCallFailureIsLogged)
+{
+    std::vector<Korvex::SlotStruct*> slots;
+    shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
+    EXPECT_FALSE(p11->GetSlots(slots, true));
+    shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
+    Korvex::TokenInfoStruct info;
+    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
+    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_GetSlotList(2) ERROR0x150",
+                                                        "PKCS11 Proc_C_GetSlotList(2) ERROR0x150"}));
+}
+
+TEST_F(ShimSlotsTest, UnknownAtrLeavesTheCardTypeUnknown)
+{
+    ASSERT_TRUE(openCard(kCards[0].serial));
+    shim->setOutput("C_CardAttribute", {0x3B, 0x01, 0xAB});
+    EXPECT_FALSE(p11->LoadCardType());
+    EXPECT_EQ(p11->GetCardType(), 0);
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"Unknown atr=3B01AB"});
+}
+
+TEST_F(ShimSlotsTest, AcosAtrIsRefinedByTheModel)
+{
+    // The generic ACOS ATR on the A05 card: the model decides.
+    const std::vector<unsigned char> acosAtr = {0x3B, 0xBF, 0x11, 0x00, 0x81, 0x31,
+                                                0xFE, 0x45, 0x45, 0x50, 0x41};
+    shim->setOutput("C_CardAttribute", acosAtr);
+    ASSERT_TRUE(openCard(kCards[2].serial));
+    EXPECT_TRUE(p11->LoadCardType());
+    EXPECT_EQ(p11->GetCardType(), 6);
+    p11->CloseSession();
+    ASSERT_TRUE(openCard(kCards[0].serial));
+    EXPECT_TRUE(p11->LoadCardType());
+    EXPECT_EQ(p11->GetCardType(), 1);
+}
+
+} // namespace

@@ -1,0 +1,354 @@
+// Implementation of the shared token test pieces (see TokenTestSupport.h).
+#include "tests/token/TokenTestSupport.h"
+
+#include "base/Config.h"
+#include "sim/SimControl.h"
+#include "tests/token/ShimControl.h"
+#include "token/ClientVersion.h"
+#include "token/LoadFreeLib.h"
+
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+
+#include <dlfcn.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace tokentest {
+
+const TestCard kCards[7] = {
+    {"1203000000000001", "ACOS-A03", Korvex::TOKEN_ACOS_A03, 1},
+    {"1204000000000002", "ACOS-A04", Korvex::TOKEN_ACOS_A04, 5},
+    {"1205000000000003", "ACOS-A05", Korvex::TOKEN_ACOS_A05, 6},
+    {"3002000000000004", "ECARD-G2", Korvex::TOKEN_ECARD_G2, 4},
+    {"3031000000000005", "ECARD-G3A", Korvex::TOKEN_ECARD_G3A, 3},
+    {"3032000000000006", "ECARD-G3B", Korvex::TOKEN_ECARD_G3B, 7},
+    {"3014000000000007", "ECARD-G4", Korvex::TOKEN_ECARD_G4, 8},
+};
+const char kBlankSerial[] = "0000000000000000";
+const char kOddG3BSerial[] = "3032000000000008";
+const char kOddG4Serial[] = "3014000000000009";
+
+namespace {
+
+std::string g_tempDir;
+std::vector<std::string> g_errors;
+std::vector<std::string> g_messages;
+
+void captureError(const char* line) { g_errors.emplace_back(line); }
+void captureMessage(const char* line) { g_messages.emplace_back(line); }
+
+std::string cardSetXml()
+{
+    std::ostringstream xml;
+    xml << "<cardset>\n";
+    // Holder of reader i: "Test Karte<i+1>".
+    for (int reader = 0; reader < 7; ++reader)
+        xml << "<reader name=\"Leser " << reader << "\"><card generation=\"" << kCards[reader].generation
+            << "\" serial=\"" << kCards[reader].serial << "\" given=\"Test\" family=\"Karte"
+            << reader + 1 << "\"/></reader>\n";
+    xml << "<reader name=\"Leser 7\"><card generation=\"ACOS-A05\" serial=\"" << kBlankSerial
+        << "\"/></reader>\n"
+        << "<reader name=\"Leser 8\"><card generation=\"ECARD-G3B\" serial=\"" << kOddG3BSerial
+        << "\" label=\"Sonderkarte\"/></reader>\n"
+        << "<reader name=\"Leser 9\"><card generation=\"ECARD-G4\" serial=\"" << kOddG4Serial
+        << "\" label=\"Fremdkarte\"/></reader>\n"
+        << "<reader name=\"Leser 10\"/>\n"
+        << "<reader name=\"Intern\" removable=\"false\"><card generation=\"INTERNAL\" "
+           "serial=\"0000000000000001\"/></reader>\n"
+        << "</cardset>\n";
+    return xml.str();
+}
+
+// One private directory per test process: the tests of one binary may run
+// side by side under ctest, and each changes PINs and configuration.
+class SimEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override
+    {
+        const char* tmp = getenv("TMPDIR");
+        std::string pattern = std::string(tmp != nullptr && *tmp ? tmp : "/tmp/") + "/token-XXXXXX";
+        std::vector<char> buffer(pattern.begin(), pattern.end());
+        buffer.push_back('\0');
+        ASSERT_NE(mkdtemp(buffer.data()), nullptr);
+        g_tempDir = buffer.data();
+
+        // Keys are slow to make; share them between the test processes.
+        const char* shared = getenv("VESSA_SIM_STATE_DIR");
+        std::string keys = shared != nullptr && *shared ? std::string(shared) + "/keys" : g_tempDir + "/keys";
+        if (getenv("VESSA_SIM_KEY_DIR") == nullptr)
+            setenv("VESSA_SIM_KEY_DIR", keys.c_str(), 1);
+        setenv("VESSA_SIM_STATE_DIR", (g_tempDir + "/state").c_str(), 1);
+        std::filesystem::create_directories(g_tempDir + "/etc");
+        std::filesystem::create_directories(g_tempDir + "/home");
+        setenv("KORVEX_ALLUSERS_DIR", (g_tempDir + "/etc/").c_str(), 1);
+        setenv("HOME", (g_tempDir + "/home").c_str(), 1);
+
+        const char* source = getenv("KORVEX_SOURCE_DIR");
+        std::string root = source != nullptr && *source ? source : KORVEX_TEST_SOURCE_DIR;
+        setenv("VESSA_SIM_PINENTRY", (root + "/tests/support/fake-pinentry").c_str(), 1);
+        setenv("FAKE_PINENTRY_SCRIPT", (g_tempDir + "/pin-script").c_str(), 1);
+        setenv("FAKE_PINENTRY_LOG", (g_tempDir + "/pin-log").c_str(), 1);
+
+        writeFile(g_tempDir + "/cards.xml", cardSetXml());
+        setenv("VESSA_SIM_CARDS", (g_tempDir + "/cards.xml").c_str(), 1);
+        unsetenv("VESSA_SIM_FAULTS");
+    }
+
+    void TearDown() override
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(g_tempDir, ignored);
+    }
+};
+
+::testing::Environment* const g_environment =
+    ::testing::AddGlobalTestEnvironment(new SimEnvironment);
+
+template <typename Fn>
+Fn simSymbol(const char* name)
+{
+    // The token layer has loaded the module; look into that same copy.
+    void* module = dlopen("libVessaP11.so", RTLD_LAZY | RTLD_NOLOAD);
+    if (module == nullptr)
+        return nullptr;
+    Fn fn = reinterpret_cast<Fn>(dlsym(module, name));
+    dlclose(module);
+    return fn;
+}
+
+#define SIM_CALL(name, ...)                                                   \
+    do {                                                                      \
+        auto fn = simSymbol<decltype(&name)>(#name);                          \
+        ASSERT_NE(fn, nullptr) << "simulator lacks " #name;                   \
+        fn(__VA_ARGS__);                                                      \
+    } while (0)
+
+} // namespace
+
+std::string tempDir() { return g_tempDir; }
+
+void writeFile(const std::string& path, const std::string& content)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+void setPinAnswers(const std::vector<std::string>& answers)
+{
+    std::string text;
+    for (const std::string& answer : answers)
+        text += answer + "\n";
+    std::string script = g_tempDir + "/pin-script";
+    std::filesystem::remove(script + ".pos");
+    writeFile(script, text);
+}
+
+std::vector<std::string> takePinentryLog()
+{
+    std::vector<std::string> lines;
+    std::string path = g_tempDir + "/pin-log";
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    std::filesystem::remove(path);
+    return lines;
+}
+
+void setClientVersion(const std::string& text)
+{
+    Korvex::Config* config = Korvex::ClientVersionConfig();
+    ASSERT_NE(config, nullptr);
+    if (text.empty())
+        config->RemoveKey(Korvex::kClientVersionEntry);
+    else
+        ASSERT_TRUE(config->SetString(Korvex::kClientVersionEntry, text));
+}
+
+void Log::install()
+{
+    Token::SetErrorLoggingFunc(captureError);
+    Token::SetMessageLoggingFunc(captureMessage);
+}
+
+void Log::clear()
+{
+    g_errors.clear();
+    g_messages.clear();
+}
+
+const std::vector<std::string>& Log::errors() { return g_errors; }
+const std::vector<std::string>& Log::messages() { return g_messages; }
+
+bool Log::hasError(const std::string& line)
+{
+    return std::find(g_errors.begin(), g_errors.end(), line) != g_errors.end();
+}
+
+bool Log::hasMessage(const std::string& line)
+{
+    return std::find(g_messages.begin(), g_messages.end(), line) != g_messages.end();
+}
+
+void Sim::clearFaults() { SIM_CALL(vsim_clear_faults); }
+void Sim::resetState() { SIM_CALL(vsim_reset_state, nullptr); }
+void Sim::fault(const char* function, const char* serial, CK_RV rv, int times)
+{
+    SIM_CALL(vsim_set_fault, function, serial, rv, times);
+}
+void Sim::malformed(const char* function, const char* serial, int times)
+{
+    SIM_CALL(vsim_set_malformed, function, serial, times);
+}
+void Sim::removeCard(CK_SLOT_ID slot) { SIM_CALL(vsim_remove_card, slot); }
+void Sim::insertCard(CK_SLOT_ID slot, const char* card) { SIM_CALL(vsim_insert_card, slot, card); }
+
+int Sim::pinTries(const char* serial, int pin)
+{
+    auto fn = simSymbol<decltype(&vsim_get_pin_tries)>("vsim_get_pin_tries");
+    int tries = -100, pukTries = -100;
+    if (fn == nullptr || fn(serial, pin, &tries, &pukTries) != CKR_OK)
+        return -100;
+    return tries;
+}
+
+unsigned long Sim::pinDialogs()
+{
+    auto fn = simSymbol<decltype(&vsim_pin_dialog_count)>("vsim_pin_dialog_count");
+    return fn != nullptr ? fn() : 0;
+}
+
+void TokenTest::SetUp()
+{
+    Log::install();
+    p11 = std::make_unique<Token>();
+    ASSERT_TRUE(Token::IsInitialized());
+    Sim::clearFaults();
+    Sim::resetState();
+    setPinAnswers({});
+    takePinentryLog();
+    Log::clear();
+}
+
+void TokenTest::TearDown()
+{
+    if (p11) {
+        p11->CloseSession();
+        p11->destroy();
+        p11.reset();
+    }
+}
+
+int TokenTest::positionOf(const char* serial)
+{
+    std::vector<Korvex::SlotStruct*> slots;
+    if (!p11->GetSlots(slots, true))
+        return -1;
+    for (size_t i = 0; i < slots.size(); ++i)
+        if (slots[i]->serial == serial)
+            return static_cast<int>(i);
+    return -1;
+}
+
+bool TokenTest::openCard(const char* serial, bool readWrite)
+{
+    int position = positionOf(serial);
+    return position >= 0 && p11->OpenSession(position, readWrite);
+}
+
+ModuleOverride::ModuleOverride(const char* path)
+    : m_previousName(Korvex::PKCS11_LIB_NAME), m_handle(dlopen(path, RTLD_LAZY))
+{
+    EXPECT_NE(m_handle, nullptr) << dlerror();
+    Korvex::PKCS11_LIB_NAME = path;
+    if (auto reset = reinterpret_cast<shim_reset_fn>(dlsym(m_handle, "shim_reset")))
+        reset();
+}
+
+ModuleOverride::~ModuleOverride()
+{
+    Korvex::PKCS11_LIB_NAME = m_previousName;
+    if (m_handle != nullptr)
+        dlclose(m_handle);
+}
+
+void ModuleOverride::failCall(const char* function, int nth, CK_RV rv)
+{
+    auto fn = reinterpret_cast<shim_fail_call_fn>(dlsym(m_handle, "shim_fail_call"));
+    ASSERT_NE(fn, nullptr);
+    fn(function, nth, rv);
+}
+
+void ModuleOverride::setOutput(const char* function, const std::vector<unsigned char>& bytes)
+{
+    auto fn = reinterpret_cast<shim_set_output_fn>(dlsym(m_handle, "shim_set_output"));
+    ASSERT_NE(fn, nullptr);
+    fn(function, bytes.data(), bytes.size());
+}
+
+void ModuleOverride::inflateCall(const char* function, int nth)
+{
+    auto fn = reinterpret_cast<shim_inflate_call_fn>(dlsym(m_handle, "shim_inflate_call"));
+    ASSERT_NE(fn, nullptr);
+    fn(function, nth);
+}
+
+namespace {
+
+// PKCS#11 delivers ECDSA signatures as r || s; OpenSSL wants DER.
+std::vector<unsigned char> ecdsaToDer(const std::vector<unsigned char>& raw)
+{
+    size_t half = raw.size() / 2;
+    ECDSA_SIG* sig = ECDSA_SIG_new();
+    ECDSA_SIG_set0(sig, BN_bin2bn(raw.data(), static_cast<int>(half), nullptr),
+                   BN_bin2bn(raw.data() + half, static_cast<int>(half), nullptr));
+    unsigned char* der = nullptr;
+    int length = i2d_ECDSA_SIG(sig, &der);
+    std::vector<unsigned char> result;
+    if (length > 0)
+        result.assign(der, der + length);
+    OPENSSL_free(der);
+    ECDSA_SIG_free(sig);
+    return result;
+}
+
+} // namespace
+
+bool verifyWithCertificate(const std::vector<unsigned char>& certificateDer, const char* mdName,
+                           const std::vector<unsigned char>& data,
+                           const std::vector<unsigned char>& signature)
+{
+    const unsigned char* cursor = certificateDer.data();
+    X509* cert = d2i_X509(nullptr, &cursor, static_cast<long>(certificateDer.size()));
+    if (cert == nullptr)
+        return false;
+    EVP_PKEY* key = X509_get_pubkey(cert);
+    X509_free(cert);
+    if (key == nullptr)
+        return false;
+    bool isEc = EVP_PKEY_get_base_id(key) == EVP_PKEY_EC;
+    std::vector<unsigned char> sig = isEc ? ecdsaToDer(signature) : signature;
+
+    int result = 0;
+    if (mdName != nullptr) {
+        EVP_MD_CTX* ctx = EVP_MD_CTX_new();
+        if (EVP_DigestVerifyInit_ex(ctx, nullptr, mdName, nullptr, nullptr, key, nullptr) == 1)
+            result = EVP_DigestVerify(ctx, sig.data(), sig.size(), data.data(), data.size());
+        EVP_MD_CTX_free(ctx);
+    } else {
+        EVP_PKEY_CTX* ctx = EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr);
+        if (EVP_PKEY_verify_init(ctx) == 1 &&
+            (isEc || EVP_PKEY_CTX_set_rsa_padding(ctx, RSA_PKCS1_PADDING) == 1))
+            result = EVP_PKEY_verify(ctx, sig.data(), sig.size(), data.data(), data.size());
+        EVP_PKEY_CTX_free(ctx);
+    }
+    EVP_PKEY_free(key);
+    return result == 1;
+}
+
+} // namespace tokentest

@@ -1,0 +1,97 @@
+// Shared pieces of the token tests: a private simulator environment per test
+// process, captured log lines, the simulator's control functions, a fixture
+// that loads the module per test, and signature checks with OpenSSL.
+#pragma once
+
+#include "sim/SimControl.h"
+#include "token/acPKCS11.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tokentest {
+
+using Token = Korvex::acPKCS11;
+
+// Cards of the test card set (reader = slot id = position in the card list).
+struct TestCard {
+    const char* serial;
+    const char* generation;
+    Korvex::TokenType type;   // from the token information
+    int cardTypeCode;         // from the ATR
+};
+extern const TestCard kCards[7];   // readers 0..6: the seven generations
+extern const char kBlankSerial[];  // reader 7: unpersonalised card
+extern const char kOddG3BSerial[]; // reader 8: "Starcos SPK 3.4+" with a foreign label
+extern const char kOddG4Serial[];  // reader 9: "ATOS 5.3" with a foreign label
+constexpr size_t kListedCards = 10; // readers 0..9; 10 is empty, 11 is built in
+
+std::string tempDir();
+void writeFile(const std::string& path, const std::string& content);
+// Answers for the fake pinentry, consumed in order from now on.
+void setPinAnswers(const std::vector<std::string>& answers);
+// Lines the fake pinentry recorded (SETPROMPT/GETPIN ...) since the last call.
+std::vector<std::string> takePinentryLog();
+// Points the client version entry at text ("" removes it).
+void setClientVersion(const std::string& text);
+
+// Log lines of the token layer since the last clear.
+struct Log {
+    static void install();
+    static void clear();
+    static const std::vector<std::string>& errors();
+    static const std::vector<std::string>& messages();
+    static bool hasError(const std::string& line);
+    static bool hasMessage(const std::string& line);
+};
+
+// The simulator's control functions, looked up in the loaded module.
+struct Sim {
+    static void clearFaults();
+    static void resetState();
+    static void fault(const char* function, const char* serial, CK_RV rv, int times);
+    static void malformed(const char* function, const char* serial, int times);
+    static void removeCard(CK_SLOT_ID slot);
+    static void insertCard(CK_SLOT_ID slot, const char* card);
+    static int pinTries(const char* serial, int pin);
+    static unsigned long pinDialogs();
+};
+
+// Loads the module (through the token object) for every test and unloads it
+// afterwards, so each test starts from factory card state without faults.
+class TokenTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // Opens a session on the card with this serial; false when not listed.
+    bool openCard(const char* serial, bool readWrite = false);
+    int positionOf(const char* serial);
+
+    std::unique_ptr<Token> p11;
+};
+
+// Loads the module file under another name for the lifetime of the object
+// (the test shims of ShimModule.cpp), and reaches the shim's controls.
+class ModuleOverride {
+public:
+    explicit ModuleOverride(const char* path);
+    ~ModuleOverride();
+    void failCall(const char* function, int nth, CK_RV rv);
+    void setOutput(const char* function, const std::vector<unsigned char>& bytes);
+    void inflateCall(const char* function, int nth);
+
+private:
+    const char* m_previousName;
+    void* m_handle;
+};
+
+// Signature checks outside the module. `mdName` null: data is the digest
+// (or, for RSA, the exact block) that was signed.
+bool verifyWithCertificate(const std::vector<unsigned char>& certificateDer, const char* mdName,
+                           const std::vector<unsigned char>& data,
+                           const std::vector<unsigned char>& signature);
+
+} // namespace tokentest
