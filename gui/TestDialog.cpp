@@ -181,6 +181,11 @@ const char* TestDialog::KeyLabel() const {
     return m_appl == Korvex::APPL_ENCRYPTION ? "SK.CH.EKEY" : "SK.CH.SIG";
 }
 
+const char* TestDialog::PublicKeyLabel() const {
+    // The card verifies with the public half, which carries its own label.
+    return m_appl == Korvex::APPL_ENCRYPTION ? "PK.CH.EKEY" : "PK.CH.SIG";
+}
+
 bool TestDialog::HashTestText(std::vector<unsigned char>& digest) {
     Korvex::HashAlgorithm algorithm;
     if (!GetHashAlgorithm(algorithm)) return false;
@@ -233,7 +238,7 @@ void TestDialog::evt_verify(wxCommandEvent&) {
         return;
     }
     const bool verified =
-        m_p11->Verify(KeyLabel(), digest, signature, Korvex::HashAlreadyHashed);
+        m_p11->Verify(PublicKeyLabel(), digest, signature, Korvex::HashAlreadyHashed);
     m_p11->CloseSession();
 
     if (verified)

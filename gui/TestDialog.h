@@ -64,8 +64,9 @@ public:
 private:
     void set_properties();
     void do_layout();
-    // Label of the private key that belongs to the bound application.
+    // Labels of the private and the public key of the bound application.
     const char* KeyLabel() const;
+    const char* PublicKeyLabel() const;
     // Digest of the current test text with the selected algorithm; shows the
     // matching error status on failure.
     bool HashTestText(std::vector<unsigned char>& digest);

@@ -1,0 +1,180 @@
+// Main-window commands that show card data: the certificate file handed to
+// the external viewer (content, permissions, planted links), the viewer
+// start, the double-click fallback and the infobox viewer command.
+#include "gui/InfoboxBereich.h"
+#include "gui/MainFrame.h"
+#include "tests/dialogs/GuiSupport.h"
+
+#include <wx/listbox.h>
+#include <wx/listctrl.h>
+#include <wx/timer.h>
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+using namespace DialogTests;
+
+namespace {
+
+std::string CertPath() { return std::string(std::getenv("TMPDIR")) + "vessacards_cert.cer"; }
+
+// Child processes of this process that have ended but were not reaped.
+int ZombieChildren() {
+    int zombies = 0;
+    DIR* proc = opendir("/proc");
+    if (proc == nullptr) return -1;
+    while (dirent* entry = readdir(proc)) {
+        if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
+        std::ifstream stat(std::string("/proc/") + entry->d_name + "/stat");
+        std::string line;
+        std::getline(stat, line);
+        const std::size_t close = line.rfind(')');
+        if (close == std::string::npos) continue;
+        char state = 0;
+        int parent = 0;
+        if (std::sscanf(line.c_str() + close + 1, " %c %d", &state, &parent) == 2 &&
+            parent == getpid() && state == 'Z')
+            ++zombies;
+    }
+    closedir(proc);
+    return zombies;
+}
+
+class CardDataTest : public testing::Test {
+protected:
+    void SetUp() override {
+        Frame();
+        ResetCards();
+        record = ScratchDir() + "/viewer-args";
+        std::remove(record.c_str());
+        std::remove(CertPath().c_str());
+        // The stand-in viewer records the path it was given and a copy of
+        // the file as it found it.
+        WriteTextFile(BinDir() + "/certViewerApp",
+                      "#!/bin/sh\ncp \"$1\" '" + record + ".cer'\nprintf '%s\\n' \"$@\" > '" +
+                          record + "'\n",
+                      true);
+    }
+    void TearDown() override {
+        std::remove((BinDir() + "/certViewerApp").c_str());
+        ResetCards();
+    }
+
+    std::string RecordedArguments() const {
+        const std::vector<unsigned char> bytes = ReadFileBytes(record);
+        return std::string(bytes.begin(), bytes.end());
+    }
+
+    std::string record;
+};
+
+TEST_F(CardDataTest, SignatureCertificateGoesToAPrivateFileAndTheViewer) {
+    ASSERT_TRUE(SelectCard(kJohann));
+    ASSERT_TRUE(Frame()->ShowCert(true));
+
+    const std::vector<unsigned char> expected = ReadFileBytes(CertificateFile(kJohann, true));
+    ASSERT_FALSE(expected.empty());
+    EXPECT_EQ(ReadFileBytes(CertPath()), expected);
+    struct stat info;
+    ASSERT_EQ(lstat(CertPath().c_str(), &info), 0);
+    EXPECT_TRUE(S_ISREG(info.st_mode));
+    EXPECT_EQ(info.st_mode & 07777, 0600u);
+
+    ASSERT_TRUE(WaitForFile(record, 10));
+    EXPECT_EQ(RecordedArguments(), CertPath() + "\n");
+    EXPECT_EQ(ReadFileBytes(record + ".cer"), expected);
+}
+
+TEST_F(CardDataTest, EncryptionCertificateIsShownByItsButton) {
+    ASSERT_TRUE(SelectCard(kMaria));
+    wxCommandEvent event(wxEVT_BUTTON, MainFrame::ID_ENC_SHOW);
+    Frame()->evt_enc_show(event);
+    EXPECT_EQ(ReadFileBytes(CertPath()), ReadFileBytes(CertificateFile(kMaria, false)));
+    EXPECT_TRUE(WaitForFile(record, 10));
+}
+
+TEST_F(CardDataTest, PlantedSymbolicLinkIsReplacedNotFollowed) {
+    const std::string victim = ScratchDir() + "/victim";
+    WriteTextFile(victim, "do not touch");
+    chmod(victim.c_str(), 0644);
+    ASSERT_EQ(symlink(victim.c_str(), CertPath().c_str()), 0);
+
+    ASSERT_TRUE(SelectCard(kJohann));
+    wxCommandEvent event(wxEVT_BUTTON, MainFrame::ID_SIG_SHOW_CERT);
+    Frame()->evt_sig_show_cert(event);
+
+    const std::vector<unsigned char> untouched = ReadFileBytes(victim);
+    EXPECT_EQ(std::string(untouched.begin(), untouched.end()), "do not touch");
+    struct stat info;
+    ASSERT_EQ(lstat(CertPath().c_str(), &info), 0);
+    EXPECT_TRUE(S_ISREG(info.st_mode));
+    EXPECT_EQ(info.st_mode & 07777, 0600u);
+    EXPECT_EQ(ReadFileBytes(CertPath()), ReadFileBytes(CertificateFile(kJohann, true)));
+}
+
+TEST_F(CardDataTest, FinishedViewersLeaveNoZombies) {
+    ASSERT_TRUE(SelectCard(kJohann));
+    for (int i = 0; i < 3; ++i) {
+        std::remove(record.c_str());
+        ASSERT_TRUE(Frame()->ShowCert(i % 2 == 0));
+        ASSERT_TRUE(WaitForFile(record, 10));
+    }
+    usleep(200 * 1000);
+    EXPECT_EQ(ZombieChildren(), 0);
+}
+
+TEST_F(CardDataTest, DoubleClickFallsBackToTheSignatureCertificate) {
+    ASSERT_TRUE(SelectCard(kJohann));
+    // The first certificate search (for the encryption certificate) fails.
+    SetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
+    wxListEvent event(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
+    Frame()->evt_ItemDoubleClick(event);
+    EXPECT_EQ(ReadFileBytes(CertPath()), ReadFileBytes(CertificateFile(kJohann, true)));
+    EXPECT_TRUE(WaitForFile(record, 10));
+}
+
+TEST_F(CardDataTest, UnwritableTemporaryDirectoryStartsNoViewer) {
+    ASSERT_TRUE(SelectCard(kJohann));
+    const std::string saved = std::getenv("TMPDIR");
+    setenv("TMPDIR", (ScratchDir() + "/no-such-dir/").c_str(), 1);
+    const bool shown = Frame()->ShowCert(true);
+    setenv("TMPDIR", saved.c_str(), 1);
+    EXPECT_FALSE(shown);
+    usleep(300 * 1000);
+    EXPECT_TRUE(RecordedArguments().empty());
+}
+
+TEST_F(CardDataTest, InfoboxCommandOpensTheViewerForTheSelectedCard) {
+    ASSERT_TRUE(SelectCard(kMaria));
+    std::vector<wxString> items;
+    bool found = false;
+    // The viewer runs modally; look at it from a timer and close it.
+    wxTimer watcher;
+    watcher.Bind(wxEVT_TIMER, [&](wxTimerEvent&) {
+        for (wxWindow* window : wxTopLevelWindows) {
+            auto* viewer = dynamic_cast<InfoboxBereich*>(window);
+            if (viewer == nullptr || !viewer->IsModal()) continue;
+            found = true;
+            wxListBox* list = viewer->GetList();
+            if (list->IsEmpty() || !list->IsEnabled()) return;  // still loading
+            for (unsigned i = 0; i < list->GetCount(); ++i) items.push_back(list->GetString(i));
+            watcher.Stop();
+            viewer->EndModal(0);
+        }
+    });
+    watcher.Start(50);
+    wxCommandEvent event(wxEVT_BUTTON, MainFrame::ID_PERS_SHOW);
+    Frame()->evt_pers_show(event);
+    watcher.Stop();
+    EXPECT_TRUE(found);
+    EXPECT_EQ(items, (std::vector<wxString>{"01 PERSONENBINDUNG", "02 RFU1", "03 RFU2"}));
+}
+
+} // namespace

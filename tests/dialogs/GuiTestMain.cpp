@@ -1,0 +1,43 @@
+// Entry point of the dialog GUI tests: prepares the simulated cards, starts
+// the toolkit without a main loop of its own and runs the tests in between.
+#include "tests/dialogs/GuiSupport.h"
+
+#include <wx/app.h>
+#include <wx/image.h>
+#include <wx/init.h>
+#include <wx/toplevel.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class DialogTestApp : public wxApp {
+public:
+    bool OnInit() override {
+        wxInitAllImageHandlers();
+        return true;
+    }
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    // Listing the tests needs neither a display nor the cards.
+    if (testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
+
+    DialogTests::PrepareEnvironment();
+    wxApp::SetInstance(new DialogTestApp());
+    if (!wxEntryStart(argc, argv) || !wxTheApp->CallOnInit()) {
+        fprintf(stderr, "cannot start the toolkit (no display?)\n");
+        return 1;
+    }
+    const int result = RUN_ALL_TESTS();
+    // Windows still open (the shared main window) are deleted by the
+    // toolkit's clean-up.
+    for (wxWindow* window : wxTopLevelWindows) window->Destroy();
+    wxTheApp->ProcessPendingEvents();
+    wxTheApp->OnExit();
+    wxEntryCleanup();
+    return result;
+}

@@ -1,0 +1,161 @@
+// Missing-identity-link dialog: its texts, the start of the writer program
+// (from setting 26 or the search path), and the whole path from a card
+// without identity link to one that shows it after the companion wrote it.
+#include "gui/NoPersB.h"
+
+#include "app/ProgramConfig.h"
+#include "base/Config.h"
+#include "formats/Personenbindung.h"
+#include "gui/InfoboxBereich.h"
+#include "gui/MainFrame.h"
+#include "tests/dialogs/GuiSupport.h"
+
+#include <wx/button.h>
+#include <wx/listbox.h>
+#include <wx/stattext.h>
+#include <wx/textctrl.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+
+using namespace DialogTests;
+
+namespace {
+
+std::vector<wxString> StaticTexts(wxWindow* window) {
+    std::vector<wxString> texts;
+    for (wxWindow* child : window->GetChildren())
+        if (auto* text = dynamic_cast<wxStaticText*>(child)) texts.push_back(text->GetLabel());
+    return texts;
+}
+
+wxString ButtonLabel(wxWindow* window, int id) {
+    auto* button = dynamic_cast<wxButton*>(window->FindWindow(id));
+    return button ? button->GetLabel() : wxString();
+}
+
+// A stand-in for the writer program that records its arguments.
+std::string PlantRecordingWriter(const std::string& dir) {
+    const std::string record = ScratchDir() + "/writer-args";
+    std::remove(record.c_str());
+    WriteTextFile(dir + "/VessaPlus", "#!/bin/sh\nprintf '%s\\n' \"$0\" \"$@\" > '" + record + "'\n",
+                  true);
+    return record;
+}
+
+void SetWriterDirectory(const std::string& dir) {
+    Korvex::Config* config = Korvex::Config::GetHandle(0);
+    if (!config->IsInitialized()) GenerateConfig();
+    ASSERT_TRUE(config->SetString(VessaCards::CFG_ORBELIA_INSTALLDIR, dir));
+}
+
+void ForgetWriterDirectory() {
+    Korvex::Config* config = Korvex::Config::GetHandle(0);
+    if (!config->IsInitialized()) GenerateConfig();
+    config->RemoveKey(VessaCards::CFG_ORBELIA_INSTALLDIR);
+}
+
+class NoPersBTest : public testing::Test {
+protected:
+    void SetUp() override {
+        Frame();
+        ResetCards();
+        SetPinAnswers({});
+    }
+    void TearDown() override {
+        ForgetWriterDirectory();
+        ResetCards();
+    }
+};
+
+TEST_F(NoPersBTest, ShowsItsTextsExactly) {
+    NoPersB dialog(Frame(), wxID_ANY);
+    EXPECT_EQ(dialog.GetTitle(), "Keine Personenbindung");
+    const std::vector<wxString> texts = StaticTexts(&dialog);
+    ASSERT_EQ(texts.size(), 3u);
+    EXPECT_EQ(texts[0], "Sie haben noch keine \nZMR Stammzahl (Personenbindung)\nauf Ihrer Karte.");
+    EXPECT_EQ(texts[1],
+              Utf8("Die Personenbindung stellt eine Verbindung zwischen Ihrem \nqualifizierten "
+                   "Zertifikat und Ihrer Stammzahl her.\nDa Sie im Zertifikat nur durch Ihren "
+                   "Namen identifiziert sind, \nwären sonst Verwechslungen zwischen mehreren "
+                   "Personen möglich."));
+    EXPECT_EQ(texts[2], "Zum Aufbringen der Personenbindung auf Ihre Karte muss ein \nexternes "
+                        "Program gestartet werden.");
+    EXPECT_EQ(ButtonLabel(&dialog, 5465), "Personenbindung aufbringen");
+    EXPECT_EQ(ButtonLabel(&dialog, 5466), Utf8("Schließen"));
+}
+
+TEST_F(NoPersBTest, StartsTheWriterFromTheConfiguredDirectory) {
+    const std::string dir = ScratchDir() + "/writer dir";
+    mkdir(dir.c_str(), 0700);
+    const std::string record = PlantRecordingWriter(dir);
+    SetWriterDirectory(dir);
+    EXPECT_EQ(NoPersB::WriterCommandLine(), wxString::FromUTF8(("\"" + dir + "/VessaPlus\" -z").c_str()));
+
+    NoPersB dialog(Frame(), wxID_ANY);
+    wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
+    dialog.evt_write_persb(event);
+    ASSERT_TRUE(WaitForFile(record, 10));
+    const std::vector<unsigned char> args = ReadFileBytes(record);
+    EXPECT_EQ(std::string(args.begin(), args.end()), dir + "/VessaPlus\n-z\n");
+}
+
+TEST_F(NoPersBTest, WithoutTheSettingTheWriterIsFoundOnThePath) {
+    ForgetWriterDirectory();
+    EXPECT_EQ(NoPersB::WriterCommandLine(), "\"VessaPlus\" -z");
+    const std::string record = PlantRecordingWriter(BinDir());
+    NoPersB dialog(Frame(), wxID_ANY);
+    wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
+    dialog.evt_write_persb(event);
+    ASSERT_TRUE(WaitForFile(record, 10));
+    const std::vector<unsigned char> args = ReadFileBytes(record);
+    const std::string text(args.begin(), args.end());
+    EXPECT_NE(text.find("VessaPlus\n-z\n"), std::string::npos) << text;
+    std::remove((BinDir() + "/VessaPlus").c_str());
+}
+
+TEST_F(NoPersBTest, CompanionWritesTheIdentityLinkThatTheViewerThenShows) {
+    // The real companion, started the way the dialog starts it.
+    SetWriterDirectory(BinaryDir() + "/tools");
+    SetPinAnswers({"4321"});
+    NoPersB dialog(Frame(), wxID_ANY);
+    wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
+    dialog.evt_write_persb(event);
+
+    // The first card without identity link in reader order is Otto's.
+    auto written = [] {
+        const std::vector<unsigned char> link = ReadObject(kOtto, "PERSONENBINDUNG");
+        return std::any_of(link.begin(), link.end(), [](unsigned char b) { return b != 0; });
+    };
+    ASSERT_TRUE(PumpUntil(written, 60));
+
+    InfoboxBereich* viewer = new InfoboxBereich(Frame(), Korvex::TOKEN_ACOS_A03);
+    viewer->SetP11(Token(), kOtto.position);
+    viewer->Show();
+    wxTimer timer;
+    wxTimerEvent start(timer);
+    viewer->evt_OnTimer(start);
+    wxListBox* list = viewer->GetList();
+    list->SetSelection(0);
+    wxCommandEvent select(wxEVT_LISTBOX, InfoboxBereich::ID_LISTBOX);
+    select.SetString(list->GetString(0));
+    viewer->evt_listbox(select);
+    const wxString text = viewer->GetTextPage()->GetValue();
+    viewer->Destroy();
+    EXPECT_TRUE(text.StartsWith("Vorname: Otto\r\nNachname: Ohnebindung\r\nGeburtsdatum: "))
+        << text;
+    EXPECT_NE(text.Find("IssueInstant: 20"), wxNOT_FOUND) << text;
+}
+
+TEST_F(NoPersBTest, Screenshot) {
+    NoPersB* dialog = new NoPersB(Frame(), wxID_ANY);
+    dialog->Show();
+    SaveScreenshot(dialog, "no-identity-link");
+    dialog->Destroy();
+}
+
+} // namespace

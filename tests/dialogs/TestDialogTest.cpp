@@ -1,0 +1,234 @@
+// Signature test dialog on the simulated cards: hash choices by key size,
+// signing with the PIN dialogue, verification by the card, every status text.
+#include "gui/TestDialog.h"
+
+#include "base/base64.h"
+#include "gui/MainFrame.h"
+#include "tests/dialogs/GuiSupport.h"
+#include "token/acPKCS11.h"
+
+#include <wx/combobox.h>
+#include <wx/statbmp.h>
+#include <wx/stattext.h>
+#include <wx/textctrl.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace DialogTests;
+
+namespace {
+
+class TestDialogTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ResetCards();
+        SetPinAnswers({});
+    }
+    void TearDown() override {
+        if (dialog) dialog->Destroy();
+        ResetCards();
+    }
+
+    TestDialog* Open(const Card& card, Korvex::ApplType appl) {
+        dialog = new TestDialog(Frame(), wxID_ANY, Utf8("Unterschriftentest"));
+        dialog->SetP11(Token(), card.position, appl);
+        dialog->Show();
+        return dialog;
+    }
+
+    wxString Status() const { return dialog->GetStatusText()->GetLabel(); }
+    bool StatusShown() const { return dialog->GetStatusText()->IsShown(); }
+
+    void Sign() {
+        wxCommandEvent event(wxEVT_BUTTON, TestDialog::ID_SIGN);
+        dialog->evt_sign(event);
+    }
+    void Verify() {
+        wxCommandEvent event(wxEVT_BUTTON, TestDialog::ID_VERIFY);
+        dialog->evt_verify(event);
+    }
+    void SelectHash(const char* name) {
+        wxComboBox* hash = dialog->GetHashChoice();
+        hash->SetSelection(hash->FindString(name));
+    }
+    std::vector<wxString> HashEntries() const {
+        std::vector<wxString> entries;
+        for (unsigned i = 0; i < dialog->GetHashChoice()->GetCount(); ++i)
+            entries.push_back(dialog->GetHashChoice()->GetString(i));
+        return entries;
+    }
+
+    TestDialog* dialog = nullptr;
+};
+
+TEST_F(TestDialogTest, OffersHashesByKeySizeAndShowsKeyAlgorithm) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);  // RSA 1536
+    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "RSA");
+    EXPECT_EQ(HashEntries(), (std::vector<wxString>{"SHA-1", "RIPEMD-160", "SHA-256"}));
+    EXPECT_EQ(dialog->GetHashChoice()->GetStringSelection(), "SHA-256");
+    dialog->Destroy();
+
+    Open(kJohann, Korvex::APPL_ENCRYPTION);  // EC P-192
+    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "ECC");
+    EXPECT_EQ(HashEntries(), (std::vector<wxString>{"SHA-1", "RIPEMD-160"}));
+    EXPECT_EQ(dialog->GetHashChoice()->GetStringSelection(), "RIPEMD-160");
+    dialog->Destroy();
+
+    Open(kMaria, Korvex::APPL_ENCRYPTION);  // EC P-256
+    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "ECC");
+    EXPECT_EQ(HashEntries().size(), 3u);
+    EXPECT_EQ(dialog->GetHashChoice()->GetStringSelection(), "SHA-256");
+}
+
+TEST_F(TestDialogTest, PresetTextAndEmptySignatureField) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    EXPECT_EQ(dialog->GetTextField()->GetValue(),
+              "Das ist ein Test!\n\nDie Signatur dieses Textes wird nur virtuell erstellt und "
+              "nicht abgespeichert.");
+    EXPECT_TRUE(dialog->GetSignatureField()->GetValue().empty());
+    EXPECT_FALSE(StatusShown());
+}
+
+TEST_F(TestDialogTest, SignsOnTheCardAndTheCardVerifies) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    SetPinAnswers({"123456"});
+    Sign();
+    EXPECT_EQ(Status(), "Signatur erfolgreich!");
+    EXPECT_TRUE(StatusShown());
+    EXPECT_TRUE(dialog->GetStatusIcon()->IsShown());
+    // RSA 1536: 192 signature bytes, shown in Base64.
+    const std::vector<unsigned char> signature =
+        Korvex::b64Decode(dialog->GetSignatureField()->GetValue().ToStdString());
+    EXPECT_EQ(signature.size(), 192u);
+
+    Verify();
+    EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
+}
+
+TEST_F(TestDialogTest, VerificationFailsAfterTextOrHashChanged) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    SetPinAnswers({"123456", "123456"});
+    Sign();
+    ASSERT_EQ(Status(), "Signatur erfolgreich!");
+
+    const wxString original = dialog->GetTextField()->GetValue();
+    dialog->GetTextField()->SetValue(original + "!");
+    Verify();
+    EXPECT_EQ(Status(), "Fehler beim Verifizieren der Signatur");
+
+    dialog->GetTextField()->SetValue(original);
+    SelectHash("SHA-1");
+    Verify();
+    EXPECT_EQ(Status(), "Fehler beim Verifizieren der Signatur");
+
+    // Signed again with the newly chosen hash, the check passes.
+    Sign();
+    ASSERT_EQ(Status(), "Signatur erfolgreich!");
+    Verify();
+    EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
+}
+
+TEST_F(TestDialogTest, EllipticCurveKeysSignAndVerify) {
+    Open(kErika, Korvex::APPL_SIGNATURE);  // EC P-192 signature key
+    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "ECC");
+    SetPinAnswers({"123456"});
+    Sign();
+    ASSERT_EQ(Status(), "Signatur erfolgreich!");
+    Verify();
+    EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
+    dialog->Destroy();
+
+    Open(kMaria, Korvex::APPL_ENCRYPTION);  // the encryption key asks its own PIN
+    SetPinAnswers({"1234"});
+    Sign();
+    ASSERT_EQ(Status(), "Signatur erfolgreich!");
+    Verify();
+    EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
+}
+
+TEST_F(TestDialogTest, CancelledOrWrongPinFailsTheSignature) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    SetPinAnswers({"CANCEL", "000000"});
+    Sign();
+    EXPECT_EQ(Status(), "Fehler beim Signieren");
+    EXPECT_TRUE(dialog->GetSignatureField()->GetValue().empty());
+    Sign();
+    EXPECT_EQ(Status(), "Fehler beim Signieren");
+}
+
+TEST_F(TestDialogTest, SessionFailureIsReported) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    SetFault("C_OpenSession", kJohann.serial, CKR_DEVICE_ERROR, 2);
+    Sign();
+    EXPECT_EQ(Status(), "Fehler beim Aufbau der Verbindung zur Karte");
+    Verify();
+    EXPECT_EQ(Status(), "Fehler beim Aufbau der Verbindung zur Karte");
+}
+
+TEST_F(TestDialogTest, EmptyTextCannotBeHashed) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    dialog->GetTextField()->Clear();
+    Sign();
+    EXPECT_EQ(Status(), "Fehler beim Hashen des Textes");
+    Verify();
+    EXPECT_EQ(Status(), "Fehler beim Hashen des Textes");
+}
+
+TEST_F(TestDialogTest, HashChoiceErrors) {
+    // Without token information the key size is unknown: no hash is offered.
+    SetFault("C_GetTokenInfo", "*", CKR_DEVICE_ERROR, 1);
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    EXPECT_TRUE(HashEntries().empty());
+    Sign();
+    EXPECT_EQ(Status(), Utf8("Ungültiger Hashwert ausgewählt"));
+    dialog->Destroy();
+
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    dialog->GetHashChoice()->Append("MD5");
+    SelectHash("MD5");
+    Korvex::HashAlgorithm algorithm = Korvex::HashSha256;
+    EXPECT_FALSE(dialog->GetHashAlgorithm(algorithm));
+    EXPECT_EQ(algorithm, Korvex::HashSha1);
+    EXPECT_EQ(Status(), Utf8("Ungültiger Hashwert"));
+
+    SelectHash("RIPEMD-160");
+    EXPECT_TRUE(dialog->GetHashAlgorithm(algorithm));
+    EXPECT_EQ(algorithm, Korvex::HashRipemd160);
+}
+
+TEST_F(TestDialogTest, IdentityLinkAreaIsNoKey) {
+    Open(kJohann, Korvex::APPL_IDENTITY_LINK);
+    EXPECT_EQ(Status(), Utf8("Ungültige Karte"));
+    EXPECT_TRUE(HashEntries().empty());
+}
+
+TEST_F(TestDialogTest, StatusLineFadesOutAndEmptyTextHidesIt) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    dialog->SetStatus("Signatur erfolgreich!", false);
+    ASSERT_TRUE(StatusShown());
+    wxTimer timer;
+    wxTimerEvent tick(timer);
+    // SetStatus ran the first of the 50 steps; the 50th hides the line.
+    for (int step = 2; step < 50; ++step) dialog->evt_OnFadeOut(tick);
+    EXPECT_TRUE(StatusShown());
+    dialog->evt_OnFadeOut(tick);
+    EXPECT_FALSE(StatusShown());
+    EXPECT_FALSE(dialog->GetStatusIcon()->IsShown());
+
+    dialog->SetStatus("Fehler beim Signieren", true);
+    ASSERT_TRUE(StatusShown());
+    dialog->SetStatus(wxEmptyString, false);
+    EXPECT_FALSE(StatusShown());
+}
+
+TEST_F(TestDialogTest, Screenshot) {
+    Open(kJohann, Korvex::APPL_SIGNATURE);
+    SetPinAnswers({"123456"});
+    Sign();
+    ASSERT_EQ(Status(), "Signatur erfolgreich!");
+    SaveScreenshot(dialog, "test-dialog");
+}
+
+} // namespace
