@@ -11,10 +11,12 @@ namespace Korvex {
 
 namespace {
 
+// Stores live for the whole process; the registry is never torn down, so a
+// store stays reachable from static code running at exit.
 std::vector<Config*>& ConfigVector()
 {
-    static std::vector<Config*> stores;
-    return stores;
+    static std::vector<Config*>* stores = new std::vector<Config*>();
+    return *stores;
 }
 
 void (*g_errorHook)(const char*) = nullptr;

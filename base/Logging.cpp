@@ -18,10 +18,12 @@ std::mutex& RegistryMutex()
     return mutex;
 }
 
+// Never destroyed: loggers may still write while static objects of other
+// translation units are torn down at exit.
 std::vector<LibLogging*>& Registry()
 {
-    static std::vector<LibLogging*> loggers;
-    return loggers;
+    static std::vector<LibLogging*>* loggers = new std::vector<LibLogging*>();
+    return *loggers;
 }
 
 const std::size_t kLabelWidth = 13;
