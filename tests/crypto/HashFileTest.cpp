@@ -84,7 +84,9 @@ TEST_F(HashFileTest, DigestsMatchAcrossChunkBoundaries)
         const std::vector<unsigned char> data = Pattern(size);
         FILE* f = tmpfile();
         ASSERT_NE(f, nullptr);
-        ASSERT_EQ(fwrite(data.data(), 1, data.size(), f), data.size());
+        if (!data.empty()) {
+            ASSERT_EQ(fwrite(data.data(), 1, data.size(), f), data.size());
+        }
         rewind(f);
         std::vector<unsigned char> out = {0x55};
         ASSERT_TRUE(HashFile(f, out, HashSha256));
