@@ -6,10 +6,6 @@
 #include "formats/PublicKey.h"
 #include "token/acPKCS11Internal.h"
 
-#include <openssl/bio.h>
-#include <openssl/crypto.h>
-#include <openssl/x509.h>
-
 #include <cstring>
 
 namespace Korvex {
@@ -115,41 +111,33 @@ bool acPKCS11::findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE
 
 bool acPKCS11::takeCertificateTexts(const std::vector<unsigned char>& der)
 {
+    // One decode serves every text: the certificate object decodes the DER
+    // through a memory BIO, and its one-line subject is OpenSSL's.
     LogMessage("OpenSSL Load Certificate");
-    BIO* memory = BIO_new_mem_buf(der.data(), static_cast<int>(der.size()));
-    if (memory == nullptr)
-        return false;
-    X509* x509 = d2i_X509_bio(memory, nullptr);
-    BIO_free(memory);
-    if (x509 == nullptr)
+    slCertificate certificate;
+    if (!certificate.LoadFromBuffer(der))
         return false;
 
     LogMessage("ISSUER");
-    char* line = X509_NAME_oneline(X509_get_subject_name(x509), nullptr, 0);
-    m_Subject = line != nullptr ? line : "";
-    OPENSSL_free(line);
-    X509_free(x509);
+    m_Subject = certificate.GetSubject();
     m_SubjectCN = commonNamePart(m_Subject);
 
-    slCertificate certificate;
-    if (certificate.LoadFromBuffer(der)) {
-        unsigned char* thumbprint = nullptr;
-        unsigned long thumbprintLength = 0;
-        if (certificate.GetThumbprint(&thumbprint, &thumbprintLength) && thumbprint != nullptr)
-            m_Fingerprint.assign(thumbprint, thumbprint + thumbprintLength);
-        delete[] thumbprint;
-        m_SerialNumber = certificate.GetSerialNumber();
-        m_Issuer = certificate.GetIssuerSepByComa();
+    unsigned char* thumbprint = nullptr;
+    unsigned long thumbprintLength = 0;
+    if (certificate.GetThumbprint(&thumbprint, &thumbprintLength) && thumbprint != nullptr)
+        m_Fingerprint.assign(thumbprint, thumbprint + thumbprintLength);
+    delete[] thumbprint;
+    m_SerialNumber = certificate.GetSerialNumber();
+    m_Issuer = certificate.GetIssuerSepByComa();
 
-        unsigned char* key = nullptr;
-        unsigned long keyLength = 0;
-        if (certificate.GetPublicKeyValue(&key, &keyLength) && key != nullptr && keyLength > 0) {
-            m_PublicKeyData.assign(key, key + keyLength);
-            m_PublicKey.reset(new ParsedPublicKey(
-                ParseKey(m_PublicKeyData.data(), 0, static_cast<int>(m_PublicKeyData.size()))));
-        }
-        delete[] key;
+    unsigned char* key = nullptr;
+    unsigned long keyLength = 0;
+    if (certificate.GetPublicKeyValue(&key, &keyLength) && key != nullptr && keyLength > 0) {
+        m_PublicKeyData.assign(key, key + keyLength);
+        m_PublicKey.reset(new ParsedPublicKey(
+            ParseKey(m_PublicKeyData.data(), 0, static_cast<int>(m_PublicKeyData.size()))));
     }
+    delete[] key;
     return true;
 }
 

@@ -1,0 +1,263 @@
+// Card list refresh through the token layer against the bare PKCS#11 calls
+// that fetch the same information, for 1, 8, 32 and 64 simulated cards.
+//
+// wrapper:    what the refresh thread does per card - GetSlots(list, true),
+//             OpenSession, LoadSigningCertificate(0) + GetSigningCertificate,
+//             slCertificate LoadFromBuffer + GetSubjectCN, GetTokenInfo
+//             (second form), CloseSession.
+// bare:       direct function-list calls fetching the same data: slot list,
+//             token and slot info, one session, a label search for the
+//             certificate, its value, its common name, close.
+// same-calls: the wrapper's exact PKCS#11 call sequence without the token
+//             layer around it, to split the difference into "more calls"
+//             and "library overhead".
+// Best of several alternating runs; the ratio is wrapper / bare.
+#include "crypto/slCertificate.h"
+#include "token/LoadFreeLib.h"
+#include "token/acPKCS11.h"
+
+#include <dlfcn.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const char* const kGenerations[] = {"ACOS-A03", "ACOS-A04", "ACOS-A05", "ECARD-G2",
+                                    "ECARD-G3A", "ECARD-G3B", "ECARD-G4"};
+
+void writeCardSet(const std::string& path, int count)
+{
+    std::ofstream out(path, std::ios::trunc);
+    out << "<cardset>\n";
+    for (int i = 0; i < count; ++i) {
+        char serial[17];
+        std::snprintf(serial, sizeof(serial), "98%d%013d", i % 7, i);
+        out << "<reader name=\"Bench " << i << "\"><card generation=\"" << kGenerations[i % 7]
+            << "\" serial=\"" << serial << "\" given=\"Bench\" family=\"Holder" << i
+            << "\"/></reader>\n";
+    }
+    out << "</cardset>\n";
+}
+
+// ---- the token layer, as the refresh thread uses it ----
+size_t refreshThroughWrapper(Korvex::acPKCS11& p11)
+{
+    std::vector<Korvex::SlotStruct*> slots;
+    if (!p11.GetSlots(slots, true))
+        return 0;
+    size_t named = 0;
+    for (size_t i = 0; i < slots.size(); ++i) {
+        if (!p11.OpenSession(static_cast<int32_t>(i), false))
+            continue;
+        Korvex::slCertificate certificate;
+        bool loaded = false;
+        if (p11.LoadSigningCertificate(false)) {
+            unsigned char buffer[Korvex::acPKCS11::CERT_BUFFER_SIZE];
+            unsigned long length = sizeof(buffer);
+            loaded = p11.GetSigningCertificate(buffer, length) && certificate.LoadFromBuffer(buffer, length);
+        }
+        std::string holder = loaded ? certificate.GetSubjectCN() : "unbekannt";
+        Korvex::TokenInfoStruct2 info;
+        p11.GetTokenInfo(i, info);
+        named += holder != "unbekannt" && info.tokenType <= Korvex::TOKEN_ECARD_G4;
+        p11.CloseSession();
+    }
+    return named;
+}
+
+// ---- bare PKCS#11 ----
+bool readValue(CK_FUNCTION_LIST_PTR f, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+               std::vector<unsigned char>& value)
+{
+    value.resize(Korvex::acPKCS11::CERT_BUFFER_SIZE);
+    CK_ATTRIBUTE attribute = {CKA_VALUE, value.data(), value.size()};
+    if (f->C_GetAttributeValue(session, object, &attribute, 1) != CKR_OK || attribute.ulValueLen > value.size())
+        return false;
+    value.resize(attribute.ulValueLen);
+    return true;
+}
+
+size_t refreshBare(CK_FUNCTION_LIST_PTR f)
+{
+    CK_ULONG count = 0;
+    if (f->C_GetSlotList(CK_TRUE, nullptr, &count) != CKR_OK)
+        return 0;
+    std::vector<CK_SLOT_ID> ids(count);
+    if (f->C_GetSlotList(CK_TRUE, ids.data(), &count) != CKR_OK)
+        return 0;
+    size_t named = 0;
+    for (CK_ULONG i = 0; i < count && i < ids.size(); ++i) {
+        CK_TOKEN_INFO token;
+        CK_SLOT_INFO slot;
+        if (f->C_GetTokenInfo(ids[i], &token) != CKR_OK || f->C_GetSlotInfo(ids[i], &slot) != CKR_OK ||
+            !(slot.flags & CKF_REMOVABLE_DEVICE))
+            continue;
+        CK_SESSION_HANDLE session = 0;
+        if (f->C_OpenSession(ids[i], CKF_SERIAL_SESSION, nullptr, nullptr, &session) != CKR_OK)
+            continue;
+        CK_OBJECT_CLASS certClass = CKO_CERTIFICATE;
+        char label[] = "C.CH.EKEY";
+        CK_ATTRIBUTE search[] = {{CKA_CLASS, &certClass, sizeof(certClass)},
+                                 {CKA_LABEL, label, std::strlen(label)}};
+        CK_OBJECT_HANDLE object = 0;
+        CK_ULONG found = 0;
+        std::string holder = "unbekannt";
+        std::vector<unsigned char> value;
+        if (f->C_FindObjectsInit(session, search, 2) == CKR_OK) {
+            f->C_FindObjects(session, &object, 1, &found);
+            f->C_FindObjectsFinal(session);
+        }
+        Korvex::slCertificate certificate;
+        if (found == 1 && readValue(f, session, object, value) && certificate.LoadFromBuffer(value))
+            holder = certificate.GetSubjectCN();
+        named += holder != "unbekannt";
+        f->C_CloseSession(session);
+    }
+    return named;
+}
+
+// ---- the wrapper's call sequence, without the wrapper ----
+size_t refreshSameCalls(CK_FUNCTION_LIST_PTR f)
+{
+    CK_ULONG count = 0;
+    f->C_GetSlotList(CK_TRUE, nullptr, &count);
+    std::vector<CK_SLOT_ID> ids(count);
+    f->C_GetSlotList(CK_TRUE, ids.data(), &count);
+    std::vector<CK_SLOT_ID> cards;
+    for (CK_SLOT_ID id : ids) {
+        CK_TOKEN_INFO token;
+        CK_SLOT_INFO slot;
+        if (f->C_GetTokenInfo(id, &token) == CKR_OK && f->C_GetSlotInfo(id, &slot) == CKR_OK &&
+            (slot.flags & CKF_REMOVABLE_DEVICE))
+            cards.push_back(id);
+    }
+    size_t named = 0;
+    for (size_t i = 0; i < cards.size(); ++i) {
+        CK_SESSION_HANDLE session = 0;
+        if (f->C_OpenSession(cards[i], CKF_SERIAL_SESSION, nullptr, nullptr, &session) != CKR_OK)
+            continue;
+        CK_OBJECT_CLASS certClass = CKO_CERTIFICATE;
+        CK_ATTRIBUTE search = {CKA_CLASS, &certClass, sizeof(certClass)};
+        CK_OBJECT_HANDLE objects[10];
+        CK_ULONG found = 0;
+        f->C_FindObjectsInit(session, &search, 1);
+        f->C_FindObjects(session, objects, 10, &found);
+        f->C_FindObjectsFinal(session);
+        for (CK_ULONG k = 0; k < found && k < 10; ++k) {
+            char label[256];
+            CK_ATTRIBUTE attribute = {CKA_LABEL, label, sizeof(label)};
+            if (f->C_GetAttributeValue(session, objects[k], &attribute, 1) != CKR_OK)
+                continue;
+            if (std::string(label, attribute.ulValueLen).find("C.CH.EKEY") == std::string::npos)
+                continue;
+            std::vector<unsigned char> value;
+            named += readValue(f, session, objects[k], value) ? 1 : 0;
+            break;
+        }
+        CK_ULONG again = 0;  // GetTokenInfo's own slot list and token info
+        f->C_GetSlotList(CK_TRUE, nullptr, &again);
+        std::vector<CK_SLOT_ID> list(again);
+        f->C_GetSlotList(CK_TRUE, list.data(), &again);
+        CK_TOKEN_INFO token;
+        if (i < list.size())
+            f->C_GetTokenInfo(list[i], &token);
+        f->C_CloseSession(session);
+    }
+    return named;
+}
+
+double bestMicros(const std::function<size_t()>& run, int rounds, size_t& result)
+{
+    double best = 1e300;
+    for (int r = 0; r < rounds; ++r) {
+        auto start = Clock::now();
+        result = run();
+        double micros = std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+        best = std::min(best, micros);
+    }
+    return best;
+}
+
+} // namespace
+
+int main()
+{
+    // The simulator by bare name when the loader path has it, else the one
+    // built next to this program.
+    if (void* probe = Korvex::ac_dlopen())
+        Korvex::ac_dlclose(probe);
+    else
+        Korvex::PKCS11_LIB_NAME = KORVEX_SIM_MODULE_PATH;
+
+    namespace fs = std::filesystem;
+    const char* tmp = getenv("TMPDIR");
+    std::string pattern = std::string(tmp != nullptr && *tmp ? tmp : "/tmp") + "/bench-refresh-XXXXXX";
+    std::vector<char> dir(pattern.begin(), pattern.end());
+    dir.push_back('\0');
+    if (mkdtemp(dir.data()) == nullptr) {
+        std::perror("mkdtemp");
+        return 1;
+    }
+    const std::string work = dir.data();
+    setenv("VESSA_SIM_STATE_DIR", (work + "/state").c_str(), 1);
+    // Keys survive between runs (RSA 2048 generation is slow).
+    if (getenv("VESSA_SIM_KEY_DIR") == nullptr)
+        setenv("VESSA_SIM_KEY_DIR", KORVEX_BENCH_KEY_DIR, 1);
+    unsetenv("VESSA_SIM_FAULTS");
+    unsetenv("VESSA_SIM_LATENCY_MS");
+
+    std::printf("bench_refresh: full card-list read, best of 9 alternating runs\n");
+    std::printf("%6s %13s %13s %13s %8s %8s\n", "cards", "wrapper[us]", "bare[us]", "same-calls[us]",
+                "ratio", "ratio2");
+    int status = 0;
+    for (int cards : {1, 8, 32, 64}) {
+        const std::string set = work + "/cards-" + std::to_string(cards) + ".xml";
+        writeCardSet(set, cards);
+        setenv("VESSA_SIM_CARDS", set.c_str(), 1);
+
+        Korvex::acPKCS11 p11;
+        if (!Korvex::acPKCS11::IsInitialized()) {
+            std::fprintf(stderr, "cannot load the simulator module\n");
+            return 1;
+        }
+        void* module = dlopen(Korvex::PKCS11_LIB_NAME, RTLD_LAZY | RTLD_NOLOAD);
+        auto getList = module ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(module, "C_GetFunctionList")) : nullptr;
+        CK_FUNCTION_LIST_PTR functions = nullptr;
+        if (getList == nullptr || getList(&functions) != CKR_OK) {
+            std::fprintf(stderr, "no function list\n");
+            return 1;
+        }
+
+        size_t wrapperNamed = refreshThroughWrapper(p11);  // first read makes the keys
+        double wrapper = 1e300, bare = 1e300, same = 1e300;
+        size_t bareNamed = 0, sameNamed = 0;
+        for (int round = 0; round < 9; ++round) {
+            wrapper = std::min(wrapper, bestMicros([&] { return refreshThroughWrapper(p11); }, 1, wrapperNamed));
+            bare = std::min(bare, bestMicros([&] { return refreshBare(functions); }, 1, bareNamed));
+            same = std::min(same, bestMicros([&] { return refreshSameCalls(functions); }, 1, sameNamed));
+        }
+        std::printf("%6d %13.1f %13.1f %13.1f %8.3f %8.3f\n", cards, wrapper, bare, same, wrapper / bare,
+                    wrapper / same);
+        if (wrapperNamed != static_cast<size_t>(cards) || bareNamed != static_cast<size_t>(cards)) {
+            std::fprintf(stderr, "cards read: wrapper %zu, bare %zu of %d\n", wrapperNamed, bareNamed, cards);
+            status = 1;
+        }
+        dlclose(module);
+        p11.destroy();
+    }
+    std::printf("ratio = wrapper / bare (target <= 1.10); ratio2 = wrapper / same PKCS#11 calls\n");
+    std::error_code ignored;
+    fs::remove_all(work, ignored);
+    return status;
+}
