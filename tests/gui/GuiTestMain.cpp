@@ -1,0 +1,62 @@
+// Entry point of the main-window tests: prepares the simulated cards, starts
+// the toolkit with an active event loop that the tests pump, and turns the
+// toolkit's assertions into test failures.
+#include "tests/gui/WindowTestSupport.h"
+
+#include <wx/app.h>
+#include <wx/evtloop.h>
+#include <wx/image.h>
+#include <wx/init.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+namespace {
+
+class WindowTestApp : public wxApp {
+public:
+    bool OnInit() override
+    {
+        SetAppName("VessaClient");
+        wxInitAllImageHandlers();
+        return true;
+    }
+};
+
+void FailOnAssert(const wxString& file, int line, const wxString& func, const wxString& cond,
+                  const wxString& msg)
+{
+    ADD_FAILURE() << "toolkit assertion " << cond << " (" << msg << ") in " << func << " at "
+                  << file << ":" << line;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    // Listing the tests needs neither a display nor the cards.
+    if (testing::GTEST_FLAG(list_tests))
+        return RUN_ALL_TESTS();
+
+    WindowTests::PrepareProcess();
+    wxApp::SetInstance(new WindowTestApp());
+    if (!wxEntryStart(argc, argv) || !wxTheApp->CallOnInit()) {
+        std::fprintf(stderr, "cannot start the toolkit (no display?)\n");
+        return 1;
+    }
+    wxSetAssertHandler(FailOnAssert);
+    int result = 0;
+    {
+        wxGUIEventLoop loop;
+        wxEventLoopActivator active(&loop);
+        result = RUN_ALL_TESTS();
+        for (wxWindow* window : wxTopLevelWindows)
+            window->Destroy();
+        WindowTests::Pump(20);
+    }
+    wxTheApp->OnExit();
+    wxEntryCleanup();
+    return result;
+}

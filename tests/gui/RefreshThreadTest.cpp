@@ -1,0 +1,93 @@
+// The refresh thread on its own, without a window: what it reads per card, in
+// reading order, and what it leaves out.
+#include "tests/gui/WindowTestSupport.h"
+
+#include "gui/RefreshCardThread.h"
+#include "sim/SimControl.h"
+#include "token/acPKCS11.h"
+
+namespace WindowTests {
+namespace {
+
+class RefreshThreadTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        UseTestCardSet(true);
+        m_p11 = new Korvex::acPKCS11();
+        ASSERT_TRUE(m_p11->init());
+    }
+    void TearDown() override
+    {
+        SimClearFaults();
+        m_p11->destroy();
+        delete m_p11;
+    }
+
+    ListEntryVector Run()
+    {
+        RefreshCardThread thread(nullptr, m_p11);
+        EXPECT_EQ(thread.Run(), wxTHREAD_NO_ERROR);
+        thread.Wait();
+        return thread.GetList();
+    }
+
+    Korvex::acPKCS11* m_p11 = nullptr;
+};
+
+TEST_F(RefreshThreadTest, ReadsOneEntryPerCardInReaderOrder)
+{
+    const ListEntryVector rows = Run();
+    const TestCard* expected[] = {&kJohann, &kMaria, &kErika, &kBlank};
+    ASSERT_EQ(rows.size(), 4u);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const TestCard& card = *expected[i];
+        EXPECT_EQ(rows[i]->number, card.serial);
+        EXPECT_EQ(rows[i]->holder, wxString::FromUTF8(*card.holder ? card.holder : "unbekannt"));
+        EXPECT_EQ(rows[i]->typeName, card.typeName);
+        EXPECT_EQ(rows[i]->type, card.type);
+    }
+    // The thread leaves no session behind.
+    EXPECT_EQ(m_p11->GetSessionHandle(), 0u);
+}
+
+TEST_F(RefreshThreadTest, EntriesAreSharedNotCopied)
+{
+    RefreshCardThread thread(nullptr, m_p11);
+    ASSERT_EQ(thread.Run(), wxTHREAD_NO_ERROR);
+    thread.Wait();
+    const ListEntryVector first = thread.GetList();
+    const ListEntryVector second = thread.GetList();
+    ASSERT_FALSE(first.empty());
+    EXPECT_EQ(first[0].get(), second[0].get());
+}
+
+TEST_F(RefreshThreadTest, FailingSlotListGivesNoEntries)
+{
+    SimSetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, 1);
+    EXPECT_TRUE(Run().empty());
+    EXPECT_EQ(Run().size(), 4u);
+}
+
+TEST_F(RefreshThreadTest, UnknownGenerationKeepsAnEmptyTypeName)
+{
+    SimSetFault("C_GetTokenInfo", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
+    // GetSlots skips the card whose token information fails, so it is not
+    // listed at all; the others still carry their type names.
+    const ListEntryVector rows = Run();
+    ASSERT_EQ(rows.size(), 3u);
+    for (const auto& row : rows)
+        EXPECT_FALSE(row->typeName.empty());
+}
+
+TEST(TokenTypeDisplayName, NamesTheSevenGenerationsOnly)
+{
+    EXPECT_EQ(TokenTypeDisplayName(0), "vessa premium ACOS 03");
+    EXPECT_EQ(TokenTypeDisplayName(3), "vessa premium e-Card G2");
+    EXPECT_EQ(TokenTypeDisplayName(6), "vessa premium e-Card G4");
+    EXPECT_EQ(TokenTypeDisplayName(7), "");
+    EXPECT_EQ(TokenTypeDisplayName(-1), "");
+}
+
+} // namespace
+} // namespace WindowTests

@@ -1,0 +1,88 @@
+// The window on the module's built-in demo cards, captured from the X
+// server; the picture is saved as <build>/screenshots/main-window.png.
+#include "tests/gui/WindowTestSupport.h"
+
+#include "gui/Images.h"
+
+#include <wx/image.h>
+
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+
+#include <cstdlib>
+
+namespace WindowTests {
+namespace {
+
+class DemoWindowTest : public MainWindowTest {
+protected:
+    bool UsesTestCardSet() const override { return false; }
+};
+
+// The screen area of `rect` as an image; invalid when it cannot be read.
+wxImage CaptureScreen(const wxRect& rect)
+{
+    Display* display = XOpenDisplay(nullptr);
+    if (display == nullptr)
+        return wxImage();
+    wxImage image;
+    XImage* shot = XGetImage(display, DefaultRootWindow(display), rect.x, rect.y, rect.width,
+                             rect.height, AllPlanes, ZPixmap);
+    if (shot != nullptr && shot->bits_per_pixel == 32 && shot->red_mask == 0xFF0000 &&
+        shot->green_mask == 0xFF00 && shot->blue_mask == 0xFF) {
+        image.Create(rect.width, rect.height);
+        for (int y = 0; y < rect.height; ++y) {
+            for (int x = 0; x < rect.width; ++x) {
+                const unsigned long pixel = XGetPixel(shot, x, y);
+                image.SetRGB(x, y, (pixel >> 16) & 0xFF, (pixel >> 8) & 0xFF, pixel & 0xFF);
+            }
+        }
+    }
+    if (shot != nullptr)
+        XDestroyImage(shot);
+    XCloseDisplay(display);
+    return image;
+}
+
+TEST_F(DemoWindowTest, WindowShowsBannerAndDemoCards)
+{
+    // The demo set: five cards in removable readers.
+    EXPECT_EQ(frame->GetCardList()->GetItemCount(), 5);
+    frame->Move(0, 0);
+    frame->Raise();
+    frame->Refresh();
+    frame->Update();
+    Pump(600);
+
+    const wxRect area = frame->GetScreenRect();
+    const wxSize screen = wxGetDisplaySize();
+    if (area.GetRight() >= screen.x || area.GetBottom() >= screen.y)
+        GTEST_SKIP() << "screen too small for the window: " << screen.x << "x" << screen.y;
+    const wxImage shot = CaptureScreen(area);
+    if (!shot.IsOk())
+        GTEST_SKIP() << "screen is not 24-bit true colour";
+
+    const std::string dir = BinaryDir() + "/screenshots";
+    std::system(("mkdir -p '" + dir + "'").c_str());
+    EXPECT_TRUE(shot.SaveFile(dir + "/main-window.png", wxBITMAP_TYPE_PNG));
+
+    // The banner must be on screen, pixel for pixel, somewhere near the top.
+    const wxImage banner = wxBitmap(KorvexBanner).ConvertToImage();
+    bool found = false;
+    for (int top = 0; top < 40 && !found; ++top) {
+        for (int left = 0; left + banner.GetWidth() <= shot.GetWidth() && !found; ++left) {
+            bool same = true;
+            for (int probe = 0; probe < 20 && same; ++probe) {
+                const int x = (probe * 37) % banner.GetWidth(), y = (probe * 23) % banner.GetHeight();
+                same = std::abs(shot.GetRed(left + x, top + y) - banner.GetRed(x, y)) <= 2 &&
+                       std::abs(shot.GetGreen(left + x, top + y) - banner.GetGreen(x, y)) <= 2 &&
+                       std::abs(shot.GetBlue(left + x, top + y) - banner.GetBlue(x, y)) <= 2;
+            }
+            found = same;
+        }
+    }
+    EXPECT_TRUE(found) << "banner not found in the captured window";
+}
+
+} // namespace
+} // namespace WindowTests
