@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets (clang, address + undefined sanitizers) in
+# build-fuzz and runs each of them for the given number of seconds (default
+# 20) on a working copy of its committed seed corpus. New inputs, crash
+# artifacts and logs stay under build-fuzz; the repository is never written.
+# Exits non-zero when any target crashes or fails to run.
+#   scripts/fuzz.sh          short run (the test suite uses this)
+#   scripts/fuzz.sh 600      longer run on demand
+set -uo pipefail
+cd "$(dirname "$0")/.."
+ROOT=$PWD
+SECONDS_PER_TARGET=${1:-20}
+BUILD="$ROOT/build-fuzz"
+WORK="$BUILD/corpus-work"
+ARTIFACTS="$BUILD/artifacts"
+LOGS="$BUILD/logs"
+
+if ! [[ "$SECONDS_PER_TARGET" =~ ^[0-9]+$ ]] || [ "$SECONDS_PER_TARGET" -lt 1 ]; then
+  echo "usage: $0 [seconds per target]" >&2
+  exit 2
+fi
+
+echo "=== fuzz: configure and build ($BUILD)"
+CC=clang CXX=clang++ cmake -S "$ROOT" -B "$BUILD" -DKORVEX_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null || exit 1
+cmake --build "$BUILD" -j2 --target fuzz_all || exit 1
+
+mkdir -p "$WORK" "$ARTIFACTS" "$LOGS"
+mapfile -t TARGETS < <(grep -v '^$' "$BUILD/fuzz/targets.txt")
+export ASAN_OPTIONS="${ASAN_OPTIONS:-halt_on_error=1:detect_leaks=1}"
+export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
+
+failed=()
+for target in "${TARGETS[@]}"; do
+  corpus="$WORK/$target"
+  mkdir -p "$corpus"
+  if [ -d "$ROOT/fuzz/corpus/$target" ]; then
+    cp -n "$ROOT/fuzz/corpus/$target"/* "$corpus"/ 2>/dev/null || true
+  fi
+  log="$LOGS/$target.log"
+  echo "=== fuzz: $target for ${SECONDS_PER_TARGET}s"
+  if "$BUILD/fuzz/$target" "$corpus" \
+      -max_total_time="$SECONDS_PER_TARGET" -timeout=25 -rss_limit_mb=2048 \
+      -artifact_prefix="$ARTIFACTS/$target-" -print_final_stats=1 >"$log" 2>&1; then
+    grep -E '^stat::number_of_executed_units|^#[0-9]+.*DONE' "$log" | tail -2
+  else
+    echo "!!! $target failed, see $log"
+    grep -E 'ERROR|SUMMARY|runtime error|Test unit written' "$log" | head -10
+    failed+=("$target")
+  fi
+done
+
+if [ ${#failed[@]} -gt 0 ]; then
+  echo "=== fuzz: FAILED: ${failed[*]}"
+  exit 1
+fi
+echo "=== fuzz: all ${#TARGETS[@]} targets ran ${SECONDS_PER_TARGET}s without a finding"
