@@ -71,6 +71,12 @@ CK_RV vsim_get_pin_tries(const char* serial, int pin, int* tries, int* pukTries)
 /* Number of PIN dialogues the module has started in this process. */
 unsigned long vsim_pin_dialog_count(void);
 
+/* The vendor extensions of the module, for dlsym. */
+typedef CK_RV (*VSIM_C_CardTransmit)(CK_SESSION_HANDLE session, CK_BYTE_PTR command, CK_ULONG commandLength,
+                                     CK_BYTE_PTR response, CK_ULONG_PTR responseLength);
+typedef CK_RV (*VSIM_C_CardAttribute)(CK_SESSION_HANDLE session, const char* name, CK_BYTE_PTR out,
+                                      CK_ULONG_PTR outLength);
+
 #ifdef __cplusplus
 }
 #endif

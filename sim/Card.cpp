@@ -1,0 +1,266 @@
+// A simulated card: PINs, objects, data files and their persistence.
+#include "sim/Card.h"
+
+#include "formats/InfoboxFS.h"
+#include "sim/CardObjects.h"
+#include "sim/SimPaths.h"
+
+#include <boost/property_tree/ptree.hpp>
+#include <boost/property_tree/xml_parser.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <sstream>
+
+namespace VessaSim {
+
+namespace pt = boost::property_tree;
+
+namespace {
+
+// Empty card files read as zeros, as a freshly formatted card answers.
+const Bytes kEmptyFile(256, 0);
+
+} // namespace
+
+CK_OBJECT_HANDLE nextObjectHandle() {
+    static std::atomic<CK_OBJECT_HANDLE> next{0x1000};
+    return next++;
+}
+
+Card::Card(const CardSpec& spec) : m_spec(spec) {
+    factoryPins();
+    loadState();
+}
+
+std::vector<unsigned char> Card::atr() const { return hexToBytes(profile().atrHex); }
+
+void Card::factoryPins() {
+    for (int i = 0; i < PinCount; ++i) {
+        PinState& pin = m_pins[i];
+        pin.value = m_spec.pins[i];
+        pin.length = pinLength(static_cast<PinIndex>(i));
+        pin.tries = pin.maxTries = m_spec.pinTries;
+        pin.hasPuk = profile().hasPuk;
+        pin.puk = m_spec.puks[i];
+        pin.pukTries = pin.maxPukTries = m_spec.pukTries;
+    }
+}
+
+std::string Card::stateFile() const { return cardStateDirectory(m_spec.serial) + "/state.xml"; }
+
+void Card::loadState() {
+    std::string text;
+    if (!readWholeFile(stateFile(), text)) return;
+    pt::ptree tree;
+    try {
+        std::istringstream in(text);
+        pt::read_xml(in, tree);
+    } catch (const pt::ptree_error&) {
+        return;  // a damaged state file counts as factory state
+    }
+    const pt::ptree empty;
+    for (const auto& child : tree.get_child("card", empty)) {
+        const pt::ptree& attrs = child.second.get_child("<xmlattr>", empty);
+        if (child.first == "pin") {
+            int index = attrs.get<int>("index", -1);
+            if (index < 0 || index >= PinCount) continue;
+            PinState& pin = m_pins[index];
+            std::string value = attrs.get<std::string>("value", pin.value);
+            if (isPinFormat(value, pin.length)) pin.value = value;
+            pin.tries = std::clamp(attrs.get<int>("tries", pin.tries), 0, pin.maxTries);
+            pin.pukTries = std::clamp(attrs.get<int>("puk-tries", pin.pukTries), 0, pin.maxPukTries);
+        } else if (child.first == "object") {
+            std::string label = attrs.get<std::string>("label", "");
+            Bytes value = hexToBytes(attrs.get<std::string>("value", ""));
+            if (label.empty() || value.size() > kMaxDataObjectSize) continue;
+            SavedData saved;
+            saved.value = value;
+            saved.isPrivate = attrs.get<bool>("private", false);
+            saved.type = static_cast<unsigned char>(attrs.get<int>("type", 0) & 0xFF);
+            m_savedData[label] = saved;
+        }
+    }
+}
+
+bool Card::saveState() {
+    pt::ptree tree;
+    pt::ptree& root = tree.add("card", "");
+    root.put("<xmlattr>.serial", m_spec.serial);
+    for (int i = 0; i < PinCount; ++i) {
+        pt::ptree& node = root.add("pin", "");
+        node.put("<xmlattr>.index", i);
+        node.put("<xmlattr>.value", m_pins[i].value);
+        node.put("<xmlattr>.tries", m_pins[i].tries);
+        node.put("<xmlattr>.puk-tries", m_pins[i].pukTries);
+    }
+    for (const auto& saved : m_savedData) {
+        pt::ptree& node = root.add("object", "");
+        node.put("<xmlattr>.label", saved.first);
+        node.put("<xmlattr>.private", saved.second.isPrivate);
+        node.put("<xmlattr>.type", static_cast<int>(saved.second.type));
+        node.put("<xmlattr>.value", bytesToHex(saved.second.value));
+    }
+    std::ostringstream out;
+    pt::write_xml(out, tree);
+    return writeFileAtomically(stateFile(), out.str());
+}
+
+void Card::resetToFactory() {
+    removeFile(stateFile());
+    factoryPins();
+    m_savedData.clear();
+    loggedIn = false;
+    elementaryFileSelected = false;
+    selectedFile = 0x3F00;
+    if (m_objectsReady) {
+        m_objects.erase(std::remove_if(m_objects.begin(), m_objects.end(),
+                                       [](const std::unique_ptr<SimObject>& object) {
+                                           return object->isDataObject();
+                                       }),
+                        m_objects.end());
+        buildDataObjects();
+        rebuildInfobox();
+    }
+}
+
+bool Card::loadKeys(std::string& error) {
+    std::lock_guard<std::mutex> guard(m_keyMutex);
+    if (m_keys) return true;
+    auto keys = std::make_shared<CardKeys>();
+    if (!loadOrCreateCardKeys(m_spec, *keys, error)) return false;
+    m_keys = keys;
+    return true;
+}
+
+SimObject& Card::addObject(SimObject object) {
+    object.handle = nextObjectHandle();
+    m_objects.push_back(std::make_unique<SimObject>(std::move(object)));
+    return *m_objects.back();
+}
+
+void Card::installObjects() {
+    if (m_objectsReady || !m_spec.personalised) return;
+    std::shared_ptr<CardKeys> keys;
+    {
+        std::lock_guard<std::mutex> guard(m_keyMutex);
+        keys = m_keys;
+    }
+    if (!keys) return;
+    for (auto& object : buildKeyObjects(*keys)) addObject(std::move(object));
+    m_factoryIdentityLink = m_spec.identityLink ? buildIdentityLink(m_spec, keys->caKey.get()) : Bytes();
+    buildDataObjects();
+    rebuildInfobox();
+    m_objectsReady = true;
+}
+
+void Card::buildDataObjects() {
+    const Bytes& link = m_factoryIdentityLink.empty() ? kEmptyFile : m_factoryIdentityLink;
+    if (profile().infoboxFile) {
+        for (const auto& entry : factoryInfobox(m_spec, m_factoryIdentityLink)) {
+            addObject(makeInfoboxEntryObject(entry.tag, entry.type, entry.content));
+        }
+        addObject(makeDataObject("PERSONENBINDUNG", ObjectRole::IdentityLinkAlias, link, false));
+        addObject(makeDataObject("INFOBOX", ObjectRole::InfoboxFile, Bytes(), false));
+    } else {
+        addObject(makeDataObject("PERSONENBINDUNG", ObjectRole::DataFile, link, false));
+        addObject(makeDataObject("RFU1", ObjectRole::DataFile, kEmptyFile, false));
+        addObject(makeDataObject("RFU2", ObjectRole::DataFile, kEmptyFile, false));
+    }
+    applySavedData();
+}
+
+void Card::applySavedData() {
+    for (const auto& saved : m_savedData) {
+        SimObject* object = objectByLabel(saved.first);
+        if (!object && profile().infoboxFile && saved.first.size() == 4 && saved.first.compare(0, 2, "0x") == 0) {
+            Bytes tag = hexToBytes(saved.first.substr(2));
+            if (tag.size() == 1 && tag[0] != 0) {
+                object = &addObject(makeInfoboxEntryObject(tag[0], saved.second.type, Bytes()));
+            }
+        }
+        if (!object || (object->role != ObjectRole::DataFile && object->role != ObjectRole::InfoboxEntry)) continue;
+        object->setBytes(CKA_VALUE, saved.second.value);
+        object->setBool(CKA_PRIVATE, saved.second.isPrivate);
+        if (object->role == ObjectRole::InfoboxEntry) object->infoboxType = saved.second.type;
+    }
+}
+
+SimObject* Card::infoboxEntry(unsigned char tag) {
+    for (auto& object : m_objects) {
+        if (object->role == ObjectRole::InfoboxEntry && object->infoboxTag == tag) return object.get();
+    }
+    return nullptr;
+}
+
+void Card::rebuildInfobox() {
+    if (!profile().infoboxFile) return;
+    std::vector<const SimObject*> entries;
+    for (const auto& object : m_objects) {
+        if (object->role == ObjectRole::InfoboxEntry) entries.push_back(object.get());
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const SimObject* a, const SimObject* b) { return a->infoboxTag < b->infoboxTag; });
+    LibInfobox::InfoboxFS file;
+    for (const SimObject* entry : entries) {
+        // Protected entries keep their content only in their own object.
+        const Bytes* value = entry->find(CKA_VALUE);
+        Korvex::ByteArray data;
+        if (!entry->isPrivate() && value) data = Korvex::ByteArray(*value);
+        file.AddEntry(entry->infoboxTag, entry->infoboxType, data);
+    }
+    Korvex::ByteArray bytes;
+    file.GetCompleteFile(bytes);
+    if (SimObject* infobox = objectByLabel("INFOBOX")) infobox->setBytes(CKA_VALUE, bytes.ToVector());
+    if (SimObject* alias = objectByLabel("PERSONENBINDUNG")) {
+        if (alias->role == ObjectRole::IdentityLinkAlias) {
+            const SimObject* first = infoboxEntry(1);
+            const Bytes* value = first ? first->find(CKA_VALUE) : nullptr;
+            alias->setBytes(CKA_VALUE, value ? *value : kEmptyFile);
+            alias->setBool(CKA_PRIVATE, first && first->isPrivate());
+        }
+    }
+}
+
+SimObject* Card::object(CK_OBJECT_HANDLE handle) {
+    for (auto& object : m_objects) {
+        if (object->handle == handle) return object.get();
+    }
+    return nullptr;
+}
+
+SimObject* Card::objectByLabel(const std::string& label) {
+    for (auto& object : m_objects) {
+        if (object->label() == label) return object.get();
+    }
+    return nullptr;
+}
+
+CK_RV Card::writeDataObject(SimObject& target, const Bytes* value, const bool* makePrivate) {
+    if (target.role == ObjectRole::InfoboxFile || !target.isDataObject()) return CKR_ATTRIBUTE_READ_ONLY;
+    if (value && value->size() > kMaxDataObjectSize) return CKR_ATTRIBUTE_VALUE_INVALID;
+    SimObject* object = &target;
+    if (target.role == ObjectRole::IdentityLinkAlias) {
+        // The identity link of an infobox card is its entry 1.
+        object = infoboxEntry(1);
+        if (!object) object = &addObject(makeInfoboxEntryObject(1, 0x00, kEmptyFile));
+    }
+    if (value) object->setBytes(CKA_VALUE, *value);
+    if (makePrivate) {
+        object->setBool(CKA_PRIVATE, *makePrivate);
+        if (object->role == ObjectRole::InfoboxEntry) {
+            object->infoboxType = static_cast<unsigned char>((object->infoboxType & ~1u) | (*makePrivate ? 1u : 0u));
+        }
+    }
+    SavedData saved;
+    const Bytes* stored = object->find(CKA_VALUE);
+    saved.value = stored ? *stored : Bytes();
+    saved.isPrivate = object->isPrivate();
+    saved.type = object->infoboxType;
+    m_savedData[object->label()] = saved;
+    rebuildInfobox();
+    saveState();
+    return CKR_OK;
+}
+
+} // namespace VessaSim

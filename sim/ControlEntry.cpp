@@ -1,0 +1,137 @@
+// The exported control functions tests use to drive the simulator from
+// inside the process (see SimControl.h).
+#include "sim/SimControl.h"
+
+#include "sim/Module.h"
+#include "sim/PinDialog.h"
+
+#include <new>
+#include <string>
+
+using namespace VessaSim;
+
+namespace {
+
+template <typename Function>
+CK_RV guarded(Function function) {
+    try {
+        return function();
+    } catch (const std::bad_alloc&) {
+        return CKR_HOST_MEMORY;
+    } catch (...) {
+        return CKR_GENERAL_ERROR;
+    }
+}
+
+std::string cardArgument(const char* card) { return (card && *card) ? card : "*"; }
+
+} // namespace
+
+extern "C" {
+
+CK_RV vsim_set_fault(const char* function, const char* serial, CK_RV rv, int times) {
+    return guarded([&] {
+        if (!function || !*function) return CKR_ARGUMENTS_BAD;
+        FaultRule rule;
+        rule.function = function;
+        rule.card = cardArgument(serial);
+        rule.rv = rv;
+        rule.times = times > 0 ? times : -1;
+        Module& module = Module::instance();
+        std::lock_guard<std::mutex> guard(module.mutex);
+        module.faults.add(rule, FaultSource::Api);
+        return CKR_OK;
+    });
+}
+
+CK_RV vsim_set_malformed(const char* function, const char* serial, int times) {
+    return guarded([&] {
+        if (!function || !*function) return CKR_ARGUMENTS_BAD;
+        FaultRule rule;
+        rule.function = function;
+        rule.card = cardArgument(serial);
+        rule.malformed = true;
+        rule.times = times > 0 ? times : -1;
+        Module& module = Module::instance();
+        std::lock_guard<std::mutex> guard(module.mutex);
+        module.faults.add(rule, FaultSource::Api);
+        return CKR_OK;
+    });
+}
+
+CK_RV vsim_add_faults(const char* spec) {
+    return guarded([&] {
+        if (!spec) return CKR_ARGUMENTS_BAD;
+        std::vector<FaultRule> rules;
+        std::string error;
+        if (!parseFaultSpec(spec, rules, error)) return CKR_ARGUMENTS_BAD;
+        Module& module = Module::instance();
+        std::lock_guard<std::mutex> guard(module.mutex);
+        for (const auto& rule : rules) module.faults.add(rule, FaultSource::Api);
+        return CKR_OK;
+    });
+}
+
+void vsim_clear_faults(void) {
+    guarded([] {
+        Module& module = Module::instance();
+        std::lock_guard<std::mutex> guard(module.mutex);
+        module.faults.clear();
+        return CKR_OK;
+    });
+}
+
+void vsim_set_latency(unsigned long call_ms, unsigned long apdu_ms) {
+    Module::instance().latency.set(call_ms, apdu_ms);
+}
+
+CK_RV vsim_insert_card(CK_SLOT_ID slot, const char* card) {
+    return guarded([&] {
+        if (!card) return CKR_ARGUMENTS_BAD;
+        Module& module = Module::instance();
+        std::lock_guard<std::mutex> guard(module.mutex);
+        if (!module.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
+        CardSpec spec;
+        std::string error;
+        if (!resolveCard(module.cardSet, card, spec, error)) return CKR_ARGUMENTS_BAD;
+        return module.insertCard(slot, spec);
+    });
+}
+
+CK_RV vsim_remove_card(CK_SLOT_ID slot) {
+    return guarded([&] {
+        Module& module = Module::instance();
+        std::lock_guard<std::mutex> guard(module.mutex);
+        if (!module.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
+        return module.removeCard(slot);
+    });
+}
+
+CK_RV vsim_reset_state(const char* serial) {
+    return guarded([&] {
+        Module& module = Module::instance();
+        std::lock_guard<std::mutex> guard(module.mutex);
+        if (!module.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
+        module.resetCards(cardArgument(serial));
+        return CKR_OK;
+    });
+}
+
+CK_RV vsim_get_pin_tries(const char* serial, int pin, int* tries, int* pukTries) {
+    return guarded([&] {
+        if (!serial || pin < 0 || pin >= PinCount || !tries || !pukTries) return CKR_ARGUMENTS_BAD;
+        Module& module = Module::instance();
+        std::lock_guard<std::mutex> guard(module.mutex);
+        if (!module.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
+        Card* card = module.cardBySerial(serial);
+        if (!card) return CKR_TOKEN_NOT_PRESENT;
+        const PinState& state = card->pin(static_cast<PinIndex>(pin));
+        *tries = state.tries;
+        *pukTries = state.hasPuk ? state.pukTries : -1;
+        return CKR_OK;
+    });
+}
+
+unsigned long vsim_pin_dialog_count(void) { return pinDialogCount(); }
+
+} // extern "C"

@@ -1,0 +1,61 @@
+// Injected faults and latency as the running module applies them. Rules come
+// from the environment, the control file and the control functions; each
+// source can be replaced without touching the others.
+#pragma once
+
+#include "sim/FaultSpec.h"
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+namespace VessaSim {
+
+enum class FaultSource { Environment, ControlFile, Api };
+
+class FaultTable {
+public:
+    void add(const FaultRule& rule, FaultSource source, long controlId = 0);
+    void removeSource(FaultSource source);
+    void removeControlId(long controlId);
+    void clear();
+    bool empty() const { return m_rules.empty(); }
+    std::vector<FaultRule> rules() const;
+
+    // A failing fault for this call: sets rv and uses up one hit. `serial`
+    // is null for calls that concern no card.
+    bool takeFailure(const char* function, const char* serial, unsigned long slot, CK_RV& rv);
+    // A malformed-data fault for this call; uses up one hit.
+    bool takeMalformed(const char* function, const char* serial, unsigned long slot);
+
+private:
+    struct Entry {
+        FaultRule rule;
+        FaultSource source;
+        long controlId;
+    };
+    Entry* match(const char* function, const char* serial, unsigned long slot, bool malformed);
+    void consume(Entry* entry);
+
+    std::vector<Entry> m_rules;
+};
+
+// Sleeps that emulate slow readers and chips; read without the module mutex.
+class Latency {
+public:
+    void set(unsigned long callMs, unsigned long apduMs) {
+        m_callMs = callMs;
+        m_apduMs = apduMs;
+    }
+    void beforeCardCall() const { sleepMs(m_callMs.load()); }
+    void perApdu(unsigned count = 1) const { sleepMs(m_apduMs.load() * count); }
+    unsigned long callMs() const { return m_callMs; }
+    unsigned long apduMs() const { return m_apduMs; }
+
+private:
+    static void sleepMs(unsigned long ms);
+    std::atomic<unsigned long> m_callMs{0};
+    std::atomic<unsigned long> m_apduMs{0};
+};
+
+} // namespace VessaSim

@@ -1,0 +1,33 @@
+// The key pairs and certificates of a simulated card and the test CA that
+// issues them. Made with OpenSSL on first use and kept in the key directory,
+// so that later runs (and the 64-card benchmark) only load them.
+#pragma once
+
+#include "sim/CardSet.h"
+#include "sim/OpenSslPtr.h"
+
+#include <string>
+#include <vector>
+
+namespace VessaSim {
+
+struct KeyMaterial {
+    SharedPkey key;                        // private key (public part included)
+    std::vector<unsigned char> certificate;  // DER
+};
+
+struct CardKeys {
+    KeyMaterial signature;
+    KeyMaterial encryption;
+    SharedPkey caKey;
+    std::vector<unsigned char> caCertificate;  // DER
+};
+
+// Loads the card's keys and certificates from its key directory, making
+// whatever is missing or does not fit the card (algorithm, size, holder).
+bool loadOrCreateCardKeys(const CardSpec& card, CardKeys& out, std::string& error);
+
+// Exposed for tests: whether a key has the algorithm and size of the spec.
+bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& spec);
+
+} // namespace VessaSim

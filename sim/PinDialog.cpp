@@ -1,0 +1,83 @@
+// Runs one PIN dialogue through the pinentry program.
+#include "sim/PinDialog.h"
+
+#include <atomic>
+
+namespace VessaSim {
+
+namespace {
+
+std::atomic<unsigned long> g_dialogs{0};
+
+const char* const kTitle = "vessa premium PIN-Eingabe";
+
+std::string cardLine(const DialogTarget& target) {
+    return "Karte: " + target.cardLabel + " (" + target.serial + ")\n\n";
+}
+
+std::string triesWarning(int left, int maximum, const std::string& what) {
+    if (left >= maximum) return "";
+    return "Achtung: " + what + " hat nur noch " + std::to_string(left) +
+           (left == 1 ? " Versuch!" : " Versuche!");
+}
+
+} // namespace
+
+std::string pinDisplayName(PinIndex pin) {
+    switch (pin) {
+    case PinSignature: return "Signatur-PIN";
+    case PinEncryption: return "Geheimhaltungs-PIN";
+    default: return "Infobox-PIN";
+    }
+}
+
+unsigned long pinDialogCount() { return g_dialogs.load(); }
+
+DialogOutcome runPinDialog(DialogKind kind, const DialogTarget& target) {
+    ++g_dialogs;
+    DialogOutcome outcome;
+    PinEntry entry;
+    if (!entry.start()) return outcome;
+
+    const std::string name = pinDisplayName(target.pin);
+    const std::string digits = std::to_string(target.pinLength) + " Ziffern";
+    PinPrompt prompt;
+    prompt.title = kTitle;
+    std::string* answers[3] = {&outcome.first, &outcome.second, &outcome.third};
+    const char* prompts[3] = {nullptr, "Neue PIN:", "Neue PIN wiederholen:"};
+    int steps = 3;
+    switch (kind) {
+    case DialogKind::Verify:
+        prompt.description = cardLine(target) + "Bitte geben Sie Ihre " + name + " (" + digits + ") ein.";
+        prompt.error = triesWarning(target.triesLeft, target.maxTries, "die " + name);
+        prompts[0] = nullptr;
+        steps = 1;
+        break;
+    case DialogKind::Change:
+        prompt.description = cardLine(target) + name + " \xC3\xA4ndern (" + digits + ").";
+        prompt.error = triesWarning(target.triesLeft, target.maxTries, "die " + name);
+        prompts[0] = "Aktuelle PIN:";
+        break;
+    case DialogKind::Unblock:
+        prompt.description = cardLine(target) + name + " mit der PUK (8 Ziffern) entsperren und neu setzen (" +
+                             digits + ").";
+        prompt.error = triesWarning(target.pukTriesLeft, target.maxPukTries, "die PUK");
+        prompts[0] = "PUK:";
+        break;
+    }
+    const std::string verifyPrompt = name + ":";
+    for (int step = 0; step < steps; ++step) {
+        prompt.prompt = prompts[step] ? prompts[step] : verifyPrompt;
+        PinEntry::Result result = entry.getPin(prompt, *answers[step]);
+        if (result != PinEntry::Result::Ok) {
+            outcome.result = result;
+            return outcome;
+        }
+        prompt.error.clear();
+        prompt.title.clear();
+    }
+    outcome.result = PinEntry::Result::Ok;
+    return outcome;
+}
+
+} // namespace VessaSim
