@@ -1,5 +1,4 @@
-// Collects what the DER readers send to their log hooks, for the duration of
-// one test.
+// Collects what the DER readers send to their log hooks during one test.
 #pragma once
 
 #include <string>
@@ -9,37 +8,21 @@
 
 namespace dertest {
 
-class LogCapture {
-public:
+inline std::vector<std::string> g_errors, g_messages;
+
+struct LogCapture {
     LogCapture()
     {
-        errors().clear();
-        messages().clear();
-        Korvex::LibAsn1::acPKCS11_SetErrorLoggingFunc(&onError);
-        Korvex::LibAsn1::acPKCS11_SetMessageLoggingFunc(&onMessage);
+        g_errors.clear();
+        g_messages.clear();
+        LibAsn1::acPKCS11_SetErrorLoggingFunc([](std::string t) { g_errors.push_back(t); });
+        LibAsn1::acPKCS11_SetMessageLoggingFunc([](std::string t) { g_messages.push_back(t); });
     }
     ~LogCapture()
     {
-        Korvex::LibAsn1::acPKCS11_SetErrorLoggingFunc(nullptr);
-        Korvex::LibAsn1::acPKCS11_SetMessageLoggingFunc(nullptr);
+        LibAsn1::acPKCS11_SetErrorLoggingFunc(nullptr);
+        LibAsn1::acPKCS11_SetMessageLoggingFunc(nullptr);
     }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-
-    static std::vector<std::string>& errors()
-    {
-        static std::vector<std::string> lines;
-        return lines;
-    }
-    static std::vector<std::string>& messages()
-    {
-        static std::vector<std::string> lines;
-        return lines;
-    }
-
-private:
-    static void onError(std::string text) { errors().push_back(text); }
-    static void onMessage(std::string text) { messages().push_back(text); }
 };
 
 } // namespace dertest
