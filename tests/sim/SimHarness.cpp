@@ -1,0 +1,180 @@
+// Loading the module into a clean, private environment for each test.
+#include "SimHarness.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace SimTesting {
+
+namespace {
+
+template <typename Pointer>
+bool resolve(void* handle, const char* name, Pointer& out) {
+    out = reinterpret_cast<Pointer>(dlsym(handle, name));
+    return out != nullptr;
+}
+
+std::string temporaryBase() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string base = (tmp && *tmp) ? tmp : "/tmp/";
+    if (base.back() != '/') base += '/';
+    return base;
+}
+
+} // namespace
+
+bool SimLibrary::open() {
+    handle = dlopen(VSIM_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+    if (!handle) return false;
+    CK_C_GetFunctionList getList = nullptr;
+    return resolve(handle, "C_GetFunctionList", getList) && getList(&p11) == CKR_OK &&
+           resolve(handle, "C_CardTransmit", transmit) && resolve(handle, "C_CardAttribute", cardAttribute) &&
+           resolve(handle, "vsim_set_fault", setFault) && resolve(handle, "vsim_set_malformed", setMalformed) &&
+           resolve(handle, "vsim_add_faults", addFaults) && resolve(handle, "vsim_clear_faults", clearFaults) &&
+           resolve(handle, "vsim_set_latency", setLatency) && resolve(handle, "vsim_insert_card", insertCard) &&
+           resolve(handle, "vsim_remove_card", removeCard) && resolve(handle, "vsim_reset_state", resetState) &&
+           resolve(handle, "vsim_get_pin_tries", pinTries) &&
+           resolve(handle, "vsim_pin_dialog_count", dialogCount);
+}
+
+void SimLibrary::close() {
+    if (handle) dlclose(handle);
+    *this = SimLibrary();
+}
+
+void SimTest::SetUp() {
+    std::string pattern = temporaryBase() + "simtest-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    m_dir = pattern;
+    setenv("VESSA_SIM_STATE_DIR", (m_dir + "/state").c_str(), 1);
+    // Keys are slow to make; every test shares one key directory per build.
+    const char* binary = std::getenv("KORVEX_BINARY_DIR");
+    const std::string keys = binary ? std::string(binary) + "/test-scratch/sim-keys" : temporaryBase() + "sim-keys";
+    setenv("VESSA_SIM_KEY_DIR", keys.c_str(), 1);
+    setenv("VESSA_SIM_PINENTRY", VSIM_FAKE_PINENTRY, 1);
+    setenv("FAKE_PINENTRY_SCRIPT", (m_dir + "/pins").c_str(), 1);
+    setenv("FAKE_PINENTRY_LOG", (m_dir + "/pins.log").c_str(), 1);
+    unsetenv("FAKE_PINENTRY_DELAY");
+    unsetenv("VESSA_SIM_CARDS");
+    unsetenv("VESSA_SIM_FAULTS");
+    unsetenv("VESSA_SIM_LATENCY_MS");
+    unsetenv("VESSA_SIM_APDU_LATENCY_MS");
+    prepareEnvironment();
+    ASSERT_TRUE(m_sim.open()) << dlerror();
+    p11 = m_sim.p11;
+    ASSERT_EQ(p11->C_Initialize(nullptr), CKR_OK);
+}
+
+void SimTest::TearDown() {
+    if (p11) p11->C_Finalize(nullptr);
+    m_sim.close();
+    p11 = nullptr;
+    if (!m_dir.empty()) {
+        int status = 0;
+        runCommand("rm -rf '" + m_dir + "'", status);
+    }
+}
+
+void SimTest::reload() {
+    ASSERT_EQ(p11->C_Finalize(nullptr), CKR_OK);
+    m_sim.close();
+    ASSERT_TRUE(m_sim.open());
+    p11 = m_sim.p11;
+    ASSERT_EQ(p11->C_Initialize(nullptr), CKR_OK);
+}
+
+void SimTest::scriptPins(std::initializer_list<std::string> answers) {
+    std::string text;
+    for (const auto& answer : answers) text += answer + "\n";
+    writeText(m_dir + "/pins", text);
+    std::remove((m_dir + "/pins.pos").c_str());
+    std::remove((m_dir + "/pins.log").c_str());
+}
+
+std::vector<std::string> SimTest::dialogLog() const {
+    std::vector<std::string> lines;
+    std::istringstream in(readText(m_dir + "/pins.log"));
+    std::string line;
+    while (std::getline(in, line)) lines.push_back(line);
+    return lines;
+}
+
+CK_SESSION_HANDLE SimTest::openSession(CK_SLOT_ID slot, bool readWrite) {
+    CK_SESSION_HANDLE session = CK_INVALID_HANDLE;
+    CK_FLAGS flags = CKF_SERIAL_SESSION | (readWrite ? CKF_RW_SESSION : 0);
+    EXPECT_EQ(p11->C_OpenSession(slot, flags, nullptr, nullptr, &session), CKR_OK);
+    return session;
+}
+
+std::vector<CK_OBJECT_HANDLE> SimTest::findAll(CK_SESSION_HANDLE session, CK_ATTRIBUTE* pattern, CK_ULONG count) {
+    std::vector<CK_OBJECT_HANDLE> found;
+    EXPECT_EQ(p11->C_FindObjectsInit(session, pattern, count), CKR_OK);
+    CK_OBJECT_HANDLE batch[4];
+    CK_ULONG got = 0;
+    while (p11->C_FindObjects(session, batch, 4, &got) == CKR_OK && got > 0) found.insert(found.end(), batch, batch + got);
+    EXPECT_EQ(p11->C_FindObjectsFinal(session), CKR_OK);
+    return found;
+}
+
+CK_OBJECT_HANDLE SimTest::findObject(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, const std::string& label) {
+    CK_ATTRIBUTE pattern[] = {{CKA_CLASS, &objectClass, sizeof objectClass},
+                              {CKA_LABEL, const_cast<char*>(label.data()), label.size()}};
+    std::vector<CK_OBJECT_HANDLE> found = findAll(session, pattern, 2);
+    return found.size() == 1 ? found[0] : CK_INVALID_HANDLE;
+}
+
+Bytes SimTest::readAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
+    CK_ATTRIBUTE attribute = {type, nullptr, 0};
+    if (p11->C_GetAttributeValue(session, object, &attribute, 1) != CKR_OK) return {};
+    Bytes value(attribute.ulValueLen);
+    attribute.pValue = value.data();
+    if (p11->C_GetAttributeValue(session, object, &attribute, 1) != CKR_OK) return {};
+    value.resize(attribute.ulValueLen);
+    return value;
+}
+
+CK_RV SimTest::setVendorAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
+    CK_BBOOL value = CK_FALSE;
+    CK_ATTRIBUTE attribute = {type, &value, 1};
+    return p11->C_SetAttributeValue(session, object, &attribute, 1);
+}
+
+int SimTest::pinTries(const char* serial, int pin) {
+    int tries = -2;
+    int pukTries = -2;
+    EXPECT_EQ(m_sim.pinTries(serial, pin, &tries, &pukTries), CKR_OK);
+    return tries;
+}
+
+void writeText(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+}
+
+std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::string runCommand(const std::string& command, int& status) {
+    std::string output;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) {
+        status = -1;
+        return output;
+    }
+    char buffer[4096];
+    size_t got;
+    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, got);
+    status = pclose(pipe);
+    return output;
+}
+
+} // namespace SimTesting

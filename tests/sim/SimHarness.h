@@ -1,0 +1,80 @@
+// Test fixture for the simulated card module: every test gets its own state
+// directory, a scripted pinentry and a freshly loaded, initialised module.
+#pragma once
+
+#include "sim/SimControl.h"
+
+#include <gtest/gtest.h>
+#include <p11-kit/pkcs11.h>
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace SimTesting {
+
+using Bytes = std::vector<unsigned char>;
+
+// Serials of the built-in demo set.
+constexpr const char* kAcosA04 = "1204000000004711";  // slot 0, infobox file
+constexpr const char* kECardG4 = "3014000000000815";  // slot 1, RSA 2048
+constexpr const char* kECardG2 = "3002000000004242";  // slot 2, EC only
+constexpr const char* kAcosA03 = "1203000000001111";  // slot 3, fixed objects
+constexpr CK_SLOT_ID kBlankSlot = 4;
+constexpr CK_SLOT_ID kEmptySlot = 5;
+constexpr CK_SLOT_ID kInternalSlot = 6;
+
+// The module opened with dlopen and its control functions.
+struct SimLibrary {
+    void* handle = nullptr;
+    CK_FUNCTION_LIST_PTR p11 = nullptr;
+    VSIM_C_CardTransmit transmit = nullptr;
+    VSIM_C_CardAttribute cardAttribute = nullptr;
+    decltype(&vsim_set_fault) setFault = nullptr;
+    decltype(&vsim_set_malformed) setMalformed = nullptr;
+    decltype(&vsim_add_faults) addFaults = nullptr;
+    decltype(&vsim_clear_faults) clearFaults = nullptr;
+    decltype(&vsim_set_latency) setLatency = nullptr;
+    decltype(&vsim_insert_card) insertCard = nullptr;
+    decltype(&vsim_remove_card) removeCard = nullptr;
+    decltype(&vsim_reset_state) resetState = nullptr;
+    decltype(&vsim_get_pin_tries) pinTries = nullptr;
+    decltype(&vsim_pin_dialog_count) dialogCount = nullptr;
+
+    bool open();
+    void close();
+};
+
+class SimTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // Environment for the next C_Initialize (card set, faults ...).
+    virtual void prepareEnvironment() {}
+
+    // C_Finalize, dlclose, dlopen, C_Initialize: what a program restart does.
+    void reload();
+
+    // Answers for the next PIN dialogues, one per GETPIN.
+    void scriptPins(std::initializer_list<std::string> answers);
+    std::vector<std::string> dialogLog() const;
+
+    CK_SESSION_HANDLE openSession(CK_SLOT_ID slot, bool readWrite = false);
+    CK_OBJECT_HANDLE findObject(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, const std::string& label);
+    std::vector<CK_OBJECT_HANDLE> findAll(CK_SESSION_HANDLE session, CK_ATTRIBUTE* pattern, CK_ULONG count);
+    Bytes readAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
+    CK_RV setVendorAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
+    int pinTries(const char* serial, int pin);
+
+    std::string m_dir;
+    SimLibrary m_sim;
+    CK_FUNCTION_LIST_PTR p11 = nullptr;
+};
+
+// Writes a file (for card sets and similar test input).
+void writeText(const std::string& path, const std::string& text);
+std::string readText(const std::string& path);
+// Runs a shell command, returns its standard output and sets `status`.
+std::string runCommand(const std::string& command, int& status);
+
+} // namespace SimTesting
