@@ -2,53 +2,54 @@
 // time-zone guard.
 #pragma once
 
+#include "crypto/slCertificate.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace CryptoTest {
+
+using Bytes = std::vector<unsigned char>;
 
 inline std::string FixturePath(const std::string& file)
 {
     return std::string(KORVEX_CERT_FIXTURES) + "/" + file;
 }
 
-inline std::vector<unsigned char> ReadBytes(const std::string& path)
+inline Bytes ReadBytes(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
-    return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), {});
+    return Bytes(std::istreambuf_iterator<char>(in), {});
 }
 
-inline std::string ReadText(const std::string& path)
+// A fixture certificate, from its DER or PEM file.
+inline Korvex::slCertificate Load(const std::string& name, const char* ext = ".der")
 {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    Korvex::slCertificate cert;
+    EXPECT_TRUE(cert.LoadFromFile(FixturePath(name + ext))) << name;
+    return cert;
 }
 
-// One value of the <name>.expect file written by make-certs.sh.
+// One value of the <cert>.expect file that make-certs.sh writes.
 inline std::string Expected(const std::string& cert, const std::string& key)
 {
     std::ifstream in(FixturePath(cert + ".expect"));
-    std::string line;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);)
         if (line.compare(0, key.size() + 1, key + "=") == 0)
             return line.substr(key.size() + 1);
-    }
     ADD_FAILURE() << "no " << key << " in " << cert << ".expect";
     return "";
 }
 
-inline std::vector<unsigned char> FromHex(const std::string& hex)
+inline Bytes FromHex(const std::string& hex)
 {
-    std::vector<unsigned char> bytes;
+    Bytes bytes;
     for (size_t i = 0; i + 1 < hex.size(); i += 2)
         bytes.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
     return bytes;
@@ -64,30 +65,38 @@ struct LogCapture {
     static void Hook(std::string line) { Lines().push_back(line); }
 };
 
-// Sets TZ for one test and restores the previous zone afterwards.
+// Installs LogCapture as a hook for one scope, starting with no lines.
+template <typename Setter>
+struct HookGuard {
+    explicit HookGuard(Setter set) : m_set(set)
+    {
+        LogCapture::Lines().clear();
+        m_set(LogCapture::Hook);
+    }
+    ~HookGuard() { m_set(nullptr); }
+    Setter m_set;
+};
+
+// Sets TZ for one scope and restores the previous zone afterwards.
 class TimeZoneGuard {
 public:
     explicit TimeZoneGuard(const char* zone)
     {
         const char* old = std::getenv("TZ");
-        m_hadZone = old != nullptr;
-        if (old)
-            m_oldZone = old;
+        m_had = old != nullptr;
+        m_old = old ? old : "";
         setenv("TZ", zone, 1);
         tzset();
     }
     ~TimeZoneGuard()
     {
-        if (m_hadZone)
-            setenv("TZ", m_oldZone.c_str(), 1);
-        else
-            unsetenv("TZ");
+        m_had ? setenv("TZ", m_old.c_str(), 1) : unsetenv("TZ");
         tzset();
     }
 
 private:
-    bool m_hadZone = false;
-    std::string m_oldZone;
+    bool m_had;
+    std::string m_old;
 };
 
 } // namespace CryptoTest
