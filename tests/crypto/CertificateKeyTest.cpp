@@ -69,10 +69,11 @@ TEST(CertificateKeys, KeyValuesComponentsAndDuplicates)
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     RSA* rsaKey = nullptr;
     EC_KEY* ecKey = nullptr;
-    ASSERT_TRUE(rsa.GetRsaPublicKey(&rsaKey) && ec.GetEcdsaPublicKey(&ecKey));
-    EXPECT_FALSE(ec.GetRsaPublicKey(&rsaKey));
-    rsa = slCertificate(); // the duplicates must not depend on the certificates
-    ec = slCertificate();
+    {
+        slCertificate r = Load("ee-rsa"), e = Load("ee-ec");
+        ASSERT_TRUE(r.GetRsaPublicKey(&rsaKey) && e.GetEcdsaPublicKey(&ecKey));
+        EXPECT_FALSE(e.GetRsaPublicKey(&rsaKey));
+    } // the duplicates must not depend on the certificates
     EXPECT_EQ(BN_num_bytes(RSA_get0_n(rsaKey)), 256);
     EXPECT_EQ(EC_GROUP_get_curve_name(EC_KEY_get0_group(ecKey)), NID_X9_62_prime256v1);
     RSA_free(rsaKey);
