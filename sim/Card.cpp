@@ -20,6 +20,7 @@ namespace {
 
 // Empty card files read as zeros, as a freshly formatted card answers.
 const Bytes kEmptyFile(256, 0);
+constexpr size_t kInfoboxFileSize = 1024;
 
 } // namespace
 
@@ -211,7 +212,12 @@ void Card::rebuildInfobox() {
     }
     Korvex::ByteArray bytes;
     file.GetCompleteFile(bytes);
-    if (SimObject* infobox = objectByLabel("INFOBOX")) infobox->setBytes(CKA_VALUE, bytes.ToVector());
+    // The card file has a fixed size; the zeros behind the last entry also
+    // let a reader see an empty last entry (it wants a byte after a header).
+    std::vector<unsigned char> content = bytes.ToVector();
+    const size_t fileSize = std::max<size_t>(kInfoboxFileSize, (content.size() + 1 + 255) / 256 * 256);
+    content.resize(fileSize, 0);
+    if (SimObject* infobox = objectByLabel("INFOBOX")) infobox->setBytes(CKA_VALUE, content);
     if (SimObject* alias = objectByLabel("PERSONENBINDUNG")) {
         if (alias->role == ObjectRole::IdentityLinkAlias) {
             const SimObject* first = infoboxEntry(1);
