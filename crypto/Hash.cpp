@@ -4,6 +4,7 @@
 
 #include "crypto/LibCrypto.h"
 
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/provider.h>
 
@@ -63,6 +64,9 @@ void FetchAllDigests()
         if (kDigests[i].name)
             g_fetched[i] = EVP_MD_fetch(nullptr, kDigests[i].name, nullptr);
     }
+    // A missing legacy module only costs MD4; its failure must not linger in
+    // the thread's error queue for the caller to trip over.
+    ERR_clear_error();
 }
 
 struct MdCtxDeleter {
