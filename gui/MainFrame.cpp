@@ -48,6 +48,7 @@ wxBEGIN_EVENT_TABLE(MainFrame, wxFrame)
     EVT_LIST_ITEM_ACTIVATED(ID_CARD_LIST, MainFrame::evt_ItemDoubleClick)
     EVT_LIST_KEY_DOWN(ID_CARD_LIST, MainFrame::evt_ListKeyDown)
     EVT_MENU(ID_THREAD_FINISHED, MainFrame::evt_ThreadFinished)
+    EVT_CHAR_HOOK(MainFrame::OnCharHook)
 wxEND_EVENT_TABLE()
 // clang-format on
 

@@ -123,6 +123,8 @@ public:
 private:
     void set_properties();
     void do_layout();
+    // Remembers the modifiers of the key being pressed, before the list sees it.
+    void OnCharHook(wxKeyEvent& event);
     // Runs a PIN change or unblock on the selected card's application.
     void RunPinCommand(Korvex::ApplType appl, bool unblock);
     // Creates and starts the refresh thread; false when it could not start.
@@ -158,6 +160,11 @@ private:
     // Held by value: it is destroyed with the frame's members, before the
     // frame's base class would look at its children.
     PleaseWait m_Wait;
+
+    // Control was held with the last key pressed in the window. The list's
+    // key event carries no modifiers, and by the time it is handled the
+    // keyboard may already have let go of the key.
+    bool m_ControlWithLastKey = false;
 
     wxString m_Version;
     Korvex::acPKCS11* m_P11 = nullptr;

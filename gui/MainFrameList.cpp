@@ -170,10 +170,17 @@ void MainFrame::evt_ItemDoubleClick(wxListEvent& /*event*/)
         ShowCert(true);
 }
 
+void MainFrame::OnCharHook(wxKeyEvent& event)
+{
+    m_ControlWithLastKey = event.ControlDown();
+    event.Skip();
+}
+
 void MainFrame::evt_ListKeyDown(wxListEvent& event)
 {
     const int key = event.GetKeyCode();
-    if ((key == 'C' || key == 'c') && wxGetKeyState(WXK_CONTROL)) {
+    const bool control = m_ControlWithLastKey || wxGetKeyState(WXK_CONTROL);
+    if ((key == 'C' || key == 'c') && control) {
         std::string number;
         Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
         GetSelectedItem(number, type);

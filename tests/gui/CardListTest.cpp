@@ -224,3 +224,39 @@ TEST_F(CardListTest, CommandWithoutSelectionActsOnTheFirstRow)
 
 } // namespace
 } // namespace WindowTests
+
+namespace WindowTests {
+namespace {
+
+TEST_F(CardListTest, ClosingTheWindowDuringARefreshIsSafe)
+{
+    SimSetLatency(100);
+    Click(MainFrame::ID_RELOAD);
+    ASSERT_TRUE(frame->IsRefreshRunning());
+    frame->Destroy();
+    frame = nullptr;
+    Pump(300);
+    SUCCEED();
+}
+
+} // namespace
+} // namespace WindowTests
+
+namespace WindowTests {
+namespace {
+
+TEST(MainWindowLifetime, ClosingRightAfterStartIsSafe)
+{
+    UseTestCardSet(true);
+    for (int delayMs : {0, 1, 3, 10, 30}) {
+        MainFrame* frame = new MainFrame(nullptr);
+        frame->Show();
+        Pump(delayMs);
+        frame->Destroy();
+        Pump(100);
+    }
+    SUCCEED();
+}
+
+} // namespace
+} // namespace WindowTests

@@ -131,6 +131,11 @@ protected:
     bool StatusIconIsSuccess() const;
 
     MainFrame* frame = nullptr;
+    // Refreshes whose rows the window has shown.
+    int refreshes = 0;
+
+private:
+    int m_expectedRefreshes = 0;
 };
 
 } // namespace WindowTests
