@@ -1,0 +1,311 @@
+// Real cryptography: every signature mechanism on every key kind verifies
+// with OpenSSL outside the module, C_Verify tells good from bad, digests
+// match known values, and misuse of operations gets the standard answers.
+#include "SimHarness.h"
+
+#include <openssl/ecdsa.h>
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+
+#include <algorithm>
+#include <cstring>
+
+using namespace SimTesting;
+
+namespace {
+
+struct PkeyFree {
+    void operator()(EVP_PKEY* p) const { EVP_PKEY_free(p); }
+};
+using PkeyPtr = std::unique_ptr<EVP_PKEY, PkeyFree>;
+
+const Bytes kMessage = {'G', 'r', 0xC3, 0xBC, 0xC3, 0x9F, 'e', ' ', 'a', 'u', 's', ' ', 'W', 'i', 'e', 'n'};
+
+const EVP_MD* digestOf(CK_MECHANISM_TYPE mechanism) {
+    switch (mechanism) {
+    case CKM_SHA1_RSA_PKCS:
+    case CKM_ECDSA_SHA1: return EVP_sha1();
+    case CKM_RIPEMD160_RSA_PKCS: return EVP_ripemd160();
+    case CKM_SHA256_RSA_PKCS: return EVP_sha256();
+    case CKM_SHA384_RSA_PKCS: return EVP_sha384();
+    case CKM_SHA512_RSA_PKCS: return EVP_sha512();
+    default: return nullptr;
+    }
+}
+
+// Verifies a PKCS#11 signature with OpenSSL alone: r||s is turned into DER
+// for ECDSA, raw mechanisms are checked on the bytes given.
+bool opensslVerifies(EVP_PKEY* key, CK_MECHANISM_TYPE mechanism, const Bytes& data, const Bytes& signature) {
+    Bytes encoded = signature;
+    if (EVP_PKEY_get_base_id(key) == EVP_PKEY_EC) {
+        ECDSA_SIG* sig = ECDSA_SIG_new();
+        const int half = static_cast<int>(signature.size() / 2);
+        ECDSA_SIG_set0(sig, BN_bin2bn(signature.data(), half, nullptr), BN_bin2bn(signature.data() + half, half, nullptr));
+        encoded.assign(static_cast<size_t>(i2d_ECDSA_SIG(sig, nullptr)), 0);
+        unsigned char* cursor = encoded.data();
+        i2d_ECDSA_SIG(sig, &cursor);
+        ECDSA_SIG_free(sig);
+    }
+    Bytes input = data;
+    if (const EVP_MD* md = digestOf(mechanism)) {
+        input.assign(EVP_MAX_MD_SIZE, 0);
+        unsigned int size = 0;
+        EVP_Digest(data.data(), data.size(), input.data(), &size, md, nullptr);
+        input.resize(size);
+    }
+    EVP_PKEY_CTX* context = EVP_PKEY_CTX_new(key, nullptr);
+    bool ok = EVP_PKEY_verify_init(context) == 1;
+    if (ok && EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA) {
+        ok = EVP_PKEY_CTX_set_rsa_padding(context, RSA_PKCS1_PADDING) == 1;
+        if (ok && digestOf(mechanism)) ok = EVP_PKEY_CTX_set_signature_md(context, digestOf(mechanism)) == 1;
+    }
+    ok = ok && EVP_PKEY_verify(context, encoded.data(), encoded.size(), input.data(), input.size()) == 1;
+    EVP_PKEY_CTX_free(context);
+    return ok;
+}
+
+class SimCrypto : public SimTest {
+protected:
+    PkeyPtr certificateKey(CK_SESSION_HANDLE session, const std::string& suffix) {
+        Bytes der = readAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH." + suffix), CKA_VALUE);
+        const unsigned char* cursor = der.data();
+        X509* certificate = d2i_X509(nullptr, &cursor, static_cast<long>(der.size()));
+        PkeyPtr key(certificate ? X509_get_pubkey(certificate) : nullptr);
+        X509_free(certificate);
+        return key;
+    }
+    CK_RV signWith(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, const Bytes& data,
+                   Bytes& signature) {
+        CK_MECHANISM mechanism = {type, nullptr, 0};
+        CK_RV rv = p11->C_SignInit(session, &mechanism, key);
+        if (rv != CKR_OK) return rv;
+        CK_ULONG length = 0;
+        rv = p11->C_Sign(session, const_cast<unsigned char*>(data.data()), data.size(), nullptr, &length);
+        if (rv != CKR_OK) return rv;
+        signature.assign(length, 0);
+        rv = p11->C_Sign(session, const_cast<unsigned char*>(data.data()), data.size(), signature.data(), &length);
+        signature.resize(length);
+        return rv;
+    }
+    CK_RV verifyWith(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, const Bytes& data,
+                     const Bytes& signature) {
+        CK_MECHANISM mechanism = {type, nullptr, 0};
+        CK_RV rv = p11->C_VerifyInit(session, &mechanism, key);
+        if (rv != CKR_OK) return rv;
+        return p11->C_Verify(session, const_cast<unsigned char*>(data.data()), data.size(),
+                             const_cast<unsigned char*>(signature.data()), signature.size());
+    }
+};
+
+TEST_F(SimCrypto, EveryMechanismSignsVerifiablyWithItsKey) {
+    const Bytes sha256DigestInfo = {0x30, 0x31, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65,
+                                    0x03, 0x04, 0x02, 0x01, 0x05, 0x00, 0x04, 0x20};
+    Bytes digestInfo = sha256DigestInfo;
+    digestInfo.resize(digestInfo.size() + 32, 0x11);
+    struct Case {
+        CK_SLOT_ID slot;
+        const char* suffix;
+        CK_MECHANISM_TYPE mechanism;
+        const char* pin;
+    } cases[] = {
+        {0, "SIG", CKM_RSA_PKCS, "123456"},        {0, "SIG", CKM_SHA1_RSA_PKCS, "123456"},
+        {0, "SIG", CKM_RIPEMD160_RSA_PKCS, "123456"}, {0, "SIG", CKM_SHA256_RSA_PKCS, "123456"},
+        {1, "SIG", CKM_SHA384_RSA_PKCS, "123456"}, {1, "SIG", CKM_SHA512_RSA_PKCS, "123456"},
+        {0, "EKEY", CKM_ECDSA, "1234"},            {0, "EKEY", CKM_ECDSA_SHA1, "1234"},
+        {2, "SIG", CKM_ECDSA, "123456"},           {2, "EKEY", CKM_ECDSA_SHA1, "1234"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE("slot " + std::to_string(c.slot) + " " + c.suffix + " mechanism " + std::to_string(c.mechanism));
+        CK_SESSION_HANDLE session = openSession(c.slot);
+        CK_OBJECT_HANDLE key = findObject(session, CKO_PRIVATE_KEY, std::string("SK.CH.") + c.suffix);
+        const Bytes& data = c.mechanism == CKM_RSA_PKCS ? digestInfo
+                            : c.mechanism == CKM_ECDSA  ? Bytes(32, 0x42)
+                                                        : kMessage;
+        scriptPins({c.pin});
+        Bytes signature;
+        ASSERT_EQ(signWith(session, key, c.mechanism, data, signature), CKR_OK);
+        EXPECT_EQ(dialogLog().size() >= 4 ? dialogLog()[2] : "",
+                  std::string("SETPROMPT ") + (c.suffix[0] == 'S' ? "Signatur-PIN:" : "Geheimhaltungs-PIN:"));
+        PkeyPtr publicKey = certificateKey(session, c.suffix);
+        ASSERT_TRUE(publicKey);
+        EXPECT_TRUE(opensslVerifies(publicKey.get(), c.mechanism, data, signature));
+        CK_OBJECT_HANDLE verifier = findObject(session, CKO_PUBLIC_KEY, std::string("PK.CH.") + c.suffix);
+        EXPECT_EQ(verifyWith(session, verifier, c.mechanism, data, signature), CKR_OK);
+        signature[signature.size() / 2] ^= 0x01;
+        EXPECT_EQ(verifyWith(session, verifier, c.mechanism, data, signature), CKR_SIGNATURE_INVALID);
+        signature.pop_back();
+        EXPECT_EQ(verifyWith(session, verifier, c.mechanism, data, signature), CKR_SIGNATURE_LEN_RANGE);
+    }
+}
+
+TEST_F(SimCrypto, SigningAsksThePinOnlyForTheRealSignature) {
+    CK_SESSION_HANDLE session = openSession(0);
+    CK_OBJECT_HANDLE key = findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG");
+    CK_MECHANISM mechanism = {CKM_SHA256_RSA_PKCS, nullptr, 0};
+    ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
+    EXPECT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OPERATION_ACTIVE);
+    const unsigned long dialogs = m_sim.dialogCount();
+    unsigned char small[16];
+    CK_ULONG length = sizeof small;
+    Bytes data = kMessage;
+    EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), small, &length), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, 192u);
+    EXPECT_EQ(m_sim.dialogCount(), dialogs);
+
+    // A context-specific login gives the PIN beforehand; C_Sign asks nothing.
+    CK_UTF8CHAR pin[] = "123456";
+    ASSERT_EQ(p11->C_Login(session, CKU_CONTEXT_SPECIFIC, pin, 6), CKR_OK);
+    Bytes signature(length);
+    ASSERT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_OK);
+    EXPECT_EQ(m_sim.dialogCount(), dialogs);
+
+    // Multi-part signing asks at the end; a cancel ends the operation.
+    ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
+    ASSERT_EQ(p11->C_SignUpdate(session, data.data(), 4), CKR_OK);
+    ASSERT_EQ(p11->C_SignUpdate(session, data.data() + 4, data.size() - 4), CKR_OK);
+    EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_OPERATION_ACTIVE);
+    scriptPins({"CANCEL"});
+    EXPECT_EQ(p11->C_SignFinal(session, signature.data(), &length), CKR_FUNCTION_CANCELED);
+    EXPECT_EQ(p11->C_SignFinal(session, signature.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
+    ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
+    ASSERT_EQ(p11->C_SignUpdate(session, data.data(), data.size()), CKR_OK);
+    scriptPins({"123456"});
+    length = signature.size();
+    ASSERT_EQ(p11->C_SignFinal(session, signature.data(), &length), CKR_OK);
+    PkeyPtr publicKey = certificateKey(session, "SIG");
+    EXPECT_TRUE(opensslVerifies(publicKey.get(), CKM_SHA256_RSA_PKCS, data, signature));
+
+    // A wrong PIN costs a try and ends the operation; a locked PIN asks nothing.
+    scriptPins({"000000", "000000", "000000"});
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
+        EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_PIN_INCORRECT);
+    }
+    ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
+    const unsigned long beforeLocked = m_sim.dialogCount();
+    EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_PIN_LOCKED);
+    EXPECT_EQ(m_sim.dialogCount(), beforeLocked);
+}
+
+TEST_F(SimCrypto, KeysRefuseWrongMechanismsAndRawInputThatDoesNotFit) {
+    CK_SESSION_HANDLE session = openSession(0);
+    CK_OBJECT_HANDLE rsa = findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG");
+    CK_OBJECT_HANDLE ec = findObject(session, CKO_PRIVATE_KEY, "SK.CH.EKEY");
+    CK_OBJECT_HANDLE certificate = findObject(session, CKO_CERTIFICATE, "C.CH.SIG");
+    CK_OBJECT_HANDLE publicKey = findObject(session, CKO_PUBLIC_KEY, "PK.CH.SIG");
+    CK_MECHANISM ecdsa = {CKM_ECDSA, nullptr, 0};
+    CK_MECHANISM rsaPkcs = {CKM_RSA_PKCS, nullptr, 0};
+    CK_MECHANISM sha256 = {CKM_SHA256, nullptr, 0};
+    CK_MECHANISM pss = {CKM_RSA_PKCS_PSS, nullptr, 0};
+    unsigned char parameter = 0;
+    CK_MECHANISM withParameter = {CKM_RSA_PKCS, &parameter, 1};
+    EXPECT_EQ(p11->C_SignInit(session, &ecdsa, rsa), CKR_KEY_TYPE_INCONSISTENT);
+    EXPECT_EQ(p11->C_SignInit(session, &rsaPkcs, ec), CKR_KEY_TYPE_INCONSISTENT);
+    EXPECT_EQ(p11->C_SignInit(session, &sha256, rsa), CKR_MECHANISM_INVALID);
+    EXPECT_EQ(p11->C_SignInit(session, &pss, rsa), CKR_MECHANISM_INVALID);
+    EXPECT_EQ(p11->C_SignInit(session, &withParameter, rsa), CKR_MECHANISM_PARAM_INVALID);
+    EXPECT_EQ(p11->C_SignInit(session, &rsaPkcs, certificate), CKR_KEY_HANDLE_INVALID);
+    EXPECT_EQ(p11->C_SignInit(session, &rsaPkcs, publicKey), CKR_KEY_FUNCTION_NOT_PERMITTED);
+    EXPECT_EQ(p11->C_VerifyInit(session, &rsaPkcs, rsa), CKR_KEY_FUNCTION_NOT_PERMITTED);
+    EXPECT_EQ(p11->C_SignInit(session, nullptr, rsa), CKR_ARGUMENTS_BAD);
+    CK_ULONG length = 0;
+    EXPECT_EQ(p11->C_Sign(session, nullptr, 0, nullptr, &length), CKR_OPERATION_NOT_INITIALIZED);
+
+    // 1536-bit key: at most 192 - 11 bytes under CKM_RSA_PKCS.
+    ASSERT_EQ(p11->C_SignInit(session, &rsaPkcs, rsa), CKR_OK);
+    Bytes tooLong(182, 1);
+    Bytes signature(192);
+    length = signature.size();
+    const unsigned long dialogs = m_sim.dialogCount();
+    EXPECT_EQ(p11->C_Sign(session, tooLong.data(), tooLong.size(), signature.data(), &length), CKR_DATA_LEN_RANGE);
+    EXPECT_EQ(m_sim.dialogCount(), dialogs);
+    ASSERT_EQ(p11->C_SignInit(session, &rsaPkcs, rsa), CKR_OK);
+    EXPECT_EQ(p11->C_Sign(session, nullptr, 5, signature.data(), &length), CKR_ARGUMENTS_BAD);
+}
+
+TEST_F(SimCrypto, DigestsMatchKnownValues) {
+    CK_SESSION_HANDLE session = openSession(kInternalSlot);
+    Bytes abc = {'a', 'b', 'c'};
+    struct Known {
+        CK_MECHANISM_TYPE mechanism;
+        const char* hex;
+    } known[] = {
+        {CKM_SHA_1, "A9993E364706816ABA3E25717850C26C9CD0D89D"},
+        {CKM_RIPEMD160, "8EB208F7E05D987A9B044A8E98C6B087F15A0BFC"},
+        {CKM_SHA256, "BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD"},
+        {CKM_MD5, "900150983CD24FB0D6963F7D28E17F72"},
+    };
+    for (const auto& k : known) {
+        CK_MECHANISM mechanism = {k.mechanism, nullptr, 0};
+        ASSERT_EQ(p11->C_DigestInit(session, &mechanism), CKR_OK);
+        CK_ULONG length = 0;
+        ASSERT_EQ(p11->C_Digest(session, abc.data(), abc.size(), nullptr, &length), CKR_OK);
+        Bytes out(length);
+        ASSERT_EQ(p11->C_Digest(session, abc.data(), abc.size(), out.data(), &length), CKR_OK);
+        char hex[3];
+        std::string text;
+        for (unsigned char b : out) {
+            snprintf(hex, sizeof hex, "%02X", b);
+            text += hex;
+        }
+        EXPECT_EQ(text, k.hex);
+    }
+    // Multi-part gives the same digest; a small buffer keeps the operation.
+    CK_MECHANISM sha1 = {CKM_SHA_1, nullptr, 0};
+    ASSERT_EQ(p11->C_DigestInit(session, &sha1), CKR_OK);
+    EXPECT_EQ(p11->C_DigestInit(session, &sha1), CKR_OPERATION_ACTIVE);
+    ASSERT_EQ(p11->C_DigestUpdate(session, abc.data(), 1), CKR_OK);
+    ASSERT_EQ(p11->C_DigestUpdate(session, abc.data() + 1, 2), CKR_OK);
+    unsigned char out[20];
+    CK_ULONG length = 10;
+    EXPECT_EQ(p11->C_DigestFinal(session, out, &length), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, 20u);
+    ASSERT_EQ(p11->C_DigestFinal(session, out, &length), CKR_OK);
+    EXPECT_EQ(out[0], 0xA9);
+    EXPECT_EQ(p11->C_DigestFinal(session, out, &length), CKR_OPERATION_NOT_INITIALIZED);
+    CK_MECHANISM signOnly = {CKM_SHA256_RSA_PKCS, nullptr, 0};
+    EXPECT_EQ(p11->C_DigestInit(session, &signOnly), CKR_MECHANISM_INVALID);
+
+    Bytes random(40, 0);
+    ASSERT_EQ(p11->C_GenerateRandom(session, random.data(), random.size()), CKR_OK);
+    EXPECT_NE(random, Bytes(40, 0));
+    EXPECT_EQ(p11->C_GenerateRandom(session, nullptr, 4), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(p11->C_SeedRandom(session, random.data(), 4), CKR_RANDOM_SEED_NOT_SUPPORTED);
+}
+
+TEST_F(SimCrypto, MechanismListsFollowTheKeysOfTheCard) {
+    auto mechanisms = [&](CK_SLOT_ID slot) {
+        CK_ULONG count = 0;
+        EXPECT_EQ(p11->C_GetMechanismList(slot, nullptr, &count), CKR_OK);
+        std::vector<CK_MECHANISM_TYPE> list(count);
+        EXPECT_EQ(p11->C_GetMechanismList(slot, list.data(), &count), CKR_OK);
+        return list;
+    };
+    auto has = [](const std::vector<CK_MECHANISM_TYPE>& list, CK_MECHANISM_TYPE type) {
+        return std::find(list.begin(), list.end(), type) != list.end();
+    };
+    const auto acos = mechanisms(0);
+    EXPECT_TRUE(has(acos, CKM_RIPEMD160_RSA_PKCS));
+    EXPECT_TRUE(has(acos, CKM_ECDSA_SHA1));
+    const auto ecOnly = mechanisms(2);
+    EXPECT_FALSE(has(ecOnly, CKM_RSA_PKCS));
+    EXPECT_TRUE(has(ecOnly, CKM_ECDSA));
+    const auto internal = mechanisms(kInternalSlot);
+    EXPECT_FALSE(has(internal, CKM_ECDSA));
+    EXPECT_TRUE(has(internal, CKM_SHA256));
+
+    CK_MECHANISM_INFO info;
+    ASSERT_EQ(p11->C_GetMechanismInfo(1, CKM_SHA256_RSA_PKCS, &info), CKR_OK);
+    EXPECT_TRUE(info.flags & CKF_SIGN);
+    EXPECT_TRUE(info.flags & CKF_VERIFY);
+    EXPECT_EQ(info.ulMaxKeySize, 2048u);
+    EXPECT_EQ(p11->C_GetMechanismInfo(2, CKM_RSA_PKCS, &info), CKR_MECHANISM_INVALID);
+    EXPECT_EQ(p11->C_GetMechanismInfo(kEmptySlot, CKM_SHA_1, &info), CKR_TOKEN_NOT_PRESENT);
+    CK_MECHANISM_TYPE one[1];
+    CK_ULONG count = 1;
+    EXPECT_EQ(p11->C_GetMechanismList(0, one, &count), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(count, acos.size());
+}
+
+} // namespace
