@@ -58,6 +58,8 @@ const int kFadeSteps = 50;
 const int kFadeHoldMs = 1500;
 const int kFadeStepMs = 100;
 const int kStartDelayMs = 2;
+const int kNumberColumnWidth = 170;
+const int kChipWidth = 31;
 
 } // namespace
 
@@ -94,7 +96,7 @@ MainFrame::MainFrame(wxWindow* parent)
     set_properties();
     do_layout();
 
-    m_ImageList = new wxImageList(31, 22);
+    m_ImageList = new wxImageList(kChipWidth, 22);
     m_ChipImageIndex = m_ImageList->Add(wxBitmap(chip_small_xpm));
     // The small list owns the image list; the normal one only borrows it.
     list_ctrl_cards->SetImageList(m_ImageList, wxIMAGE_LIST_NORMAL);
@@ -108,7 +110,7 @@ MainFrame::MainFrame(wxWindow* parent)
     else
         SetTitle(wxString::Format("%s (%s)", Tr("Kartenverwaltung"), "x64"));
 
-    list_ctrl_cards->InsertColumn(0, Tr("Kartennummer"), wxLIST_FORMAT_LEFT, 170);
+    list_ctrl_cards->InsertColumn(0, Tr("Kartennummer"), wxLIST_FORMAT_LEFT, kNumberColumnWidth);
     list_ctrl_cards->InsertColumn(1, Tr("Ausgestellt für"), wxLIST_FORMAT_LEFT, 350);
     list_ctrl_cards->InsertColumn(2, Tr("Kartentyp"), wxLIST_FORMAT_LEFT, 190);
 
@@ -147,7 +149,20 @@ void MainFrame::set_properties()
 {
     button_reload->SetToolTip(Tr("Kartenliste neu laden"));
     label_status->SetFont(wxFont(11, wxFONTFAMILY_DEFAULT, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_BOLD));
-    list_ctrl_cards->SetMinSize(wxSize(714, 150));
+    // Room for six rows.
+    list_ctrl_cards->SetMinSize(wxSize(714, 200));
+    // A sixteen-digit card number must fit its column next to the chip
+    // image; shrink the list's font until it does.
+    const int numberSpace = kNumberColumnWidth - kChipWidth - 20;
+    wxFont listFont = list_ctrl_cards->GetFont();
+    int width = 0;
+    for (;;) {
+        list_ctrl_cards->GetTextExtent("0000000000000000", &width, nullptr, nullptr, nullptr, &listFont);
+        if (width <= numberSpace || listFont.GetPointSize() <= 7)
+            break;
+        listFont.SetPointSize(listFont.GetPointSize() - 1);
+    }
+    list_ctrl_cards->SetFont(listFont);
 }
 
 void MainFrame::do_layout()

@@ -48,11 +48,16 @@ TEST_F(DemoWindowTest, WindowShowsBannerAndDemoCards)
 {
     // The demo set: five cards in removable readers.
     EXPECT_EQ(frame->GetCardList()->GetItemCount(), 5);
+    // A changed PIN, so the picture shows the status line too.
+    SelectRow(1);
+    SetPinAnswers({"123456", "654321", "654321"});
+    Click(MainFrame::ID_SIG_CHANGE_PIN);
+    EXPECT_EQ(StatusText(), wxString::FromUTF8("PIN \xC3\x84nderung erfolgreich!"));
     frame->Move(0, 0);
     frame->Raise();
     frame->Refresh();
     frame->Update();
-    Pump(600);
+    Pump(300);
 
     const wxRect area = frame->GetScreenRect();
     const wxSize screen = wxGetDisplaySize();
