@@ -126,9 +126,11 @@ public:
     void ClearCertVector();
     std::vector<slCertificate*>::iterator CertVectorBegin() { return m_Certs.begin(); }
     std::vector<slCertificate*>::iterator CertVectorEnd() { return m_Certs.end(); }
+    // texts of the last loaded certificate: the one-line subject
+    // ("/C=AT/.../CN=Name") and its part that begins with "CN=" (prefix kept)
     std::string GetSubject() const { return m_Subject; }
     std::string GetSubjectCN() const { return m_SubjectCN; }
-    std::string GetIssuer() const { return m_Issuer; }
+    std::string GetIssuer() const { return m_Issuer; }  // comma-joined, reverse order
     std::string GetSerialNumber() const { return m_SerialNumber; }
     // SHA-1 thumbprint of the last loaded certificate; length: capacity in, used out
     bool GetFingerprint(HashAlgorithm& alg, unsigned char* buffer, unsigned long& length) const;

@@ -19,10 +19,12 @@ protected:
 
 TEST_F(ModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)
 {
-    ModuleOverride missing("libKorvexNoSuchModule.so");
+    const char* previous = Korvex::PKCS11_LIB_NAME;
+    Korvex::PKCS11_LIB_NAME = "libKorvexNoSuchModule.so";
     testing::internal::CaptureStderr();
     Token token;
     std::string loaderText = testing::internal::GetCapturedStderr();
+    Korvex::PKCS11_LIB_NAME = previous;
 
     EXPECT_FALSE(Token::IsInitialized());
     EXPECT_FALSE(token.IsModuleLoaded());
