@@ -1,0 +1,305 @@
+// The vendor extensions (APDUs and named card attributes), fault injection
+// from every source, latency, and two threads using the module at once.
+#include "SimHarness.h"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+using namespace SimTesting;
+
+namespace {
+
+class SimCard : public SimTest {
+protected:
+    Bytes transmit(CK_SESSION_HANDLE session, const Bytes& command) {
+        Bytes response(512);
+        CK_ULONG length = response.size();
+        EXPECT_EQ(m_sim.transmit(session, const_cast<unsigned char*>(command.data()), command.size(), response.data(),
+                                 &length),
+                  CKR_OK);
+        response.resize(length);
+        return response;
+    }
+    unsigned short statusWord(const Bytes& response) {
+        return response.size() < 2 ? 0 : static_cast<unsigned short>(response[response.size() - 2] << 8 |
+                                                                      response.back());
+    }
+    CK_RV attribute(CK_SESSION_HANDLE session, const char* name, Bytes& out) {
+        CK_ULONG length = 0;
+        CK_RV rv = m_sim.cardAttribute(session, name, nullptr, &length);
+        if (rv != CKR_OK) return rv;
+        out.assign(length, 0);
+        rv = m_sim.cardAttribute(session, name, out.data(), &length);
+        out.resize(length);
+        return rv;
+    }
+    static std::string hex(const Bytes& bytes) {
+        std::string text;
+        char digits[3];
+        for (unsigned char b : bytes) {
+            snprintf(digits, sizeof digits, "%02X", b);
+            text += digits;
+        }
+        return text;
+    }
+};
+
+TEST_F(SimCard, CardNumberReadsOverTheProgramsApdus) {
+    for (CK_SLOT_ID slot : {0, 1, 2, 3}) {
+        CK_SESSION_HANDLE session = openSession(slot);
+        EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71})), 0x9000);
+        EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01})), 0x9000);
+        Bytes read = transmit(session, {0x00, 0xB0, 0x00, 0x00, 0x00});
+        ASSERT_GT(read.size(), 9u);
+        EXPECT_EQ(statusWord(read), 0x9000);
+        CK_TOKEN_INFO info;
+        ASSERT_EQ(p11->C_GetTokenInfo(slot, &info), CKR_OK);
+        EXPECT_EQ(hex(Bytes(read.begin(), read.begin() + 8)),
+                  std::string(reinterpret_cast<char*>(info.serialNumber), 16));
+    }
+}
+
+TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
+    CK_SESSION_HANDLE session = openSession(0);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xB0, 0x00, 0x00, 0x00})), 0x6986);   // no EF selected
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01})), 0x6A82);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0x12, 0x34})), 0x6A82);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x03, 0xDF, 0x71})), 0x6700);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x08, 0x0C, 0x02, 0xDF, 0x71})), 0x6A86);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xCA, 0x00, 0x00, 0x00})), 0x6D00);
+    EXPECT_EQ(statusWord(transmit(session, {0x80, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71})), 0x6E00);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4})), 0x6700);
+    transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71});
+    Bytes fcp = transmit(session, {0x00, 0xA4, 0x00, 0x00, 0x02, 0xD0, 0x01, 0x00});
+    EXPECT_EQ(fcp.front(), 0x62);
+    EXPECT_EQ(statusWord(fcp), 0x9000);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xB0, 0x00, 0x40, 0x00})), 0x6B00);
+    Bytes tail = transmit(session, {0x00, 0xB0, 0x00, 0x0E, 0x04});
+    EXPECT_EQ(tail.size(), 4u);
+    EXPECT_EQ(statusWord(tail), 0x6282);
+    Bytes challenge = transmit(session, {0x00, 0x84, 0x00, 0x00, 0x08});
+    EXPECT_EQ(challenge.size(), 10u);
+
+    // VERIFY counts against the same PIN counters as the dialogues.
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82})), 0x63C3);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82, 0x04, '0', '0', '0', '0'})), 0x63C2);
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 2);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82, 0x04, '1', '2', '3', '4'})), 0x9000);
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 3);
+
+    Bytes small(1);
+    CK_ULONG length = small.size();
+    unsigned char read[] = {0x00, 0x84, 0x00, 0x00, 0x08};
+    EXPECT_EQ(m_sim.transmit(session, read, sizeof read, small.data(), &length), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, 10u);
+    EXPECT_EQ(m_sim.transmit(session, nullptr, 5, small.data(), &length), CKR_ARGUMENTS_BAD);
+    CK_SESSION_HANDLE internal = openSession(kInternalSlot);
+    EXPECT_EQ(m_sim.transmit(internal, read, sizeof read, small.data(), &length), CKR_FUNCTION_NOT_SUPPORTED);
+}
+
+TEST_F(SimCard, NamedAttributesPerGeneration) {
+    // ATR prefixes the program maps to card type codes 5, 8, 4, 1.
+    const char* atrPrefixes[] = {"3BBF11008131FE45455041", "3BDF18008131FE588031B05202046405C903AC73B7B1D422",
+                                 "3BBF94008131FE65454C55204175737472696129312E313B", "3BBF11008131FE45455041"};
+    for (CK_SLOT_ID slot : {0, 1, 2, 3}) {
+        CK_SESSION_HANDLE session = openSession(slot);
+        Bytes atr;
+        ASSERT_EQ(attribute(session, "ATR", atr), CKR_OK);
+        EXPECT_EQ(hex(atr).rfind(atrPrefixes[slot], 0), 0u) << hex(atr);
+        Bytes reset;
+        ASSERT_EQ(attribute(session, "Reset", reset), CKR_OK);
+        EXPECT_EQ(reset, atr);
+    }
+    CK_SESSION_HANDLE acos = openSession(0);
+    Bytes value;
+    EXPECT_EQ(attribute(acos, "SicSig/PIN-Status", value), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(attribute(acos, "SV-Personendaten/EHIC", value), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(attribute(acos, "Unbekannt", value), CKR_ATTRIBUTE_TYPE_INVALID);
+    CK_ULONG length = 0;
+    EXPECT_EQ(m_sim.cardAttribute(acos, nullptr, nullptr, &length), CKR_ARGUMENTS_BAD);
+
+    // The G4 reports PIN tries; they follow wrong entries.
+    CK_SESSION_HANDLE g4 = openSession(1);
+    ASSERT_EQ(attribute(g4, "SicSig/PIN-Status", value), CKR_OK);
+    EXPECT_EQ(value, (Bytes{3, 3}));
+    CK_UTF8CHAR wrong[] = "000000";
+    CK_OBJECT_HANDLE key = findObject(g4, CKO_PRIVATE_KEY, "SK.CH.EKEY");
+    CK_MECHANISM ecdsa = {CKM_ECDSA, nullptr, 0};
+    ASSERT_EQ(p11->C_SignInit(g4, &ecdsa, key), CKR_OK);
+    EXPECT_EQ(p11->C_Login(g4, CKU_CONTEXT_SPECIFIC, wrong, 4), CKR_PIN_INCORRECT);
+    ASSERT_EQ(attribute(g4, "GewSig/PIN-Status", value), CKR_OK);
+    EXPECT_EQ(value[0], 2);
+    unsigned char tiny[1];
+    length = 1;
+    EXPECT_EQ(m_sim.cardAttribute(g4, "GewSig/PIN-Status", tiny, &length), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, 2u);
+
+    Bytes ehic;
+    Bytes basic;
+    ASSERT_EQ(attribute(g4, "SV-Personendaten/EHIC", ehic), CKR_OK);
+    ASSERT_EQ(attribute(g4, "SV-Personendaten/Grunddaten", basic), CKR_OK);
+    EXPECT_EQ(ehic[0], 0x30);
+    EXPECT_NE(std::string(ehic.begin(), ehic.end()).find("Mustermann"), std::string::npos);
+    EXPECT_NE(std::string(basic.begin(), basic.end()).find("19681103"), std::string::npos);
+    // The oldest e-card has the records but no PIN status.
+    CK_SESSION_HANDLE g2 = openSession(2);
+    EXPECT_EQ(attribute(g2, "GewSig/PIN-Status", value), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(attribute(g2, "SV-Personendaten/Grunddaten", value), CKR_OK);
+}
+
+TEST_F(SimCard, ResetLogsTheTokenOut) {
+    CK_SESSION_HANDLE session = openSession(0);
+    CK_UTF8CHAR pin[] = "4321";
+    ASSERT_EQ(p11->C_Login(session, CKU_USER, pin, 4), CKR_OK);
+    Bytes atr;
+    ASSERT_EQ(attribute(session, "Reset", atr), CKR_OK);
+    EXPECT_EQ(p11->C_Logout(session), CKR_USER_NOT_LOGGED_IN);
+}
+
+TEST_F(SimCard, FaultsFromCallsHitTheChosenCardAndCount) {
+    CK_SESSION_HANDLE first = openSession(0);
+    CK_SESSION_HANDLE other = openSession(3);
+    CK_SESSION_INFO info;
+    ASSERT_EQ(m_sim.setFault("C_GetSessionInfo", kAcosA04, CKR_DEVICE_ERROR, 2), CKR_OK);
+    EXPECT_EQ(p11->C_GetSessionInfo(other, &info), CKR_OK);
+    EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_DEVICE_ERROR);
+    EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_DEVICE_ERROR);
+    EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_OK);
+
+    ASSERT_EQ(m_sim.setFault("C_GetTokenInfo", "slot:3", CKR_TOKEN_NOT_RECOGNIZED, VSIM_ALWAYS), CKR_OK);
+    CK_TOKEN_INFO token;
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(p11->C_GetTokenInfo(3, &token), CKR_TOKEN_NOT_RECOGNIZED);
+    EXPECT_EQ(p11->C_GetTokenInfo(0, &token), CKR_OK);
+    m_sim.clearFaults();
+    EXPECT_EQ(p11->C_GetTokenInfo(3, &token), CKR_OK);
+
+    const std::string spec = "C_GetSlotList=CKR_FUNCTION_FAILED*1; *@" + std::string(kAcosA03) + "=0x30";
+    ASSERT_EQ(m_sim.addFaults(spec.c_str()), CKR_OK);
+    CK_ULONG count = 0;
+    EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_FUNCTION_FAILED);
+    EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
+    EXPECT_EQ(p11->C_GetSessionInfo(other, &info), CKR_DEVICE_ERROR);
+    EXPECT_EQ(m_sim.addFaults("C_Sign=CKR_NOPE"), CKR_ARGUMENTS_BAD);
+}
+
+TEST_F(SimCard, MalformedAnswersOverstateLengthsWithoutOverrunningBuffers) {
+    CK_SESSION_HANDLE session = openSession(0);
+    ASSERT_EQ(m_sim.setMalformed("C_GetSlotList", nullptr, 1), CKR_OK);
+    CK_SLOT_ID slots[8];
+    CK_ULONG count = 8;
+    ASSERT_EQ(p11->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
+    EXPECT_GT(count, 8u);
+
+    ASSERT_EQ(m_sim.setMalformed("C_GetAttributeValue", kAcosA04, 1), CKR_OK);
+    CK_OBJECT_HANDLE certificate = findObject(session, CKO_CERTIFICATE, "C.CH.SIG");
+    Bytes buffer(2000, 0xEE);
+    CK_ATTRIBUTE value = {CKA_VALUE, buffer.data(), 1990};
+    ASSERT_EQ(p11->C_GetAttributeValue(session, certificate, &value, 1), CKR_OK);
+    EXPECT_GT(value.ulValueLen, 1990u);
+    EXPECT_EQ(buffer[1990], 0xEE);
+
+    ASSERT_EQ(m_sim.setMalformed("C_FindObjects", nullptr, 1), CKR_OK);
+    CK_OBJECT_HANDLE found[2];
+    ASSERT_EQ(p11->C_FindObjectsInit(session, nullptr, 0), CKR_OK);
+    ASSERT_EQ(p11->C_FindObjects(session, found, 2, &count), CKR_OK);
+    EXPECT_GT(count, 2u);
+    ASSERT_EQ(p11->C_FindObjectsFinal(session), CKR_OK);
+
+    ASSERT_EQ(m_sim.setMalformed("C_CardTransmit", nullptr, 1), CKR_OK);
+    unsigned char command[] = {0x00, 0x84, 0x00, 0x00, 0x08};
+    Bytes response(16, 0xEE);
+    CK_ULONG length = 12;
+    ASSERT_EQ(m_sim.transmit(session, command, sizeof command, response.data(), &length), CKR_OK);
+    EXPECT_GT(length, 12u);
+    EXPECT_EQ(response[12], 0xEE);
+}
+
+class SimEnvironmentFaults : public SimTest {
+protected:
+    void prepareEnvironment() override {
+        setenv("VESSA_SIM_FAULTS", "C_OpenSession@slot:1=CKR_DEVICE_ERROR*1;C_GetInfo=0x5", 1);
+        setenv("VESSA_SIM_LATENCY_MS", "30", 1);
+    }
+};
+
+TEST_F(SimEnvironmentFaults, EnvironmentSetsFaultsAndLatencyForTheProcess) {
+    CK_INFO info;
+    EXPECT_EQ(p11->C_GetInfo(&info), CKR_GENERAL_ERROR);
+    CK_SESSION_HANDLE session;
+    EXPECT_EQ(p11->C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_DEVICE_ERROR);
+    EXPECT_EQ(p11->C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
+    CK_TOKEN_INFO token;
+    auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(p11->C_GetTokenInfo(0, &token), CKR_OK);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+
+    // The control tool changes faults and latency of the running module.
+    int status = 0;
+    runCommand(std::string(VSIM_TOOL) + " latency 0 && " + VSIM_TOOL + " fault 'C_GetSessionInfo=CKR_DEVICE_REMOVED*1'",
+               status);
+    ASSERT_EQ(status, 0);
+    CK_ULONG count = 0;
+    ASSERT_EQ(p11->C_GetSlotList(CK_FALSE, nullptr, &count), CKR_OK);
+    CK_SESSION_INFO sessionInfo;
+    EXPECT_EQ(p11->C_GetSessionInfo(session, &sessionInfo), CKR_DEVICE_REMOVED);
+    EXPECT_EQ(p11->C_GetSessionInfo(session, &sessionInfo), CKR_OK);
+    unsetenv("VESSA_SIM_FAULTS");
+    unsetenv("VESSA_SIM_LATENCY_MS");
+}
+
+TEST_F(SimCard, TwoThreadsAtOnceAndNoThreadWaitsForAnotherOnesDialogue) {
+    setenv("FAKE_PINENTRY_DELAY", "1.5", 1);
+    scriptPins({"123456"});
+    CK_SESSION_HANDLE signer = openSession(0);
+    CK_OBJECT_HANDLE key = findObject(signer, CKO_PRIVATE_KEY, "SK.CH.SIG");
+    CK_MECHANISM mechanism = {CKM_SHA1_RSA_PKCS, nullptr, 0};
+    ASSERT_EQ(p11->C_SignInit(signer, &mechanism, key), CKR_OK);
+    CK_RV signed_ = CKR_GENERAL_ERROR;
+    std::atomic<bool> dialogueOver{false};
+    std::thread dialogue([&] {
+        Bytes data = {1, 2, 3};
+        Bytes signature(192);
+        CK_ULONG length = signature.size();
+        signed_ = p11->C_Sign(signer, data.data(), data.size(), signature.data(), &length);
+        dialogueOver = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    // While the first thread sits in its PIN dialogue, a second one works.
+    for (int calls = 0; calls < 20; ++calls) {
+        CK_SESSION_HANDLE session;
+        ASSERT_EQ(p11->C_OpenSession(3, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
+        CK_OBJECT_HANDLE certificate = findObject(session, CKO_CERTIFICATE, "C.CH.SIG");
+        EXPECT_FALSE(readAttribute(session, certificate, CKA_VALUE).empty());
+        ASSERT_EQ(p11->C_CloseSession(session), CKR_OK);
+    }
+    EXPECT_FALSE(dialogueOver) << "the second thread had to wait for the first one's dialogue";
+    dialogue.join();
+    EXPECT_EQ(signed_, CKR_OK);
+    unsetenv("FAKE_PINENTRY_DELAY");
+
+    // Two threads hammering sessions, searches and APDUs side by side.
+    auto worker = [&](CK_SLOT_ID slot, bool& ok) {
+        ok = true;
+        for (int i = 0; i < 200 && ok; ++i) {
+            CK_SESSION_HANDLE session;
+            ok = p11->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session) == CKR_OK;
+            Bytes read(64);
+            CK_ULONG length = read.size();
+            unsigned char select[] = {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71};
+            ok = ok && m_sim.transmit(session, select, sizeof select, read.data(), &length) == CKR_OK;
+            ok = ok && findObject(session, CKO_DATA, "PERSONENBINDUNG") != CK_INVALID_HANDLE;
+            ok = ok && p11->C_CloseSession(session) == CKR_OK;
+        }
+    };
+    bool firstOk = false;
+    bool secondOk = false;
+    std::thread a(worker, 0, std::ref(firstOk));
+    std::thread b(worker, 3, std::ref(secondOk));
+    a.join();
+    b.join();
+    EXPECT_TRUE(firstOk);
+    EXPECT_TRUE(secondOk);
+}
+
+} // namespace

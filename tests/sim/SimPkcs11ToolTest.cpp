@@ -1,0 +1,106 @@
+// A standard PKCS#11 tool (OpenSC's pkcs11-tool) drives the module: lists
+// slots and objects, reads a certificate, and signs with both keys after a
+// login on the protected authentication path; OpenSSL checks the results.
+#include "SimHarness.h"
+
+#include <unistd.h>
+
+using namespace SimTesting;
+
+namespace {
+
+class SimPkcs11Tool : public SimTest {
+protected:
+    void SetUp() override {
+        SimTest::SetUp();
+        if (access("/usr/bin/pkcs11-tool", X_OK) != 0) GTEST_SKIP() << "pkcs11-tool (opensc) is not installed";
+    }
+    // Runs a command with the module's sanitizer runtime preloaded where the
+    // module is instrumented and the tool is not.
+    std::string run(const std::string& command, int& status) {
+        std::string environment;
+#ifdef VSIM_SANITIZER_PRELOAD
+        environment = "LD_PRELOAD='" VSIM_SANITIZER_PRELOAD "' ASAN_OPTIONS=detect_leaks=0 ";
+#endif
+        return runCommand(environment + command + " 2>&1", status);
+    }
+    std::string tool(const std::string& arguments, int& status) {
+        return run("pkcs11-tool --module '" VSIM_MODULE_PATH "' " + arguments, status);
+    }
+};
+
+TEST_F(SimPkcs11Tool, ListsSlotsTokensAndObjects) {
+    int status = 0;
+    std::string slots = tool("--list-slots", status);
+    ASSERT_EQ(status, 0) << slots;
+    EXPECT_NE(slots.find("Vessa Reader 0"), std::string::npos) << slots;
+    EXPECT_NE(slots.find(kECardG4), std::string::npos) << slots;
+    EXPECT_NE(slots.find("ACOS EMV-A04"), std::string::npos) << slots;
+    EXPECT_NE(slots.find("PIN pad present"), std::string::npos) << slots;
+
+    std::string objects = tool("--slot 0 --list-objects", status);
+    ASSERT_EQ(status, 0) << objects;
+    for (const char* label : {"SK.CH.SIG", "SK.CH.EKEY", "PK.CH.SIG", "PK.CH.EKEY", "C.CH.SIG", "C.CH.EKEY",
+                              "PERSONENBINDUNG", "INFOBOX", "0x01"}) {
+        EXPECT_NE(objects.find(label), std::string::npos) << label << "\n" << objects;
+    }
+
+    const std::string certificate = m_dir + "/cert.der";
+    std::string read = tool("--slot 3 --read-object --type cert --label C.CH.SIG -o '" + certificate + "'", status);
+    ASSERT_EQ(status, 0) << read;
+    std::string subject = run("openssl x509 -inform der -in '" + certificate + "' -noout -subject -nameopt utf8", status);
+    ASSERT_EQ(status, 0) << subject;
+    EXPECT_NE(subject.find("CN=Johann \xC3\x96sterreicher"), std::string::npos) << subject;
+}
+
+TEST_F(SimPkcs11Tool, SignsWithBothKeysThroughTheProtectedPath) {
+    const std::string data = m_dir + "/data.txt";
+    writeText(data, "Sehr geehrte Damen und Herren, bitte signieren.");
+    int status = 0;
+    const std::string certificate = m_dir + "/sig.der";
+    std::string read = tool("--slot 1 --read-object --type cert --id 01 -o '" + certificate + "'", status);
+    ASSERT_EQ(status, 0) << read;
+    std::string publicKey = run("openssl x509 -inform der -in '" + certificate + "' -noout -pubkey > '" + m_dir +
+                                    "/sig.pem'",
+                                status);
+    ASSERT_EQ(status, 0) << publicKey;
+
+    // Login asks the identity-link PIN, the signature key its own PIN.
+    scriptPins({"4321", "123456"});
+    std::string sign = tool("--slot 1 --login --sign --id 01 -m SHA256-RSA-PKCS -i '" + data + "' -o '" + m_dir +
+                                "/sig.bin'",
+                            status);
+    ASSERT_EQ(status, 0) << sign;
+    std::string verified = run("openssl dgst -sha256 -verify '" + m_dir + "/sig.pem' -signature '" + m_dir +
+                                   "/sig.bin' '" + data + "'",
+                               status);
+    EXPECT_EQ(status, 0) << verified;
+    EXPECT_NE(verified.find("Verified OK"), std::string::npos);
+    const auto log = dialogLog();
+    ASSERT_EQ(log.size(), 8u);
+    EXPECT_EQ(log[2], "SETPROMPT Infobox-PIN:");
+    EXPECT_EQ(log[6], "SETPROMPT Signatur-PIN:");
+
+    scriptPins({"4321", "1234"});
+    sign = tool("--slot 1 --login --sign --id 02 -m ECDSA-SHA1 --signature-format openssl -i '" + data + "' -o '" +
+                    m_dir + "/ec.bin'",
+                status);
+    ASSERT_EQ(status, 0) << sign;
+    tool("--slot 1 --read-object --type cert --id 02 -o '" + m_dir + "/ec.der'", status);
+    run("openssl x509 -inform der -in '" + m_dir + "/ec.der' -noout -pubkey > '" + m_dir + "/ec.pem'", status);
+    verified = run("openssl dgst -sha1 -verify '" + m_dir + "/ec.pem' -signature '" + m_dir + "/ec.bin' '" + data +
+                       "'",
+                   status);
+    EXPECT_EQ(status, 0) << verified;
+    std::string inside = tool("--slot 1 --verify --id 02 -m ECDSA-SHA1 --signature-format openssl -i '" + data +
+                                  "' --signature-file '" + m_dir + "/ec.bin'",
+                              status);
+    EXPECT_NE(inside.find("Signature is valid"), std::string::npos) << inside;
+
+    // A cancelled dialogue makes the tool fail, not hang.
+    scriptPins({"CANCEL"});
+    tool("--slot 1 --login --sign --id 01 -m SHA256-RSA-PKCS -i '" + data + "' -o '" + m_dir + "/x.bin'", status);
+    EXPECT_NE(status, 0);
+}
+
+} // namespace
