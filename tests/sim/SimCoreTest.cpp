@@ -1,0 +1,177 @@
+// The simulator's parts on their own: the written forms of faults, control
+// file and card sets, the DER encoder, the identity-link builder against the
+// program's reader, Assuan escaping and the PIN rules.
+#include "formats/Personenbindung.h"
+#include "sim/CardData.h"
+#include "sim/CardSet.h"
+#include "sim/ControlFile.h"
+#include "sim/Der.h"
+#include "sim/FaultSpec.h"
+#include "sim/PinEntry.h"
+#include "sim/PinState.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+using namespace VessaSim;
+
+namespace {
+
+TEST(SimFaultSpec, ParsesEveryFormAndRefusesNonsense) {
+    std::vector<FaultRule> rules;
+    std::string error;
+    ASSERT_TRUE(parseFaultSpec(" C_Sign@1204000000004711=CKR_PIN_LOCKED*2 ; C_GetSlotList=0x30;*@slot:3=malformed*1;",
+                               rules, error))
+        << error;
+    ASSERT_EQ(rules.size(), 3u);
+    EXPECT_EQ(rules[0].function, "C_Sign");
+    EXPECT_EQ(rules[0].card, "1204000000004711");
+    EXPECT_EQ(rules[0].rv, static_cast<CK_RV>(CKR_PIN_LOCKED));
+    EXPECT_EQ(rules[0].times, 2);
+    EXPECT_EQ(rules[1].card, "*");
+    EXPECT_EQ(rules[1].rv, 0x30u);
+    EXPECT_EQ(rules[1].times, -1);
+    EXPECT_TRUE(rules[2].malformed);
+    EXPECT_EQ(faultRuleToString(rules[0]), "C_Sign@1204000000004711=CKR_PIN_LOCKED*2");
+    EXPECT_EQ(faultRuleToString(rules[2]), "*@slot:3=malformed*1");
+
+    for (const char* bad : {"C_Sign", "Sign=CKR_OK", "C_Sign=CKR_NOTHING", "C_Sign=0x30*x", "C_Sign=12abc"}) {
+        std::vector<FaultRule> none;
+        EXPECT_FALSE(parseFaultSpec(bad, none, error)) << bad;
+        EXPECT_TRUE(none.empty());
+    }
+    EXPECT_EQ(returnCodeName(0x54), "CKR_FUNCTION_NOT_SUPPORTED");
+    EXPECT_EQ(returnCodeName(0x80000123UL), "0x80000123");
+}
+
+TEST(SimControlFile, RoundTripsAndSkipsWhatItCannotRead) {
+    ControlState state = parseControl("# comment\n"
+                                      "slot 2 insert ECARD-G4:3014000000000999:Eva Maria:Huber\n"
+                                      "slot 5 remove\r\n"
+                                      "slot x remove\n"
+                                      "fault 3 C_Sign=CKR_DEVICE_ERROR*1\n"
+                                      "latency 20 5\n"
+                                      "reset 7 *\n"
+                                      "bogus line\n");
+    EXPECT_EQ(state.slots.size(), 2u);
+    EXPECT_EQ(state.slots[2], "insert ECARD-G4:3014000000000999:Eva Maria:Huber");
+    EXPECT_EQ(state.slots[5], "remove");
+    EXPECT_EQ(state.faults[3], "C_Sign=CKR_DEVICE_ERROR*1");
+    EXPECT_EQ(state.nextFaultId(), 4);
+    EXPECT_TRUE(state.hasLatency);
+    EXPECT_EQ(state.apduLatencyMs, 5u);
+    EXPECT_EQ(state.lastResetEpoch(), 7);
+    ControlState again = parseControl(controlToText(state));
+    EXPECT_EQ(again.slots, state.slots);
+    EXPECT_EQ(again.faults, state.faults);
+    EXPECT_EQ(again.resets, state.resets);
+}
+
+TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
+    struct Bad {
+        const char* xml;
+        const char* complaint;
+    } bad[] = {
+        {"<cardset/>", "without readers"},
+        {"<other/>", "no <cardset>"},
+        {"<cardset><reader name='A'><card generation='ACOS-A04' serial='12'/></reader></cardset>", "16 hexadecimal"},
+        {"<cardset><reader name='A'><card generation='ACOS-A04' serial='120400000000471G'/></reader></cardset>",
+         "16 hexadecimal"},
+        {"<cardset><reader name='A'><card generation='ACOS-A04' serial='1204000000004711' sig-pin='1234'/>"
+         "</reader></cardset>",
+         "6 digits"},
+        {"<cardset><reader name='A'><card generation='ECARD-G2' serial='1204000000004711'/>"
+         "<card generation='ECARD-G2' serial='1204000000004712'/></reader></cardset>",
+         "more than one card"},
+        {"<cardset><reader><card generation='ECARD-G2' serial='1204000000004711'/></reader></cardset>", "name"},
+        {"<cardset><reader name='A'", ""},
+    };
+    for (const auto& b : bad) {
+        std::istringstream in(b.xml);
+        CardSetSpec set;
+        std::string error;
+        EXPECT_FALSE(parseCardSet(in, set, error)) << b.xml;
+        EXPECT_NE(error.find(b.complaint), std::string::npos) << error;
+    }
+
+    CardSetSpec generated = generatedCardSet(9);
+    std::istringstream xml(cardSetToXml(generated));
+    CardSetSpec parsed;
+    std::string error;
+    ASSERT_TRUE(parseCardSet(xml, parsed, error)) << error;
+    ASSERT_EQ(parsed.readers.size(), 9u);
+    EXPECT_EQ(parsed.readers[7].card->generation, Generation::AcosA03);  // generations in turn
+    EXPECT_EQ(parsed.readers[8].card->serial, generated.readers[8].card->serial);
+    EXPECT_EQ(parsed.readers[8].card->holderName(), generated.readers[8].card->holderName());
+    EXPECT_TRUE(parsed.findCard("card3"));
+
+    CardSpec adHoc;
+    EXPECT_TRUE(resolveCard(demoCardSet(), "ecard-g3a:3031000000001234", adHoc, error));
+    EXPECT_EQ(adHoc.generation, Generation::ECardG3A);
+    EXPECT_TRUE(resolveCard(demoCardSet(), "1205000000000505", adHoc, error));
+    EXPECT_EQ(adHoc.givenName, "Anna");
+    EXPECT_FALSE(resolveCard(demoCardSet(), "ACOS-A04:123", adHoc, error));
+    EXPECT_FALSE(resolveCard(demoCardSet(), "nobody", adHoc, error));
+}
+
+TEST(SimDer, LengthsAndIntegersAreMinimal) {
+    using Der::Bytes;
+    EXPECT_EQ(Der::length(127), (Bytes{0x7F}));
+    EXPECT_EQ(Der::length(128), (Bytes{0x81, 0x80}));
+    EXPECT_EQ(Der::length(256), (Bytes{0x82, 0x01, 0x00}));
+    EXPECT_EQ(Der::length(65536), (Bytes{0x83, 0x01, 0x00, 0x00}));
+    EXPECT_EQ(Der::integer(0), (Bytes{0x02, 0x01, 0x00}));
+    EXPECT_EQ(Der::integer(127), (Bytes{0x02, 0x01, 0x7F}));
+    EXPECT_EQ(Der::integer(128), (Bytes{0x02, 0x02, 0x00, 0x80}));
+    EXPECT_EQ(Der::integer(256), (Bytes{0x02, 0x02, 0x01, 0x00}));
+    EXPECT_EQ(Der::integer(-1), (Bytes{0x02, 0x01, 0xFF}));
+    EXPECT_EQ(Der::integer(-129), (Bytes{0x02, 0x02, 0xFF, 0x7F}));
+    EXPECT_EQ(Der::unsignedInteger({0x00, 0x00, 0x80}), (Bytes{0x02, 0x02, 0x00, 0x80}));
+    EXPECT_EQ(Der::bits({0xAB}), (Bytes{0x03, 0x02, 0x00, 0xAB}));
+    EXPECT_EQ(Der::context(2, {0x05, 0x00}), (Bytes{0xA2, 0x02, 0x05, 0x00}));
+    EXPECT_EQ(Der::context(0, {0x41}, false), (Bytes{0x80, 0x01, 0x41}));
+}
+
+TEST(SimIdentityLink, LongNamesAreCutSoTheReaderStillFindsThem) {
+    CardSpec card;
+    card.serial = "1204000000004711";
+    card.givenName = std::string(50, 'G');
+    card.familyName = "\xC3\x96" + std::string(60, 'F');
+    card.birthDate = "2001-02-03";
+    Bytes record = buildIdentityLink(card, nullptr);
+    Korvex::Personenbindung link;
+    ASSERT_EQ(link.parse(record.data(), static_cast<int>(record.size())), 1);
+    EXPECT_EQ(link.getGivenName(), std::string(36, 'G'));
+    EXPECT_EQ(link.getFamilyName(), "\xC3\x96" + std::string(34, 'F'));
+    EXPECT_EQ(link.getDateOfBirth(), "2001-02-03");
+    EXPECT_EQ(link.getBaseId(), defaultBaseId(card.serial));
+    EXPECT_GE(record.size(), 128u);
+    EXPECT_EQ(insuranceNumber(card), "4711030201");
+}
+
+TEST(SimPinEntry, EscapesWhatAssuanReserves) {
+    EXPECT_EQ(PinEntry::escape("100%\nfertig\r"), "100%25%0Afertig%0D");
+    EXPECT_EQ(PinEntry::unescape("12%2534%0A%zz%4"), "12%34\n%zz%4");
+    EXPECT_EQ(PinEntry::unescape(PinEntry::escape("a%b\nc")), "a%b\nc");
+}
+
+TEST(SimPinState, ChecksFormatBeforeTouchingTheCounter) {
+    PinState pin;
+    pin.value = "1234";
+    pin.puk = "12345678";
+    EXPECT_EQ(verifyPin(pin, "123"), static_cast<CK_RV>(CKR_PIN_LEN_RANGE));
+    EXPECT_EQ(verifyPin(pin, "12a4"), static_cast<CK_RV>(CKR_PIN_LEN_RANGE));
+    EXPECT_EQ(pin.tries, 3);
+    EXPECT_EQ(changePin(pin, "1234", "5678", "5679"), static_cast<CK_RV>(CKR_PIN_INVALID));
+    EXPECT_EQ(changePin(pin, "0000", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_INCORRECT));
+    EXPECT_EQ(pin.value, "1234");
+    EXPECT_EQ(unblockPin(pin, "1234567", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_LEN_RANGE));
+    pin.pukTries = 1;
+    EXPECT_EQ(unblockPin(pin, "00000000", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_INCORRECT));
+    EXPECT_EQ(unblockPin(pin, "12345678", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_LOCKED));
+    pin.hasPuk = false;
+    EXPECT_EQ(unblockPin(pin, "12345678", "5678", "5678"), static_cast<CK_RV>(CKR_FUNCTION_NOT_SUPPORTED));
+}
+
+} // namespace
