@@ -14,6 +14,7 @@
 #include <p11-kit/pkcs11.h>
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,6 +23,7 @@ namespace Korvex {
 
 class slCertificate;
 struct ParsedPublicKey;
+struct TokenCertificateTexts;
 
 // HashAlgorithm value for data that the caller has already hashed: the token
 // signs or verifies it as it is (CKM_RSA_PKCS / CKM_ECDSA).
@@ -126,18 +128,19 @@ public:
     void ClearCertVector();
     std::vector<slCertificate*>::iterator CertVectorBegin() { return m_Certs.begin(); }
     std::vector<slCertificate*>::iterator CertVectorEnd() { return m_Certs.end(); }
-    // texts of the last loaded certificate: the one-line subject
-    // ("/C=AT/.../CN=Name") and its part that begins with "CN=" (prefix kept)
-    std::string GetSubject() const { return m_Subject; }
-    std::string GetSubjectCN() const { return m_SubjectCN; }
-    std::string GetIssuer() const { return m_Issuer; }  // comma-joined, reverse order
-    std::string GetSerialNumber() const { return m_SerialNumber; }
+    // Texts of the last loaded certificate: the one-line subject
+    // ("/C=AT/.../CN=Name"), its part that begins with "CN=" (prefix kept),
+    // the issuer comma-joined in reverse order, the serial as "0x..." text.
+    std::string GetSubject() const;
+    std::string GetSubjectCN() const;
+    std::string GetIssuer() const;
+    std::string GetSerialNumber() const;
     // SHA-1 thumbprint of the last loaded certificate; length: capacity in, used out
     bool GetFingerprint(HashAlgorithm& alg, unsigned char* buffer, unsigned long& length) const;
     // subjectPublicKey content of the last loaded certificate; length as above
     bool GetPublicKeyData(unsigned char* buffer, unsigned long& length) const;
     // the same parsed into numbers; null until a certificate was loaded
-    const ParsedPublicKey* GetParsedPublicKey() const { return m_PublicKey.get(); }
+    const ParsedPublicKey* GetParsedPublicKey() const;
 
     // ---- card data objects and APDUs ----
     bool SendAPDU(std::vector<unsigned char> command, std::vector<unsigned char>& response);
@@ -241,14 +244,11 @@ private:
     int32_t m_SlotIndex = -1;
     int32_t m_ClientVersion[4] = {0, 0, 0, 0};
 
-    // texts taken from the last loaded certificate
-    std::vector<unsigned char> m_Fingerprint;
-    std::string m_SerialNumber;
-    std::string m_Issuer;
-    std::string m_Subject;
-    std::string m_SubjectCN;
-    std::vector<unsigned char> m_PublicKeyData;
-    std::unique_ptr<ParsedPublicKey> m_PublicKey;
+    // Texts taken from the last loaded certificate, and those of recently
+    // decoded certificates by their DER: decoding is by far the dearest step
+    // of a card-list refresh, and a refresh reads the same cards again.
+    std::shared_ptr<const TokenCertificateTexts> m_CertTexts;
+    std::map<std::vector<unsigned char>, std::shared_ptr<const TokenCertificateTexts>> m_CertTextCache;
 };
 
 } // namespace Korvex

@@ -10,11 +10,25 @@
 
 namespace Korvex {
 
+// What the token layer keeps of a certificate; immutable once made, so one
+// record is shared by the object and its cache.
+struct TokenCertificateTexts {
+    std::string subject;
+    std::string subjectCN;
+    std::string issuer;
+    std::string serialNumber;
+    std::vector<unsigned char> fingerprint;
+    std::vector<unsigned char> publicKeyData;
+    std::unique_ptr<ParsedPublicKey> publicKey;
+};
+
 using tokenimpl::callModule;
 
 namespace {
 
 constexpr CK_ULONG kMaxCertificates = 10;
+// Bound of the decoded-certificate cache (two certificates per card).
+constexpr size_t kCertTextCacheSize = 256;
 constexpr CK_ULONG kLabelBufferSize = 256;
 
 const char* certificateLabel(bool signatureCertificate)
@@ -43,13 +57,7 @@ std::string commonNamePart(const std::string& subject)
 void acPKCS11::clearCertificateTexts()
 {
     m_SigningCertLength = 0;
-    m_Fingerprint.clear();
-    m_SerialNumber.clear();
-    m_Issuer.clear();
-    m_Subject.clear();
-    m_SubjectCN.clear();
-    m_PublicKeyData.clear();
-    m_PublicKey.reset();
+    m_CertTexts.reset();
 }
 
 bool acPKCS11::findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE& handle,
@@ -111,33 +119,47 @@ bool acPKCS11::findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE
 
 bool acPKCS11::takeCertificateTexts(const std::vector<unsigned char>& der)
 {
+    LogMessage("OpenSSL Load Certificate");
+    auto cached = m_CertTextCache.find(der);
+    if (cached != m_CertTextCache.end()) {
+        // The same bytes decode to the same texts; only the decode is saved.
+        LogMessage("ISSUER");
+        m_CertTexts = cached->second;
+        return true;
+    }
+
     // One decode serves every text: the certificate object decodes the DER
     // through a memory BIO, and its one-line subject is OpenSSL's.
-    LogMessage("OpenSSL Load Certificate");
     slCertificate certificate;
     if (!certificate.LoadFromBuffer(der))
         return false;
 
     LogMessage("ISSUER");
-    m_Subject = certificate.GetSubject();
-    m_SubjectCN = commonNamePart(m_Subject);
+    auto texts = std::make_shared<TokenCertificateTexts>();
+    texts->subject = certificate.GetSubject();
+    texts->subjectCN = commonNamePart(texts->subject);
 
     unsigned char* thumbprint = nullptr;
     unsigned long thumbprintLength = 0;
     if (certificate.GetThumbprint(&thumbprint, &thumbprintLength) && thumbprint != nullptr)
-        m_Fingerprint.assign(thumbprint, thumbprint + thumbprintLength);
+        texts->fingerprint.assign(thumbprint, thumbprint + thumbprintLength);
     delete[] thumbprint;
-    m_SerialNumber = certificate.GetSerialNumber();
-    m_Issuer = certificate.GetIssuerSepByComa();
+    texts->serialNumber = certificate.GetSerialNumber();
+    texts->issuer = certificate.GetIssuerSepByComa();
 
     unsigned char* key = nullptr;
     unsigned long keyLength = 0;
     if (certificate.GetPublicKeyValue(&key, &keyLength) && key != nullptr && keyLength > 0) {
-        m_PublicKeyData.assign(key, key + keyLength);
-        m_PublicKey.reset(new ParsedPublicKey(
-            ParseKey(m_PublicKeyData.data(), 0, static_cast<int>(m_PublicKeyData.size()))));
+        texts->publicKeyData.assign(key, key + keyLength);
+        texts->publicKey.reset(new ParsedPublicKey(
+            ParseKey(texts->publicKeyData.data(), 0, static_cast<int>(texts->publicKeyData.size()))));
     }
     delete[] key;
+
+    if (m_CertTextCache.size() >= kCertTextCacheSize)
+        m_CertTextCache.clear();
+    m_CertTextCache.emplace(der, texts);
+    m_CertTexts = texts;
     return true;
 }
 
@@ -256,24 +278,54 @@ void acPKCS11::ClearCertVector()
     m_Certs.clear();
 }
 
+std::string acPKCS11::GetSubject() const
+{
+    return m_CertTexts ? m_CertTexts->subject : std::string();
+}
+
+std::string acPKCS11::GetSubjectCN() const
+{
+    return m_CertTexts ? m_CertTexts->subjectCN : std::string();
+}
+
+std::string acPKCS11::GetIssuer() const
+{
+    return m_CertTexts ? m_CertTexts->issuer : std::string();
+}
+
+std::string acPKCS11::GetSerialNumber() const
+{
+    return m_CertTexts ? m_CertTexts->serialNumber : std::string();
+}
+
+namespace {
+
+bool copyOut(const std::vector<unsigned char>& bytes, unsigned char* buffer, unsigned long& length)
+{
+    if (buffer == nullptr || bytes.empty() || length < bytes.size())
+        return false;
+    std::memcpy(buffer, bytes.data(), bytes.size());
+    length = bytes.size();
+    return true;
+}
+
+} // namespace
+
 bool acPKCS11::GetFingerprint(HashAlgorithm& alg, unsigned char* buffer,
                               unsigned long& length) const
 {
     alg = HashSha1;
-    if (buffer == nullptr || m_Fingerprint.empty() || length < m_Fingerprint.size())
-        return false;
-    std::memcpy(buffer, m_Fingerprint.data(), m_Fingerprint.size());
-    length = m_Fingerprint.size();
-    return true;
+    return m_CertTexts && copyOut(m_CertTexts->fingerprint, buffer, length);
 }
 
 bool acPKCS11::GetPublicKeyData(unsigned char* buffer, unsigned long& length) const
 {
-    if (buffer == nullptr || m_PublicKeyData.empty() || length < m_PublicKeyData.size())
-        return false;
-    std::memcpy(buffer, m_PublicKeyData.data(), m_PublicKeyData.size());
-    length = m_PublicKeyData.size();
-    return true;
+    return m_CertTexts && copyOut(m_CertTexts->publicKeyData, buffer, length);
+}
+
+const ParsedPublicKey* acPKCS11::GetParsedPublicKey() const
+{
+    return m_CertTexts ? m_CertTexts->publicKey.get() : nullptr;
 }
 
 } // namespace Korvex

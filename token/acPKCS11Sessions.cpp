@@ -159,7 +159,7 @@ bool acPKCS11::FindObject(const char* label, CK_OBJECT_CLASS objectClass, CK_OBJ
 
 long acPKCS11::GetSerialNumberInt() const
 {
-    return std::strtol(m_SerialNumber.c_str(), nullptr, 16);
+    return std::strtol(GetSerialNumber().c_str(), nullptr, 16);
 }
 
 } // namespace Korvex

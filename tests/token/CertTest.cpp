@@ -60,6 +60,14 @@ TEST_F(CertTest, SignatureCertificateAndItsTexts)
     ASSERT_TRUE(p11->GetPublicKeyData(key, keyLength));
     EXPECT_EQ(keyLength, 65u);
     EXPECT_EQ(key[0], 0x04);
+    ASSERT_TRUE(p11->GetFingerprint(alg, fingerprint, fingerprintLength));
+    EXPECT_NE(std::vector<unsigned char>(fingerprint, fingerprint + fingerprintLength), sha1);
+
+    // Loading the first one again (now known to the object) restores its texts.
+    ASSERT_TRUE(p11->LoadSigningCertificate(true));
+    ASSERT_TRUE(p11->GetFingerprint(alg, fingerprint, fingerprintLength));
+    EXPECT_EQ(std::vector<unsigned char>(fingerprint, fingerprint + fingerprintLength), sha1);
+    EXPECT_EQ(p11->GetParsedPublicKey()->keyType, 0);
     EXPECT_TRUE(Log::errors().empty());
 }
 
