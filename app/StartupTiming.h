@@ -5,12 +5,14 @@
 //   VESSACARDS_TIMING filled_ns=<t> rows=<n> once the first card-list refresh is shown
 // (t: CLOCK_MONOTONIC in nanoseconds, comparable across processes) and closes
 // the window after the refresh. Without the variable nothing changes.
+// Part of the program itself, not of the application library, because it
+// drives the main window.
 #pragma once
 
-class wxFrame;
+class MainFrame;
 
 namespace VessaCards {
 
-void InstallStartupTiming(wxFrame* mainFrame);
+void InstallStartupTiming(MainFrame* mainFrame);
 
 } // namespace VessaCards

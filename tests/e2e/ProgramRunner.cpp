@@ -1,0 +1,279 @@
+// Child-process and X window helpers of the end-to-end tests.
+#include "tests/e2e/ProgramRunner.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace EndToEnd {
+
+namespace {
+
+std::string Env(const char* name, const char* fallback)
+{
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0' ? value : fallback;
+}
+
+} // namespace
+
+std::string BinaryDir()
+{
+    return Env("KORVEX_BINARY_DIR", ".");
+}
+
+bool HaveDisplay()
+{
+    return std::getenv("DISPLAY") != nullptr;
+}
+
+Sandbox::Sandbox()
+{
+    std::string pattern = Env("TMPDIR", "/tmp/") + "/e2e-XXXXXX";
+    std::vector<char> buffer(pattern.begin(), pattern.end());
+    buffer.push_back('\0');
+    if (mkdtemp(buffer.data()) != nullptr)
+        m_root = buffer.data();
+    std::system(("mkdir -p '" + m_root + "/home' '" + m_root + "/etc' '" + m_root + "/tmp' '" +
+                 m_root + "/state'")
+                    .c_str());
+}
+
+Sandbox::~Sandbox()
+{
+    if (!m_root.empty())
+        std::system(("rm -rf '" + m_root + "'").c_str());
+}
+
+void Sandbox::WriteSettings(const std::string& body) const
+{
+    const std::string dir = AllUsers() + "/korvex/vessaclient";
+    std::system(("mkdir -p '" + dir + "'").c_str());
+    std::ofstream out(dir + "/config");
+    out << "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<config>" << body << "</config>\n";
+}
+
+ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> arguments)
+    : m_arguments(std::move(arguments)), m_stderrPath(sandbox.Root() + "/stderr-XXXXXX")
+{
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        const size_t equals = text.find('=');
+        if (equals != std::string::npos)
+            m_env[text.substr(0, equals)] = text.substr(equals + 1);
+    }
+    m_env["HOME"] = sandbox.Home();
+    m_env["KORVEX_ALLUSERS_DIR"] = sandbox.AllUsers() + "/";
+    m_env["TMPDIR"] = sandbox.Root() + "/tmp/";
+    m_env["VESSA_SIM_STATE_DIR"] = sandbox.Root() + "/state";
+    m_env["VESSA_SIM_KEY_DIR"] = BinaryDir() + "/test-scratch/gui-sim-keys";
+    m_env["LD_LIBRARY_PATH"] = BinaryDir() + "/sim";
+    m_env.erase("VESSA_SIM_CARDS");
+    m_env.erase("VESSACARDS_EXIT_AFTER_REFRESH");
+    std::vector<char> buffer(m_stderrPath.begin(), m_stderrPath.end());
+    buffer.push_back('\0');
+    const int fd = mkstemp(buffer.data());
+    if (fd >= 0)
+        close(fd);
+    m_stderrPath = buffer.data();
+}
+
+ProgramRunner::~ProgramRunner()
+{
+    if (m_pid > 0 && Running()) {
+        kill(m_pid, SIGKILL);
+        WaitForExit(5);
+    }
+}
+
+bool ProgramRunner::Start()
+{
+    const std::string program = BinaryDir() + "/app/VessaCards";
+    std::vector<std::string> envText;
+    for (const auto& entry : m_env)
+        envText.push_back(entry.first + "=" + entry.second);
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    for (std::string& argument : m_arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    std::vector<char*> envp;
+    for (std::string& entry : envText)
+        envp.push_back(const_cast<char*>(entry.c_str()));
+    envp.push_back(nullptr);
+
+    m_pid = fork();
+    if (m_pid == 0) {
+        const int err = open(m_stderrPath.c_str(), O_WRONLY | O_TRUNC);
+        const int null = open("/dev/null", O_RDWR);
+        dup2(null, 0);
+        dup2(null, 1);
+        dup2(err, 2);
+        execve(program.c_str(), argv.data(), envp.data());
+        _exit(127);
+    }
+    return m_pid > 0;
+}
+
+bool ProgramRunner::WaitForExit(double seconds)
+{
+    if (m_status != -2)
+        return true;
+    const auto end = std::chrono::steady_clock::now() +
+                     std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+    for (;;) {
+        int status = 0;
+        const pid_t done = waitpid(m_pid, &status, WNOHANG);
+        if (done == m_pid) {
+            m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+            return true;
+        }
+        if (done < 0 || std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+bool ProgramRunner::Running()
+{
+    return !WaitForExit(0);
+}
+
+std::string ProgramRunner::StandardError() const
+{
+    std::ifstream in(m_stderrPath);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+namespace {
+
+std::string TextProperty(Display* display, Window window, const char* name, Atom type)
+{
+    Atom property = XInternAtom(display, name, True);
+    if (property == None)
+        return "";
+    Atom actualType;
+    int format;
+    unsigned long count, after;
+    unsigned char* data = nullptr;
+    std::string text;
+    if (XGetWindowProperty(display, window, property, 0, 1024, False, type, &actualType, &format,
+                           &count, &after, &data) == Success && data != nullptr) {
+        if (format == 8)
+            text.assign(reinterpret_cast<char*>(data), count);
+        XFree(data);
+    }
+    return text;
+}
+
+long PidOf(Display* display, Window window)
+{
+    Atom property = XInternAtom(display, "_NET_WM_PID", True);
+    if (property == None)
+        return -1;
+    Atom actualType;
+    int format;
+    unsigned long count, after;
+    unsigned char* data = nullptr;
+    long pid = -1;
+    if (XGetWindowProperty(display, window, property, 0, 1, False, XA_CARDINAL, &actualType, &format,
+                           &count, &after, &data) == Success && data != nullptr) {
+        if (count == 1)
+            pid = static_cast<long>(*reinterpret_cast<unsigned long*>(data));
+        XFree(data);
+    }
+    return pid;
+}
+
+void Collect(Display* display, Window window, pid_t pid, std::vector<WindowInfo>& found)
+{
+    XWindowAttributes attributes;
+    if (XGetWindowAttributes(display, window, &attributes) && attributes.map_state == IsViewable &&
+        PidOf(display, window) == pid) {
+        std::string title = TextProperty(display, window, "_NET_WM_NAME",
+                                         XInternAtom(display, "UTF8_STRING", False));
+        if (title.empty())
+            title = TextProperty(display, window, "WM_NAME", XA_STRING);
+        found.push_back({window, title});
+    }
+    Window root, parent, *children = nullptr;
+    unsigned count = 0;
+    if (XQueryTree(display, window, &root, &parent, &children, &count)) {
+        for (unsigned i = 0; i < count; ++i)
+            Collect(display, children[i], pid, found);
+        if (children != nullptr)
+            XFree(children);
+    }
+}
+
+// Windows may vanish while the tree is walked; that is no error here.
+int IgnoreXErrors(Display*, XErrorEvent*)
+{
+    return 0;
+}
+
+} // namespace
+
+std::vector<WindowInfo> WindowsOf(pid_t pid)
+{
+    std::vector<WindowInfo> found;
+    XSetErrorHandler(IgnoreXErrors);
+    Display* display = XOpenDisplay(nullptr);
+    if (display == nullptr)
+        return found;
+    Collect(display, DefaultRootWindow(display), pid, found);
+    XCloseDisplay(display);
+    return found;
+}
+
+bool WaitForWindow(pid_t pid, const std::string& title, double seconds, unsigned long* id)
+{
+    const auto end = std::chrono::steady_clock::now() +
+                     std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+    do {
+        for (const WindowInfo& window : WindowsOf(pid)) {
+            if (window.title == title) {
+                if (id != nullptr)
+                    *id = window.id;
+                return true;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    } while (std::chrono::steady_clock::now() < end);
+    return false;
+}
+
+bool CloseWindow(unsigned long id)
+{
+    Display* display = XOpenDisplay(nullptr);
+    if (display == nullptr)
+        return false;
+    XEvent event;
+    std::memset(&event, 0, sizeof(event));
+    event.xclient.type = ClientMessage;
+    event.xclient.window = id;
+    event.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
+    event.xclient.format = 32;
+    event.xclient.data.l[0] = static_cast<long>(XInternAtom(display, "WM_DELETE_WINDOW", False));
+    event.xclient.data.l[1] = CurrentTime;
+    const bool sent = XSendEvent(display, id, False, NoEventMask, &event) != 0;
+    XFlush(display);
+    XCloseDisplay(display);
+    return sent;
+}
+
+} // namespace EndToEnd

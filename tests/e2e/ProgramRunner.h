@@ -1,0 +1,67 @@
+// Runs the built program as a child process with its own home, settings and
+// card state, and looks at its windows on the X display.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace EndToEnd {
+
+// A private folder tree for one test: home/, etc/ (all users), tmp/, state/.
+class Sandbox {
+public:
+    Sandbox();
+    ~Sandbox();
+    const std::string& Root() const { return m_root; }
+    std::string Home() const { return m_root + "/home"; }
+    std::string AllUsers() const { return m_root + "/etc"; }
+    // Writes the all-users settings file with this XML inside <config>.
+    void WriteSettings(const std::string& body) const;
+
+private:
+    std::string m_root;
+};
+
+class ProgramRunner {
+public:
+    // The program as built, with the simulated module on the loader path.
+    ProgramRunner(const Sandbox& sandbox, std::vector<std::string> arguments = {});
+    ~ProgramRunner();
+
+    // Overrides or adds an environment variable of the child.
+    void SetEnv(const std::string& name, const std::string& value) { m_env[name] = value; }
+    bool Start();
+    pid_t Pid() const { return m_pid; }
+    // Waits up to `seconds` for the child to end; false when it still runs.
+    bool WaitForExit(double seconds);
+    bool Running();
+    // Exit status (0-255) once ended, or -1 when it ended by a signal.
+    int ExitStatus() const { return m_status; }
+    std::string StandardError() const;
+
+private:
+    std::vector<std::string> m_arguments;
+    std::map<std::string, std::string> m_env;
+    std::string m_stderrPath;
+    pid_t m_pid = -1;
+    int m_status = -2;
+};
+
+std::string BinaryDir();
+bool HaveDisplay();
+
+// Top-level X windows of a process that are on screen.
+struct WindowInfo {
+    unsigned long id;
+    std::string title;
+};
+std::vector<WindowInfo> WindowsOf(pid_t pid);
+// Waits up to `seconds` for a window of `pid` with this title.
+bool WaitForWindow(pid_t pid, const std::string& title, double seconds, unsigned long* id = nullptr);
+// Asks the window to close, as a window manager's close button does.
+bool CloseWindow(unsigned long id);
+
+} // namespace EndToEnd

@@ -1,0 +1,176 @@
+// The built program as a user starts it: one copy per user, no arguments,
+// the message when the card module is missing, and the log it writes.
+#include "tests/e2e/ProgramRunner.h"
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+
+#include <fstream>
+#include <regex>
+
+namespace EndToEnd {
+namespace {
+
+const char kMainTitle[] = "Kartenverwaltung (x64)";
+
+class ProgramTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!HaveDisplay())
+            GTEST_SKIP() << "needs an X display (run under xvfb-run)";
+    }
+    Sandbox sandbox;
+};
+
+TEST_F(ProgramTest, SecondCopyForTheSameUserEndsAtOnceAndTheFirstKeepsRunning)
+{
+    ProgramRunner first(sandbox);
+    ASSERT_TRUE(first.Start());
+    unsigned long window = 0;
+    ASSERT_TRUE(WaitForWindow(first.Pid(), kMainTitle, 60, &window)) << first.StandardError();
+
+    ProgramRunner second(sandbox);
+    ASSERT_TRUE(second.Start());
+    ASSERT_TRUE(second.WaitForExit(30)) << "the second copy did not end";
+    EXPECT_NE(second.ExitStatus(), 0);
+    EXPECT_NE(second.ExitStatus(), -1) << "the second copy crashed";
+    // It ends silently: no window, nothing on standard error.
+    EXPECT_TRUE(WindowsOf(second.Pid()).empty());
+    EXPECT_EQ(second.StandardError(), "");
+
+    EXPECT_TRUE(first.Running());
+    EXPECT_TRUE(WaitForWindow(first.Pid(), kMainTitle, 1));
+
+    // Closing the window ends the first copy normally.
+    ASSERT_TRUE(CloseWindow(window));
+    ASSERT_TRUE(first.WaitForExit(30));
+    EXPECT_EQ(first.ExitStatus(), 0);
+}
+
+TEST_F(ProgramTest, CopiesWithDifferentHomesDoNotSeeEachOther)
+{
+    // The lock lives in the home folder; another home stands in for another
+    // account here.
+    Sandbox otherUser;
+    ProgramRunner first(sandbox), second(otherUser);
+    first.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
+    second.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
+    ASSERT_TRUE(first.Start());
+    ASSERT_TRUE(second.Start());
+    ASSERT_TRUE(first.WaitForExit(60));
+    ASSERT_TRUE(second.WaitForExit(60));
+    EXPECT_EQ(first.ExitStatus(), 0);
+    EXPECT_EQ(second.ExitStatus(), 0);
+    EXPECT_NE(first.StandardError().find("rows=5"), std::string::npos) << first.StandardError();
+    EXPECT_NE(second.StandardError().find("rows=5"), std::string::npos) << second.StandardError();
+}
+
+TEST_F(ProgramTest, AnyArgumentIsRejected)
+{
+    for (const char* argument : {"foo", "--help", "-h", "-v"}) {
+        SCOPED_TRACE(argument);
+        ProgramRunner program(sandbox, {argument});
+        ASSERT_TRUE(program.Start());
+        ASSERT_TRUE(program.WaitForExit(30));
+        EXPECT_NE(program.ExitStatus(), 0);
+        EXPECT_NE(program.ExitStatus(), -1);
+        EXPECT_NE(program.StandardError().find("Usage: VessaCards"), std::string::npos)
+            << program.StandardError();
+    }
+}
+
+TEST_F(ProgramTest, MissingCardModuleIsReportedAndEndsWithStatusZero)
+{
+    ProgramRunner program(sandbox);
+    program.SetEnv("LD_LIBRARY_PATH", sandbox.Root()); // no module there
+    ASSERT_TRUE(program.Start());
+    unsigned long box = 0;
+    ASSERT_TRUE(WaitForWindow(program.Pid(), "Error", 60, &box)) << program.StandardError();
+    // Only the message box: the main window is never shown.
+    for (const WindowInfo& window : WindowsOf(program.Pid()))
+        EXPECT_NE(window.title, kMainTitle);
+    EXPECT_TRUE(program.Running());
+
+    ASSERT_TRUE(CloseWindow(box));
+    ASSERT_TRUE(program.WaitForExit(30));
+    EXPECT_EQ(program.ExitStatus(), 0);
+    EXPECT_NE(program.StandardError().find("libVessaP11.so"), std::string::npos);
+}
+
+std::vector<std::string> FilesIn(const std::string& dir)
+{
+    std::vector<std::string> names;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* entry = readdir(d)) {
+            if (entry->d_name[0] != '.')
+                names.push_back(entry->d_name);
+        }
+        closedir(d);
+    }
+    return names;
+}
+
+TEST_F(ProgramTest, LogHasATimeStampedNameAndThreadIdsOnEveryLine)
+{
+    const std::string logs = sandbox.Root() + "/logs";
+    std::system(("mkdir -p '" + logs + "'").c_str());
+    sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>1</LogLevel><Filename>" + logs +
+                          "/trace.log</Filename></Trace></vessa_Client>");
+    ProgramRunner program(sandbox);
+    program.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
+    ASSERT_TRUE(program.Start());
+    ASSERT_TRUE(program.WaitForExit(60));
+    ASSERT_EQ(program.ExitStatus(), 0) << program.StandardError();
+
+    const std::vector<std::string> files = FilesIn(logs);
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_TRUE(std::regex_match(files[0], std::regex(R"(VessaCards_\d{4}-\d\d-\d\d-\d\d-\d\d-\d\d\.log)")))
+        << files[0];
+
+    std::ifstream in(logs + "/" + files[0]);
+    const std::regex line(R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)( {0,12}[A-Z][A-Z ]*) \((\d+)\) (.*))");
+    const std::string pid = std::to_string(program.Pid());
+    int lines = 0;
+    bool reloadOnMainThread = false, slotsOnOtherThread = false, moduleStarted = false;
+    for (std::string text; std::getline(in, text);) {
+        ++lines;
+        std::smatch parts;
+        ASSERT_TRUE(std::regex_match(text, parts, line)) << text;
+        EXPECT_EQ(parts[2].length(), 13) << "label not right-aligned in 13 characters: " << text;
+        if (parts[4] == "evt_reload")
+            reloadOnMainThread = parts[3] == pid;
+        if (parts[4] == "PKCS11 GetSlots" && parts[3] != pid)
+            slotsOnOtherThread = true;
+        if (parts[4] == "PKCS11 INIT")
+            moduleStarted = true;
+    }
+    EXPECT_GT(lines, 5);
+    EXPECT_TRUE(reloadOnMainThread) << "the reload is logged by the GUI thread";
+    EXPECT_TRUE(slotsOnOtherThread) << "the card refresh thread logs with its own id";
+    EXPECT_TRUE(moduleStarted);
+}
+
+TEST_F(ProgramTest, NoLogWhenTheLevelIsZero)
+{
+    const std::string logs = sandbox.Root() + "/logs";
+    std::system(("mkdir -p '" + logs + "'").c_str());
+    sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>0</LogLevel><Filename>" + logs +
+                          "</Filename></Trace></vessa_Client>");
+    ProgramRunner program(sandbox);
+    program.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
+    ASSERT_TRUE(program.Start());
+    ASSERT_TRUE(program.WaitForExit(60));
+    EXPECT_EQ(program.ExitStatus(), 0);
+    EXPECT_TRUE(FilesIn(logs).empty());
+}
+
+} // namespace
+} // namespace EndToEnd
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
