@@ -28,14 +28,6 @@ void FaultTable::removeControlId(long controlId) {
 
 void FaultTable::clear() { m_rules.clear(); }
 
-std::vector<FaultRule> FaultTable::rules() const {
-    std::vector<FaultRule> out;
-    for (const auto& entry : m_rules) {
-        if (entry.rule.times != 0) out.push_back(entry.rule);
-    }
-    return out;
-}
-
 FaultTable::Entry* FaultTable::match(const char* function, const char* serial, unsigned long slot,
                                      bool malformed) {
     for (auto& entry : m_rules) {

@@ -20,7 +20,6 @@ public:
     void removeControlId(long controlId);
     void clear();
     bool empty() const { return m_rules.empty(); }
-    std::vector<FaultRule> rules() const;
 
     // A failing fault for this call: sets rv and uses up one hit. `serial`
     // is null for calls that concern no card.

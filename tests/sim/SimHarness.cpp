@@ -67,6 +67,10 @@ void SimTest::SetUp() {
     prepareEnvironment();
     ASSERT_TRUE(m_sim.open()) << dlerror();
     p11 = m_sim.p11;
+    // The module stays loaded between tests of one process; faults and
+    // latency set by an earlier test must not leak into this one.
+    m_sim.clearFaults();
+    m_sim.setLatency(0, 0);
     ASSERT_EQ(p11->C_Initialize(nullptr), CKR_OK);
 }
 
