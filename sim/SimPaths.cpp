@@ -40,7 +40,9 @@ std::string stateDirectory() {
                          environmentOr("HOME", "/tmp") + "/.local/state/vessa-sim");
 }
 
-std::string keyDirectory() { return environmentOr("VESSA_SIM_KEY_DIR", stateDirectory() + "/keys"); }
+// By default a card's keys sit in its own state directory; tests share one
+// key directory between many state directories to make keys only once.
+std::string keyDirectory() { return environmentOr("VESSA_SIM_KEY_DIR", stateDirectory() + "/cards"); }
 
 std::string controlFilePath() { return stateDirectory() + "/control"; }
 

@@ -10,7 +10,7 @@ namespace VessaSim {
 
 // VESSA_SIM_STATE_DIR, else $HOME/.local/state/vessa-sim.
 std::string stateDirectory();
-// VESSA_SIM_KEY_DIR, else <state>/keys.
+// VESSA_SIM_KEY_DIR, else <state>/cards (keys next to each card's state).
 std::string keyDirectory();
 std::string controlFilePath();
 std::string cardStateDirectory(const std::string& serial);
