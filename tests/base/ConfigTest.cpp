@@ -15,6 +15,7 @@
 #include <regex>
 
 using namespace Korvex;
+using KorvexTest::FileNames;
 using KorvexTest::ReadText;
 
 namespace {
@@ -28,36 +29,30 @@ void CollectError(const char* text)
 // Every test gets its own all-users and home directories and its own store.
 class ConfigTest : public ::testing::Test {
 protected:
-    ConfigTest()
-        : allUsers("KORVEX_ALLUSERS_DIR", etc.path() + "/"), home("HOME", homeDir.path())
-    {
-    }
+    ConfigTest() : allUsers("KORVEX_ALLUSERS_DIR", etc.path() + "/"), home("HOME", homeDir.path()) {}
     void SetUp() override
     {
         g_errors.clear();
         LibConfig::SetErrorLoggingFunc(CollectError);
-        store = Config::GetHandle(Config::Register());
-        ASSERT_NE(nullptr, store);
+        store = NewStore();
     }
-    void TearDown() override
+    void TearDown() override { LibConfig::SetErrorLoggingFunc(nullptr); }
+    // Initialised store with a few rows of the program's table.
+    static Config* NewStore(bool init = false)
     {
-        store->Destroy();
-        LibConfig::SetErrorLoggingFunc(nullptr);
+        Config* c = Config::GetHandle(Config::Register());
+        if (init && c->Init("vessaclient")) {
+            c->AddConfig(1, CONFIG_ALL_USERS, "", "vessa Client", SYS_64);
+            c->AddConfig(14, CONFIG_ALL_USERS, "LogLevel", "vessa Client\\Trace", SYS_32);
+            c->AddConfig(15, CONFIG_ALL_USERS, "LogLevel", "vessa Client\\Trace", SYS_64);
+            c->AddConfig(17, CONFIG_ALL_USERS, "Filename", "vessa Client\\Trace", SYS_64);
+            c->AddConfig(30, CONFIG_ALL_USERS, "Enable Logging", "VessaMiniDriver", SYS_64);
+            c->AddConfig(40, CONFIG_CURRENT_USER, "Flag", "vessa Client", SYS_64);
+        }
+        return c;
     }
-    bool InitWithTable()
-    {
-        if (!store->Init("vessaclient"))
-            return false;
-        store->AddConfig(14, CONFIG_ALL_USERS, "LogLevel", "vessa Client\\Trace", SYS_32);
-        store->AddConfig(15, CONFIG_ALL_USERS, "LogLevel", "vessa Client\\Trace", SYS_64);
-        store->AddConfig(17, CONFIG_ALL_USERS, "Filename", "vessa Client\\Trace", SYS_64);
-        store->AddConfig(1, CONFIG_ALL_USERS, "", "vessa Client", SYS_64);
-        store->AddConfig(30, CONFIG_ALL_USERS, "Enable Logging", "VessaMiniDriver", SYS_64);
-        store->AddConfig(40, CONFIG_CURRENT_USER, "Flag", "vessa Client", SYS_64);
-        return true;
-    }
-    std::string AllUsersFile() const { return etc.path() + "/korvex/vessaclient/config"; }
-    std::string UserFile() const { return homeDir.path() + "/.korvex/vessaclient/config"; }
+    std::string Dir() const { return etc.path() + "/korvex/vessaclient"; }
+    std::string AllUsersFile() const { return Dir() + "/config"; }
 
     KorvexTest::TempDir etc;
     KorvexTest::TempDir homeDir;
@@ -80,13 +75,11 @@ TEST(ConfigRegistry, FirstRegisterLeavesSlotZero)
     EXPECT_EQ(nullptr, Config::GetHandle(a + 1000));
 }
 
-TEST(ConfigRegPath, BuildRegPathJoinsWithBackslashes)
+TEST(ConfigRegPath, BuildRegPathAndMangling)
 {
     ConfigImpl_XML impl;
     const std::string parts[] = {"config", "", "\\vessa Client\\Trace", "x\\"};
     EXPECT_EQ("config\\vessa Client\\Trace\\x\\", impl.BuildRegPath(parts, 4));
-    EXPECT_EQ("", impl.BuildRegPath(parts, 0));
-
     const sConfig entry{CONFIG_ALL_USERS, "vessa Client\\Trace", "LogLevel", SYS_64};
     EXPECT_EQ("config.vessa_Client.Trace.", impl.getPath(&entry));
     EXPECT_EQ("config.vessa_Client.Trace.LogLevel", impl.getPathKey(&entry));
@@ -96,53 +89,33 @@ TEST(ConfigRegPath, BuildRegPathJoinsWithBackslashes)
     EXPECT_EQ("root.a_b.c_d.", impl.getPath(&dotted));
 }
 
-TEST_F(ConfigTest, InitCreatesDirectoriesAndKeepsEntriesApart)
-{
-    ASSERT_TRUE(InitWithTable());
-    struct stat info;
-    EXPECT_EQ(0, stat((etc.path() + "/korvex/vessaclient").c_str(), &info));
-    EXPECT_EQ(0, stat((homeDir.path() + "/.korvex/vessaclient").c_str(), &info));
-    EXPECT_TRUE(store->Init("other")) << "a second Init keeps the first";
-    EXPECT_EQ(std::vector<std::string>{"vessaclient"}, KorvexTest::FileNames(etc.path() + "/korvex"));
-}
-
-TEST_F(ConfigTest, AddConfigNeedsInitAndReplaces)
+TEST_F(ConfigTest, EntriesNeedInitAndReplaceEachOther)
 {
     EXPECT_FALSE(store->AddConfig(1, CONFIG_ALL_USERS, "k", "g", SYS_32));
     const sConfig table[] = {{CONFIG_ALL_USERS, "g", "a", SYS_32}, {CONFIG_ALL_USERS, "g", "b", SYS_64}};
     EXPECT_FALSE(store->AddConfigs(5, table, 2));
+    EXPECT_FALSE(store->Init("vessaclient", CONFIG_BACKEND_NONE));
+    long value = 3;
+    EXPECT_FALSE(store->GetInteger(5, value));
+    EXPECT_TRUE(g_errors.empty()) << "no back end is not reported";
 
     ASSERT_TRUE(store->Init("vessaclient"));
+    EXPECT_TRUE(store->Init("other")) << "a second Init keeps the first";
+    EXPECT_EQ(std::vector<std::string>{"vessaclient"}, FileNames(etc.path() + "/korvex"));
     EXPECT_TRUE(store->AddConfigs(5, table, 2));
-    ASSERT_NE(nullptr, store->GetConfigEntry(6));
     EXPECT_EQ("b", store->GetConfigEntry(6)->key);
     EXPECT_TRUE(store->AddConfig(6, CONFIG_CURRENT_USER, "c", "h", SYS_32));
     EXPECT_EQ("c", store->GetConfigEntry(6)->key);
-    EXPECT_EQ(CONFIG_CURRENT_USER, store->GetConfigEntry(6)->type);
     EXPECT_TRUE(g_errors.empty());
 
-    EXPECT_EQ(nullptr, store->GetConfigEntry(61));
-    ASSERT_EQ(1u, g_errors.size());
-    EXPECT_EQ("config entry is NULL", g_errors[0]);
-    long value = 7;
     EXPECT_FALSE(store->GetInteger(61, value));
-    EXPECT_EQ(7, value);
-}
-
-TEST_F(ConfigTest, UnknownBackendFailsEverything)
-{
-    EXPECT_FALSE(store->Init("vessaclient", CONFIG_BACKEND_NONE));
-    EXPECT_FALSE(store->AddConfig(1, CONFIG_ALL_USERS, "k", "g", SYS_32));
-    long value = 3;
-    EXPECT_FALSE(store->GetInteger(1, value));
-    EXPECT_FALSE(store->SetInteger(1, 5));
     EXPECT_EQ(3, value);
-    EXPECT_TRUE(g_errors.empty()) << "no back end is not reported";
+    EXPECT_EQ(std::vector<std::string>{"config entry is NULL"}, g_errors);
 }
 
 TEST_F(ConfigTest, MissingFileKeepsPresetAndFirstWriteCreatesIt)
 {
-    ASSERT_TRUE(InitWithTable());
+    store = NewStore(true);
     long level = 42;
     std::string name = "preset";
     bool flag = true;
@@ -152,7 +125,7 @@ TEST_F(ConfigTest, MissingFileKeepsPresetAndFirstWriteCreatesIt)
     EXPECT_EQ(42, level);
     EXPECT_EQ("preset", name);
     EXPECT_TRUE(flag);
-    EXPECT_TRUE(KorvexTest::FileNames(etc.path() + "/korvex/vessaclient").empty()) << "reads never write";
+    EXPECT_TRUE(FileNames(Dir()).empty()) << "reads never write";
 
     EXPECT_TRUE(store->SetInteger(15, 4));
     const std::string xml = ReadText(AllUsersFile());
@@ -163,79 +136,64 @@ TEST_F(ConfigTest, MissingFileKeepsPresetAndFirstWriteCreatesIt)
     EXPECT_EQ(std::string::npos, xml.find('\t')) << "indent is made of blanks";
 }
 
-TEST_F(ConfigTest, SysTypeTwinsShareOneElementAndValuesSurviveRestart)
+TEST_F(ConfigTest, TwinsShareAnElementTypesSelectTheFileAndValuesSurvive)
 {
-    ASSERT_TRUE(InitWithTable());
+    store = NewStore(true);
     ASSERT_TRUE(store->SetInteger(14, 3));
     long level = 0;
     ASSERT_TRUE(store->GetInteger(15, level));
     EXPECT_EQ(3, level);
     ASSERT_TRUE(store->SetString(17, "/var/log/x.log"));
+    ASSERT_TRUE(store->SetBoolean(40, true));
+    EXPECT_NE(std::string::npos, ReadText(homeDir.path() + "/.korvex/vessaclient/config").find("<Flag>true</Flag>"));
+    EXPECT_EQ(std::string::npos, ReadText(AllUsersFile()).find("Flag"));
 
-    Config* second = Config::GetHandle(Config::Register());
-    ASSERT_TRUE(second->Init("vessaclient"));
-    ASSERT_TRUE(second->AddConfig(15, CONFIG_ALL_USERS, "LogLevel", "vessa Client\\Trace", SYS_64));
-    ASSERT_TRUE(second->AddConfig(17, CONFIG_ALL_USERS, "Filename", "vessa Client\\Trace", SYS_64));
+    Config* second = NewStore(true);
     long reread = 0;
     std::string file;
+    bool flag = false;
     EXPECT_TRUE(second->GetInteger(15, reread));
     EXPECT_TRUE(second->GetString(17, file));
+    EXPECT_TRUE(second->GetBoolean(40, flag));
     EXPECT_EQ(3, reread);
     EXPECT_EQ("/var/log/x.log", file);
-    second->Destroy();
-}
-
-TEST_F(ConfigTest, TypesSelectTheFile)
-{
-    ASSERT_TRUE(InitWithTable());
-    ASSERT_TRUE(store->SetBoolean(40, true));
-    EXPECT_NE(std::string::npos, ReadText(UserFile()).find("<Flag>true</Flag>"));
-    EXPECT_TRUE(KorvexTest::FileNames(etc.path() + "/korvex/vessaclient").empty());
-    bool flag = false;
-    EXPECT_TRUE(store->GetBoolean(40, flag));
     EXPECT_TRUE(flag);
 }
 
 TEST_F(ConfigTest, BlankInValueNameIsKeptAndGroupTextIsReadable)
 {
-    ASSERT_TRUE(InitWithTable());
+    store = NewStore(true);
     ASSERT_TRUE(store->SetString(30, "1"));
     EXPECT_NE(std::string::npos, ReadText(AllUsersFile()).find("<Enable Logging>1</Enable Logging>"));
 
-    KorvexTest::WriteText(AllUsersFile(),
-                          "<?xml version=\"1.0\"?><config><vessa_Client>5.1.0<Trace><LogLevel>x</LogLevel>"
-                          "</Trace></vessa_Client></config>");
-    Config* second = Config::GetHandle(Config::Register());
-    ASSERT_TRUE(second->Init("vessaclient"));
-    ASSERT_TRUE(second->AddConfig(1, CONFIG_ALL_USERS, "", "vessa Client", SYS_64));
-    ASSERT_TRUE(second->AddConfig(15, CONFIG_ALL_USERS, "LogLevel", "vessa Client\\Trace", SYS_64));
+    KorvexTest::WriteText(AllUsersFile(), "<?xml version=\"1.0\"?><config><vessa_Client>5.1.0<Trace>"
+                                          "<LogLevel>x</LogLevel></Trace></vessa_Client></config>");
+    Config* second = NewStore(true);
     std::string version;
     EXPECT_TRUE(second->GetString(1, version));
     EXPECT_EQ("5.1.0", version);
     long level = 9;
     EXPECT_FALSE(second->GetInteger(15, level)) << "text that is no number";
     EXPECT_EQ(9, level);
-    second->Destroy();
 }
 
 TEST_F(ConfigTest, StringBooleans)
 {
-    ASSERT_TRUE(InitWithTable());
-    ASSERT_TRUE(store->SetStringBoolean(17, true));
+    store = NewStore(true);
     std::string text;
+    ASSERT_TRUE(store->SetStringBoolean(17, true));
     store->GetString(17, text);
     EXPECT_EQ("YES", text);
     ASSERT_TRUE(store->SetStringBoolean(17, false));
     store->GetString(17, text);
     EXPECT_EQ("NO", text);
-
-    for (const char* yes : {"yes", "JA", "ja", "y", "Y", "True"}) {
+    for (const char* yes : {"yes", "JA", "ja", "y", "True"}) {
         ASSERT_TRUE(store->SetString(17, yes));
         bool value = false;
         EXPECT_TRUE(store->GetStringBoolean(17, value));
         EXPECT_TRUE(value) << yes;
     }
-    for (const char* no : {"1", "no", "on", "yess", ""}) {
+    for (const char* no : {"1", "on", "yess", ""}) {
         ASSERT_TRUE(store->SetString(17, no));
         bool value = true;
         EXPECT_TRUE(store->GetStringBoolean(17, value));
@@ -245,33 +203,30 @@ TEST_F(ConfigTest, StringBooleans)
 
 TEST_F(ConfigTest, RemoveKeyAndPath)
 {
-    ASSERT_TRUE(InitWithTable());
+    store = NewStore(true);
     ASSERT_TRUE(store->SetInteger(15, 2));
     ASSERT_TRUE(store->SetString(17, "f"));
     EXPECT_EQ(std::vector<std::string>{"Trace"}, store->EnumSubDirs(1, ""));
-
     EXPECT_TRUE(store->RemoveKey(15));
     EXPECT_FALSE(store->RemoveKey(15)) << "nothing left to remove";
     std::string xml = ReadText(AllUsersFile());
     EXPECT_EQ(std::string::npos, xml.find("LogLevel"));
     EXPECT_NE(std::string::npos, xml.find("<Filename>f</Filename>"));
-
     EXPECT_TRUE(store->RemovePath(17));
     xml = ReadText(AllUsersFile());
     EXPECT_EQ(std::string::npos, xml.find("Trace"));
     EXPECT_NE(std::string::npos, xml.find("vessa_Client"));
 }
 
-TEST_F(ConfigTest, SaveIsAtomicAndLeavesNoTemporaryFiles)
+TEST_F(ConfigTest, SaveIsAtomicKeepsModeAndLeavesNoTemporaryFiles)
 {
-    ASSERT_TRUE(InitWithTable());
+    store = NewStore(true);
     for (int i = 0; i < 20; ++i)
         ASSERT_TRUE(store->SetInteger(15, i));
-    EXPECT_EQ(std::vector<std::string>{"config"}, KorvexTest::FileNames(etc.path() + "/korvex/vessaclient"));
+    EXPECT_EQ(std::vector<std::string>{"config"}, FileNames(Dir()));
     struct stat info;
     ASSERT_EQ(0, stat(AllUsersFile().c_str(), &info));
     EXPECT_EQ(0644u, info.st_mode & 0777u) << "machine-wide settings stay readable";
-
     ASSERT_EQ(0, chmod(AllUsersFile().c_str(), 0600));
     ASSERT_TRUE(store->SetInteger(15, 99));
     ASSERT_EQ(0, stat(AllUsersFile().c_str(), &info));
@@ -280,30 +235,28 @@ TEST_F(ConfigTest, SaveIsAtomicAndLeavesNoTemporaryFiles)
 
 TEST_F(ConfigTest, FailedWriteKeepsValueInMemory)
 {
-    ASSERT_TRUE(InitWithTable());
+    store = NewStore(true);
     // A plain file where the settings directory should be: nothing can be
     // written there, whatever rights the test runs with.
-    const std::string dir = etc.path() + "/korvex/vessaclient";
-    ASSERT_EQ(0, rmdir(dir.c_str()));
-    KorvexTest::WriteText(dir, "in the way");
+    ASSERT_EQ(0, rmdir(Dir().c_str()));
+    KorvexTest::WriteText(Dir(), "in the way");
     EXPECT_FALSE(store->SetInteger(15, 8));
     long level = 0;
     EXPECT_TRUE(store->GetInteger(15, level));
     EXPECT_EQ(8, level);
-    EXPECT_EQ("in the way", ReadText(dir));
-    EXPECT_EQ(std::vector<std::string>{"vessaclient"}, KorvexTest::FileNames(etc.path() + "/korvex"))
-        << "no temporary file left behind";
+    EXPECT_EQ("in the way", ReadText(Dir()));
+    EXPECT_EQ(std::vector<std::string>{"vessaclient"}, FileNames(etc.path() + "/korvex")) << "no temporary file left";
 }
 
 TEST_F(ConfigTest, BrokenFileIsKeptBeforeTheFirstWrite)
 {
-    const std::string dir = etc.path() + "/korvex/vessaclient";
-    ASSERT_TRUE(Korvex::CreateDirectories(dir));
+    ASSERT_TRUE(CreateDirectories(Dir()));
     const std::string broken = "<config><vessa_Client>unclosed";
     KorvexTest::WriteText(AllUsersFile(), broken);
     KorvexTest::WriteText(AllUsersFile() + ".broken", "earlier copy");
 
-    ASSERT_TRUE(InitWithTable()) << "a broken file is no error at start";
+    store = NewStore(true);
+    ASSERT_TRUE(store->IsInitialized()) << "a broken file is no error at start";
     long level = 5;
     EXPECT_FALSE(store->GetInteger(15, level));
     EXPECT_EQ(5, level);
@@ -313,7 +266,6 @@ TEST_F(ConfigTest, BrokenFileIsKeptBeforeTheFirstWrite)
     EXPECT_EQ("earlier copy", ReadText(AllUsersFile() + ".broken"));
     EXPECT_EQ(broken, ReadText(AllUsersFile() + ".broken.1"));
     EXPECT_NE(std::string::npos, ReadText(AllUsersFile()).find("<LogLevel>1</LogLevel>"));
-
     ASSERT_TRUE(store->SetInteger(15, 2));
-    EXPECT_EQ(3u, KorvexTest::FileNames(dir).size()) << "the copy is made once";
+    EXPECT_EQ(3u, FileNames(Dir()).size()) << "the copy is made once";
 }

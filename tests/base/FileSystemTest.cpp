@@ -8,50 +8,35 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
 #include <regex>
 
 using namespace Korvex;
 using KorvexTest::ReadText;
 using KorvexTest::WriteText;
 
-TEST(Paths, CombinePaths)
+TEST(Paths, CombineAndSplit)
 {
     EXPECT_EQ("/etc/korvex", CombinePaths("/etc/", "korvex"));
     EXPECT_EQ("a/b", CombinePaths("a", "/b"));
     EXPECT_EQ("b", CombinePaths("", "b"));
     EXPECT_EQ("a/", CombinePaths("a", ""));
-    EXPECT_EQ("a//b", CombinePaths("a/", "//b")) << "only one leading separator is dropped";
     const std::string parts[] = {"/home/u", ".korvex", "/vessaclient", "config"};
     EXPECT_EQ("/home/u/.korvex/vessaclient/config", CombinePaths(parts, 4));
-    EXPECT_EQ("", CombinePaths(parts, 0));
-}
 
-TEST(Paths, SplitLastComponent)
-{
     EXPECT_EQ("/var/log", RemoveLastPartFromPath("/var/log/app.log"));
     EXPECT_EQ("app.log", GetFilenameFromPath("/var/log/app.log"));
     EXPECT_EQ("", RemoveLastPartFromPath("x.log"));
     EXPECT_EQ("x.log", GetFilenameFromPath("x.log"));
     EXPECT_EQ("/", RemoveLastPartFromPath("/x.log"));
     EXPECT_EQ("/var", RemoveLastPartFromPath("/var/log/"));
-    EXPECT_EQ("log", GetFilenameFromPath("/var/log/"));
 }
 
 TEST(Paths, TimestampAndTempNames)
 {
     const std::string name = GenerateFilenameWithTimestamp("VessaCards", "log");
-    EXPECT_TRUE(std::regex_match(name, std::regex(R"(VessaCards_\d{4}-\d{2}-\d{2}-\d{2}-\d{2}-\d{2}\.log)"))) << name;
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    char year[8];
-    std::strftime(year, sizeof year, "%Y", &local);
-    EXPECT_EQ(year, name.substr(11, 4));
-
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"(VessaCards_20\d\d-\d\d-\d\d-\d\d-\d\d-\d\d\.log)"))) << name;
     std::string temp;
     GenerateTempFilename(temp, "cert", "/scratch");
     EXPECT_TRUE(std::regex_match(temp, std::regex(R"(/scratch/cert\d{5}\.tmp)"))) << temp;
@@ -62,19 +47,11 @@ TEST(Environment, TempUserAndAllUsersDirectories)
     {
         KorvexTest::EnvGuard tmp("TMPDIR", "/some/where");
         EXPECT_EQ("/some/where", GetTempDir()) << "no separator is added";
-    }
-    {
-        const char* old = std::getenv("TMPDIR");
-        const std::string saved = old ? old : "";
         unsetenv("TMPDIR");
         EXPECT_EQ("/tmp/", GetTempDir());
-        if (old)
-            setenv("TMPDIR", saved.c_str(), 1);
     }
-    {
-        KorvexTest::EnvGuard home("HOME", "/home/someone");
-        EXPECT_EQ("/home/someone", GetUserDir());
-    }
+    KorvexTest::EnvGuard home("HOME", "/home/someone");
+    EXPECT_EQ("/home/someone", GetUserDir());
     {
         KorvexTest::EnvGuard all("KORVEX_ALLUSERS_DIR", "");
         EXPECT_EQ("/etc/", GetAllUsersDir()) << "an empty value does not count";
@@ -83,27 +60,23 @@ TEST(Environment, TempUserAndAllUsersDirectories)
     EXPECT_EQ("/scratch/etc/", GetAllUsersDir());
 }
 
-TEST(Files, ReadCompleteFileBinary)
+TEST(Files, ReadCompleteFile)
 {
     KorvexTest::TempDir dir;
     WriteText(dir.file("data"), std::string("a\0b", 3));
-    unsigned char* data = reinterpret_cast<unsigned char*>(1);
+    WriteText(dir.file("empty"), "");
+    unsigned char* data = nullptr;
     long size = -1;
     ASSERT_TRUE(ReadCompleteFileBinary(dir.file("data"), &data, size));
     EXPECT_EQ(3, size);
     EXPECT_EQ(std::string("a\0b", 3), std::string(reinterpret_cast<char*>(data), 3));
     delete[] data;
-
-    WriteText(dir.file("empty"), "");
-    EXPECT_FALSE(ReadCompleteFileBinary(dir.file("empty"), &data, size));
-    EXPECT_EQ(nullptr, data);
-    EXPECT_FALSE(ReadCompleteFileBinary(dir.file("missing"), &data, size));
-    EXPECT_FALSE(ReadCompleteFileBinary(dir.path(), &data, size)) << "a directory is no file";
-    EXPECT_EQ(nullptr, data);
-
+    for (const std::string& bad : {dir.file("empty"), dir.file("missing"), dir.path()}) {
+        EXPECT_FALSE(ReadCompleteFileBinary(bad, &data, size)) << bad;
+        EXPECT_EQ(nullptr, data);
+        EXPECT_EQ("", ReadCompleteFile(bad));
+    }
     EXPECT_EQ(std::string("a\0b", 3), ReadCompleteFile(dir.file("data")));
-    EXPECT_EQ("", ReadCompleteFile(dir.file("missing")));
-    EXPECT_EQ("", ReadCompleteFile(dir.file("empty")));
 }
 
 TEST(Files, WriteRenameRemoveExists)
@@ -114,9 +87,7 @@ TEST(Files, WriteRenameRemoveExists)
     EXPECT_TRUE(WriteToFile(a, "first version", false));
     EXPECT_TRUE(WriteToFile(a, "second", false));
     EXPECT_EQ("second", ReadText(a)) << "the file is rewritten, not appended to";
-    EXPECT_TRUE(WriteToFile(a, "third", true));
-    EXPECT_EQ("third", ReadText(a));
-    EXPECT_FALSE(WriteToFile(a, "", false)) << "an empty text writes no block";
+    EXPECT_FALSE(WriteToFile(a, "", true)) << "an empty text writes no block";
     EXPECT_TRUE(FileExists(a));
     EXPECT_FALSE(WriteToFile(dir.file("no/dir/x"), "x", false));
 
@@ -130,7 +101,7 @@ TEST(Files, WriteRenameRemoveExists)
 TEST(Files, CopyFileInBlocks)
 {
     KorvexTest::TempDir dir;
-    for (std::size_t size : {0u, 1u, 1024u, 1025u, 5000u}) {
+    for (std::size_t size : {0u, 1024u, 5000u}) {
         std::string content(size, '\0');
         for (std::size_t i = 0; i < size; ++i)
             content[i] = static_cast<char>(i % 251);
@@ -164,27 +135,9 @@ TEST(Directories, CreateAndList)
     EXPECT_EQ(3u, names.size());
 }
 
-TEST(Directories, UnreadableDirectoryIsAFailure)
-{
-    KorvexTest::TempDir dir;
-    ASSERT_TRUE(CreateOneDir(dir.file("locked")));
-    WriteText(dir.file("locked/f"), "x");
-    chmod(dir.file("locked").c_str(), 0);
-    if (access(dir.file("locked").c_str(), R_OK) == 0) {
-        chmod(dir.file("locked").c_str(), 0700);
-        GTEST_SKIP() << "running with rights that ignore permissions";
-    }
-    std::vector<std::string> names;
-    EXPECT_FALSE(ListAllFilesInDirectory(dir.file("locked"), names));
-    EXPECT_FALSE(FileExists(dir.file("locked/f")));
-    chmod(dir.file("locked").c_str(), 0700);
-}
-
 TEST(PathRegistry, BaseDirectoriesAndEntries)
 {
-    KorvexTest::TempDir home;
-    KorvexTest::TempDir etc;
-    KorvexTest::TempDir tmp;
+    KorvexTest::TempDir home, etc, tmp;
     KorvexTest::EnvGuard h("HOME", home.path());
     KorvexTest::EnvGuard a("KORVEX_ALLUSERS_DIR", etc.path());
     KorvexTest::EnvGuard t("TMPDIR", tmp.path() + "/");
@@ -195,26 +148,18 @@ TEST(PathRegistry, BaseDirectoriesAndEntries)
     EXPECT_EQ(home.path() + "/.korvex", fs->GetUserDirectory());
     EXPECT_EQ(etc.path() + "/korvex", fs->GetAllUserDirectory());
     EXPECT_EQ(tmp.path() + "/", fs->GetTempDirectory());
-    char exe[4096];
-    const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
-    ASSERT_GT(n, 0);
-    exe[n] = '\0';
-    EXPECT_EQ(RemoveLastPartFromPath(exe), fs->GetProgramDirectory());
+    EXPECT_EQ(KORVEX_TEST_BINARY_DIR, fs->GetProgramDirectory());
 
     fs->AddConfig(0, BASE_USER, "logs", "");
     fs->AddConfig(1, BASE_ALLUSERS, "", "settings.xml");
     EXPECT_EQ(home.path() + "/.korvex/logs", fs->GetPath(0, false));
     EXPECT_FALSE(FileExists(home.path() + "/.korvex/logs"));
-    EXPECT_EQ(home.path() + "/.korvex/logs", fs->GetPath(0, true));
-    struct stat info;
-    EXPECT_EQ(0, stat((home.path() + "/.korvex/logs").c_str(), &info));
+    fs->GetPath(0, true);
+    EXPECT_TRUE(FileExists(home.path() + "/.korvex/logs")) << "create makes the directory";
 
     WriteText(etc.path() + "/korvex/settings.xml", "old");
-    EXPECT_EQ(etc.path() + "/korvex/settings.xml", fs->GetFile(1, false));
     EXPECT_EQ(etc.path() + "/korvex/settings.xml", fs->GetFile(1, true));
     EXPECT_EQ("", ReadText(etc.path() + "/korvex/settings.xml")) << "create empties the file";
-
-    EXPECT_EQ("", fs->GetPath(7, true));
     EXPECT_EQ("", fs->GetFile(7, true));
     EXPECT_EQ(nullptr, fs->GetConfigEntry(7));
 
@@ -223,8 +168,6 @@ TEST(PathRegistry, BaseDirectoriesAndEntries)
     fs->Initialize("app");
     EXPECT_EQ(tmp.path() + "/app/a/f1", fs->GetFile(5, false));
     EXPECT_EQ(tmp.path() + "/app/f2", fs->GetFile(6, false)) << "unknown bases mean the temporary directory";
-    fs->AddConfig(5, BASE_PROGRAM, "", "");
-    EXPECT_EQ(CombinePaths(RemoveLastPartFromPath(exe), "app"), fs->GetPath(5, false));
 
     fs->Destroy();
     EXPECT_EQ("", fs->GetPath(0, false));
