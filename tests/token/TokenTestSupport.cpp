@@ -98,6 +98,12 @@ public:
         writeFile(g_tempDir + "/cards.xml", cardSetXml());
         setenv("VESSA_SIM_CARDS", (g_tempDir + "/cards.xml").c_str(), 1);
         unsetenv("VESSA_SIM_FAULTS");
+
+        // Keep the simulator mapped for the whole process: each test still
+        // finalises and closes it through the token layer, but the module's
+        // own caches are not unmapped under LeakSanitizer's feet (the
+        // simulator does not free them on unload).
+        dlopen("libVessaP11.so", RTLD_LAZY);
     }
 
     void TearDown() override
