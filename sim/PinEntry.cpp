@@ -25,6 +25,18 @@ namespace {
 // this long is considered hung.
 constexpr int kReplyTimeoutMs = 15 * 60 * 1000;
 
+// "ERR <code> <text>": the low 16 bits of the code are the error number;
+// the user closing the dialogue (or letting it time out) is not a failure of
+// the dialogue program.
+bool isCancel(const std::string& reply) {
+    const unsigned long code = std::strtoul(reply.c_str() + 3, nullptr, 10);
+    const unsigned long number = code & 0xFFFF;
+    constexpr unsigned long kTimeout = 62;
+    constexpr unsigned long kCanceled = 99;
+    constexpr unsigned long kFullyCanceled = 198;
+    return number == kCanceled || number == kFullyCanceled || number == kTimeout;
+}
+
 } // namespace
 
 PinEntry::~PinEntry() { finish(); }
@@ -94,6 +106,14 @@ bool PinEntry::start() {
         finish();
         return false;
     }
+    // A text-mode pinentry needs the terminal it may use; a graphical one
+    // ignores these. Refused options are not fatal.
+    if (::isatty(0)) {
+        if (const char* tty = ::ttyname(0)) command(std::string("OPTION ttyname=") + tty);
+        if (const char* term = std::getenv("TERM")) command(std::string("OPTION ttytype=") + term);
+    }
+    command("SETOK OK");
+    command("SETCANCEL Abbrechen");
     return true;
 }
 
@@ -162,7 +182,7 @@ PinEntry::Result PinEntry::getPin(const PinPrompt& prompt, std::string& pin) {
         } else if (reply.compare(0, 2, "OK") == 0) {
             return Result::Ok;
         } else if (reply.compare(0, 3, "ERR") == 0) {
-            return Result::Cancelled;
+            return isCancel(reply) ? Result::Cancelled : Result::Failed;
         } else if (reply.compare(0, 7, "INQUIRE") == 0) {
             // Nothing to offer: end the inquiry and keep waiting.
             if (!send("END")) return Result::Failed;

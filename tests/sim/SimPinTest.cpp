@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
+
 using namespace SimTesting;
 
 namespace {
@@ -100,6 +102,28 @@ TEST_F(SimPins, CancelFormatAndMismatchLeaveTheCounterAlone) {
     CK_ATTRIBUTE forced[] = {{kChange, &one, 1}, {0x80000002UL, &one, 1}};
     scriptPins({"123456", "222222", "222222"});
     EXPECT_EQ(p11->C_SetAttributeValue(session, key, forced, 2), CKR_OK);
+}
+
+TEST_F(SimPins, ADialogueThatCannotRunIsAFailureNotACancel) {
+    CK_SESSION_HANDLE session = openSession(0);
+    CK_OBJECT_HANDLE key = signatureKey(session);
+    setenv("VESSA_SIM_PINENTRY", (m_dir + "/missing-pinentry").c_str(), 1);
+    EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_FUNCTION_FAILED);
+    // A pinentry without a usable display answers GETPIN with an error of
+    // its own; only cancel and timeout count as the user's choice.
+    auto pinentryAnswering = [&](const std::string& error) {
+        const std::string path = m_dir + "/erring-pinentry";
+        writeText(path, "#!/bin/sh\necho 'OK ready'\nwhile read line; do case \"$line\" in GETPIN) echo '" + error +
+                            "';; *) echo OK;; esac; done\n");
+        chmod(path.c_str(), 0700);
+        setenv("VESSA_SIM_PINENTRY", path.c_str(), 1);
+    };
+    pinentryAnswering("ERR 83918950 Inappropriate ioctl for device <Pinentry>");
+    EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_FUNCTION_FAILED);
+    pinentryAnswering("ERR 83886142 Timeout <Pinentry>");
+    EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_FUNCTION_CANCELED);
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
+    setenv("VESSA_SIM_PINENTRY", VSIM_FAKE_PINENTRY, 1);
 }
 
 TEST_F(SimPins, ECardsCannotUnblockAndIdentityLinkPinLivesOnTheDataObject) {
