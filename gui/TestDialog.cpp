@@ -191,8 +191,8 @@ bool TestDialog::HashTestText(std::vector<unsigned char>& digest) {
     if (!GetHashAlgorithm(algorithm)) return false;
     // UTF-8 whatever the process locale, so signing and verifying always see
     // the same bytes for the same text.
-    const wxScopedCharBuffer utf8 = m_text->GetValue().utf8_str();
-    const std::vector<unsigned char> data(utf8.data(), utf8.data() + utf8.length());
+    const std::string utf8 = m_text->GetValue().utf8_string();
+    const std::vector<unsigned char> data(utf8.begin(), utf8.end());
     // The bare digest: the card signs exactly what it is given.
     if (!Korvex::Hash(data, digest, algorithm, false)) {
         SetStatus(Tr("Fehler beim Hashen des Textes"), true);

@@ -1,6 +1,7 @@
 // Entry point of the dialog GUI tests: prepares the simulated cards, starts
 // the toolkit without a main loop of its own and runs the tests in between.
 #include "tests/dialogs/GuiSupport.h"
+#include "token/acPKCS11.h"
 
 #include <wx/app.h>
 #include <wx/image.h>
@@ -10,6 +11,9 @@
 #include <gtest/gtest.h>
 
 namespace {
+
+// Token-layer errors go into the test output, next to the failure they explain.
+void PrintTokenError(const char* line) { fprintf(stderr, "token: %s\n", line); }
 
 class DialogTestApp : public wxApp {
 public:
@@ -27,6 +31,7 @@ int main(int argc, char** argv) {
     if (testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
 
     DialogTests::PrepareEnvironment();
+    Korvex::acPKCS11::SetErrorLoggingFunc(PrintTokenError);
     wxApp::SetInstance(new DialogTestApp());
     if (!wxEntryStart(argc, argv) || !wxTheApp->CallOnInit()) {
         fprintf(stderr, "cannot start the toolkit (no display?)\n");

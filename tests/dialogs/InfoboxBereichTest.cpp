@@ -46,6 +46,7 @@ int EntryType(const Card& card, unsigned char tag) {
 class InfoboxBereichTest : public testing::Test {
 protected:
     void SetUp() override {
+        Frame();  // loads the module and the card list before any fault is set
         ResetCards();
         SetPinAnswers({});
     }
@@ -174,8 +175,9 @@ TEST_F(InfoboxBereichTest, ProtectionSwitchWritesTheFlagAndRebuildsTheList) {
 
     // Reopened, the entry reads as protected (its content now needs the PIN)
     // and offers the way back; the content was written back unchanged.
+    // Reading a protected object and writing it each ask the PIN.
     Open(kMaria, Korvex::TOKEN_ACOS_A04);
-    SetPinAnswers({"4321"});
+    SetPinAnswers({"4321", "4321"});
     Select("02 RFU1");
     EXPECT_EQ(Binary(), content);
     EXPECT_EQ(dialog->GetProtectButton()->GetLabel(), Utf8("unverschlüsselt speichern"));

@@ -131,7 +131,7 @@ TEST_F(NoPersBTest, CompanionWritesTheIdentityLinkThatTheViewerThenShows) {
         const std::vector<unsigned char> link = ReadObject(kOtto, "PERSONENBINDUNG");
         return std::any_of(link.begin(), link.end(), [](unsigned char b) { return b != 0; });
     };
-    ASSERT_TRUE(PumpUntil(written, 60));
+    ASSERT_TRUE(PumpUntil(written, 30));
 
     InfoboxBereich* viewer = new InfoboxBereich(Frame(), Korvex::TOKEN_ACOS_A03);
     viewer->SetP11(Token(), kOtto.position);

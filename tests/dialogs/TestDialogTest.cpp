@@ -23,6 +23,7 @@ namespace {
 class TestDialogTest : public testing::Test {
 protected:
     void SetUp() override {
+        Frame();  // loads the module and the card list before any fault is set
         ResetCards();
         SetPinAnswers({});
     }

@@ -277,11 +277,15 @@ protected:
         return p11;
     }
 
-    // Reads the identity link through the token object of this process.
+    // Reads the identity link through the token object of this process,
+    // after restarting the module so that it reads the cards' stored state
+    // afresh (the companion wrote it from another process).
     std::vector<unsigned char> IdentityLink(const Card& card) {
         std::vector<Korvex::SlotStruct*> slots;
         std::vector<unsigned char> value;
         Korvex::acPKCS11& p11 = Token();
+        p11.destroy();
+        p11.init();
         if (p11.GetSlots(slots) && p11.OpenSession(card.position, false)) {
             p11.ReadDataObject("PERSONENBINDUNG", value);
             p11.CloseSession();
