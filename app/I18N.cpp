@@ -53,8 +53,10 @@ int I18N::Initialize(long language)
     if (language == wxLANGUAGE_UNKNOWN)
         language = wxLANGUAGE_DEFAULT;
 
+    // The system default needs no check (it is what a failed check falls
+    // back to), and asking the toolkit costs a noticeable part of start-up.
     int result = I18N_OK;
-    if (!wxLocale::IsAvailable(static_cast<int>(language))) {
+    if (language != wxLANGUAGE_DEFAULT && !wxLocale::IsAvailable(static_cast<int>(language))) {
         language = wxLANGUAGE_DEFAULT;
         result = I18N_LANGUAGE_UNAVAILABLE;
     }

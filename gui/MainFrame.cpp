@@ -9,6 +9,7 @@
 #include "gui/Images.h"
 #include "gui/RefreshCardThread.h"
 #include "gui/Translate.h"
+#include "gui/XpmImage.h"
 #include "token/acPKCS11.h"
 
 #include <wx/bmpbuttn.h>
@@ -74,10 +75,10 @@ MainFrame::MainFrame(wxWindow* parent)
     sizer_sig_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Signaturzertifikat"));
     sizer_enc_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Geheimhaltungszertifikat"));
     sizer_pers_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Infoboxbereich"));
-    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(KorvexBanner));
+    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(XpmToImage(KorvexBanner)));
     list_ctrl_cards = new wxListCtrl(panel_main, ID_CARD_LIST, wxDefaultPosition, wxDefaultSize,
                                      wxLC_REPORT | wxLC_SINGLE_SEL | wxSUNKEN_BORDER);
-    button_reload = new wxBitmapButton(panel_main, ID_RELOAD, wxBitmap(ButtonReload));
+    button_reload = new wxBitmapButton(panel_main, ID_RELOAD, wxBitmap(XpmToImage(ButtonReload)));
     button_sig_change_pin = new wxButton(panel_main, ID_SIG_CHANGE_PIN, Tr("6 stellige PIN ändern"));
     button_sig_puk = new wxButton(panel_main, ID_SIG_PUK, Tr("6 stellige PIN entsperren"));
     button_sig_show_cert = new wxButton(panel_main, ID_SIG_SHOW_CERT, Tr("Zertifikat anzeigen"));
@@ -89,7 +90,7 @@ MainFrame::MainFrame(wxWindow* parent)
     button_pers_change = new wxButton(panel_main, ID_PERS_CHANGE, Tr("4 stellige PIN ändern"));
     button_pers_puk = new wxButton(panel_main, ID_PERS_PUK, Tr("4 stellige PIN entsperren"));
     button_pers_show = new wxButton(panel_main, ID_PERS_SHOW, Tr("Infobox anzeigen"));
-    bitmap_status = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(ButtonOk));
+    bitmap_status = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(XpmToImage(ButtonOk)));
     label_status = new wxStaticText(panel_main, wxID_ANY, wxEmptyString, wxDefaultPosition,
                                     wxDefaultSize, wxALIGN_CENTRE_HORIZONTAL);
 
@@ -97,14 +98,16 @@ MainFrame::MainFrame(wxWindow* parent)
     do_layout();
 
     m_ImageList = new wxImageList(kChipWidth, 22);
-    m_ChipImageIndex = m_ImageList->Add(wxBitmap(chip_small_xpm));
+    m_ChipImageIndex = m_ImageList->Add(wxBitmap(XpmToImage(chip_small_xpm)));
     // The small list owns the image list; the normal one only borrows it.
     list_ctrl_cards->SetImageList(m_ImageList, wxIMAGE_LIST_NORMAL);
     list_ctrl_cards->AssignImageList(m_ImageList, wxIMAGE_LIST_SMALL);
     bitmap_status->Hide();
     label_status->Hide();
 
-    SetIcon(wxIcon(IconXpm));
+    wxIcon icon;
+    icon.CopyFromBitmap(wxBitmap(XpmToImage(IconXpm)));
+    SetIcon(icon);
     if (!m_Version.empty())
         SetTitle(wxString::Format("%s (%s, %s)", Tr("Kartenverwaltung"), m_Version, "x64"));
     else
@@ -237,7 +240,7 @@ void MainFrame::SetStatus(wxString text, bool isError)
         return;
     }
 
-    const wxBitmap icon(isError ? ButtonCancel : ButtonOk);
+    const wxBitmap icon(XpmToImage(isError ? ButtonCancel : ButtonOk));
     label_status->Show();
     bitmap_status->Show();
     label_status->SetLabel(text);
