@@ -86,8 +86,8 @@ int list(const CardSetSpec& set, const ControlState& control) {
     const auto cards = effectiveCards(set, control);
     std::cout << "Readers:\n";
     for (size_t i = 0; i < set.readers.size(); ++i) {
-        std::cout << "  " << i << "  " << set.readers[i].name << (set.readers[i].removable ? "" : " [fest]") << ": "
-                  << (cards[i] ? describe(*cards[i]) : std::string("leer")) << "\n";
+        std::cout << "  " << i << "  " << set.readers[i].name << (set.readers[i].removable ? "" : " [fixed]") << ": "
+                  << (cards[i] ? describe(*cards[i]) : std::string("empty")) << "\n";
     }
     std::vector<const CardSpec*> outside;
     auto placed = [&](const std::string& serial) {
