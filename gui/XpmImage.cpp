@@ -1,8 +1,6 @@
 // Direct XPM reader for the program's own pictures.
 #include "gui/XpmImage.h"
 
-#include <wx/bitmap.h>
-
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -112,5 +110,5 @@ wxImage XpmToImage(const char* const* xpm)
     wxImage image;
     if (ReadXpm(xpm, image))
         return image;
-    return wxBitmap(xpm).ConvertToImage();
+    return wxImage();
 }

@@ -6,6 +6,7 @@
 #include <wx/image.h>
 
 // Reads XPM data whose colours are "#RRGGBB" or "None" (transparent), with
-// one or two characters per pixel; other XPM data goes to the toolkit's
-// reader. A transparent colour gives the image an alpha channel.
+// one or two characters per pixel, as the artwork generator writes them; any
+// other data gives an invalid image. A transparent colour gives the image an
+// alpha channel.
 wxImage XpmToImage(const char* const* xpm);
