@@ -70,8 +70,11 @@ TestDialog::TestDialog(wxWindow* parent, wxWindowID id, const wxString& title, c
 TestDialog::~TestDialog() { m_fadeTimer.Stop(); }
 
 void TestDialog::set_properties() {
-    m_text->SetMinSize(wxSize(480, 110));
-    m_signature->SetMinSize(wxSize(480, 110));
+    m_text->SetMinSize(wxSize(600, 110));
+    // Base64 comes in lines of 76 characters; a fixed-width font keeps them
+    // from being re-wrapped at every slash.
+    m_signature->SetFont(wxFont(9, wxFONTFAMILY_TELETYPE, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_NORMAL));
+    m_signature->SetMinSize(wxSize(600, 130));
     m_hash->SetMinSize(wxSize(140, -1));
     m_keyAlgorithm->SetMinSize(wxSize(80, -1));
     m_statusIcon->Hide();

@@ -11,6 +11,7 @@
 
 #include <wx/button.h>
 #include <wx/listbox.h>
+#include <wx/notebook.h>
 #include <wx/textctrl.h>
 
 #include <gtest/gtest.h>
@@ -222,6 +223,10 @@ TEST_F(InfoboxBereichTest, Screenshot) {
     Open(kMaria, Korvex::TOKEN_ACOS_A04);
     Select("01 PERSONENBINDUNG");
     ASSERT_FALSE(Text().empty());
+    // Show the summary page rather than the hex dump.
+    auto* pages = dynamic_cast<wxNotebook*>(dialog->GetTextPage()->GetParent());
+    ASSERT_NE(pages, nullptr);
+    pages->SetSelection(1);
     SaveScreenshot(dialog, "infobox");
 }
 
