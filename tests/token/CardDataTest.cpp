@@ -6,7 +6,7 @@ using namespace tokentest;
 
 namespace {
 
-using CardDataTest = TokenTest;
+using TokenCardDataTest = TokenTest;
 
 const char* const kAcos03 = kCards[0].serial;  // fixed objects
 const char* const kAcos04 = kCards[1].serial;  // infobox file
@@ -21,7 +21,7 @@ std::vector<unsigned char> identityLink(size_t size, unsigned char first = 0x30)
     return data;
 }
 
-TEST_F(CardDataTest, ApdusAppendTheirResponseWithStatusWord)
+TEST_F(TokenCardDataTest, ApdusAppendTheirResponseWithStatusWord)
 {
     ASSERT_TRUE(openCard(kAcos03));
     std::vector<unsigned char> response = {0x01};
@@ -45,7 +45,7 @@ TEST_F(CardDataTest, ApdusAppendTheirResponseWithStatusWord)
     EXPECT_EQ(length, 256u);
 }
 
-TEST_F(CardDataTest, ECardDataIsReadByName)
+TEST_F(TokenCardDataTest, ECardDataIsReadByName)
 {
     ASSERT_TRUE(openCard(kECard));
     unsigned char buffer[2048];
@@ -70,7 +70,7 @@ TEST_F(CardDataTest, ECardDataIsReadByName)
                                                         "Failed get EHIC, rv = 0x54"}));
 }
 
-TEST_F(CardDataTest, IdentityLinkIsWrittenAfterTheModulesLogin)
+TEST_F(TokenCardDataTest, IdentityLinkIsWrittenAfterTheModulesLogin)
 {
     const std::vector<unsigned char> data = identityLink(300);
     std::string error;
@@ -88,7 +88,7 @@ TEST_F(CardDataTest, IdentityLinkIsWrittenAfterTheModulesLogin)
     EXPECT_TRUE(p11->UpdatePersonenbindung(kAcos04, identityLink(1024), error)) << error;
 }
 
-TEST_F(CardDataTest, IdentityLinkRefusals)
+TEST_F(TokenCardDataTest, IdentityLinkRefusals)
 {
     std::string error;
     const unsigned long dialogs = Sim::pinDialogs();
@@ -123,7 +123,7 @@ TEST_F(CardDataTest, IdentityLinkRefusals)
                                                         "PKCS11 Proc_C_OpenSession ERROR0x30"}));
 }
 
-TEST_F(CardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
+TEST_F(TokenCardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
 {
     ASSERT_TRUE(openCard(kAcos04, true));
     std::vector<unsigned char> infobox;
@@ -148,7 +148,7 @@ TEST_F(CardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-class ShimCardDataTest : public TokenTest {
+class TokenShimCardDataTest : public TokenTest {
 protected:
     void SetUp() override
     {
@@ -163,7 +163,7 @@ protected:
     std::unique_ptr<ModuleOverride> shim;
 };
 
-TEST_F(ShimCardDataTest, ShortAndLongResponses)
+TEST_F(TokenShimCardDataTest, ShortAndLongResponses)
 {
     ASSERT_TRUE(openCard(kAcos03));
     std::vector<unsigned char> response(10);

@@ -10,11 +10,11 @@ using namespace tokentest;
 
 namespace {
 
-using CertTest = TokenTest;
+using TokenCertTest = TokenTest;
 
 const char* const kAcos = kCards[1].serial;  // holder "Test Karte2"
 
-TEST_F(CertTest, SignatureCertificateAndItsTexts)
+TEST_F(TokenCertTest, SignatureCertificateAndItsTexts)
 {
     ASSERT_TRUE(openCard(kAcos));
     ASSERT_TRUE(p11->LoadSigningCertificate(true));
@@ -71,7 +71,7 @@ TEST_F(CertTest, SignatureCertificateAndItsTexts)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-TEST_F(CertTest, MissingCertificateSessionOrOversizedValueFail)
+TEST_F(TokenCertTest, MissingCertificateSessionOrOversizedValueFail)
 {
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
     EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Session nicht offen"});
@@ -91,7 +91,7 @@ TEST_F(CertTest, MissingCertificateSessionOrOversizedValueFail)
     EXPECT_EQ(Log::errors().back(), "PKCS11 FindObjects ERROR");
 }
 
-TEST_F(CertTest, CertificatesOfEveryCard)
+TEST_F(TokenCertTest, CertificatesOfEveryCard)
 {
     Korvex::slCertificate cert;
     ASSERT_TRUE(p11->GetCertificate(2, true, cert));
@@ -111,7 +111,7 @@ TEST_F(CertTest, CertificatesOfEveryCard)
     EXPECT_NE(p11->getSigningCertificateHandle(false), CK_INVALID_HANDLE);
 }
 
-class ShimCertTest : public TokenTest {
+class TokenShimCertTest : public TokenTest {
 protected:
     void SetUp() override
     {
@@ -126,7 +126,7 @@ protected:
     std::unique_ptr<ModuleOverride> shim;
 };
 
-TEST_F(ShimCertTest, ValueLongerThanTheBufferIsRefused)
+TEST_F(TokenShimCertTest, ValueLongerThanTheBufferIsRefused)
 {
     ASSERT_TRUE(openCard(kAcos));
     // Call 1 reads the first certificate's label, call 2 its value.

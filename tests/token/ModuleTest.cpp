@@ -8,7 +8,7 @@ using namespace tokentest;
 
 namespace {
 
-class ModuleTest : public ::testing::Test {
+class TokenModuleTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -17,7 +17,7 @@ protected:
     }
 };
 
-TEST_F(ModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)
+TEST_F(TokenModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)
 {
     const char* previous = Korvex::PKCS11_LIB_NAME;
     Korvex::PKCS11_LIB_NAME = "libKorvexNoSuchModule.so";
@@ -40,7 +40,7 @@ TEST_F(ModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)
     EXPECT_FALSE(token.GetSlots(slots, true));
 }
 
-TEST_F(ModuleTest, LoadsOnceLogsModuleInfoAndSharesTheModule)
+TEST_F(TokenModuleTest, LoadsOnceLogsModuleInfoAndSharesTheModule)
 {
     Token first;
     ASSERT_TRUE(Token::IsInitialized());
@@ -67,7 +67,7 @@ TEST_F(ModuleTest, LoadsOnceLogsModuleInfoAndSharesTheModule)
     EXPECT_TRUE(first.destroy());  // a second destroy must not close twice
 }
 
-TEST_F(ModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
+TEST_F(TokenModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
 {
     ModuleOverride shim(SHIM_FULL_PATH);
     shim.failCall("C_Initialize", 1, CKR_GENERAL_ERROR);
@@ -89,7 +89,7 @@ TEST_F(ModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
     token.destroy();
 }
 
-TEST_F(ModuleTest, ModuleWithoutInitializeIsRefused)
+TEST_F(TokenModuleTest, ModuleWithoutInitializeIsRefused)
 {
     ModuleOverride shim(SHIM_NOINIT_PATH);
     Token token;
@@ -98,7 +98,7 @@ TEST_F(ModuleTest, ModuleWithoutInitializeIsRefused)
     token.destroy();
 }
 
-TEST_F(ModuleTest, ClientVersionIsComparedFieldByField)
+TEST_F(TokenModuleTest, ClientVersionIsComparedFieldByField)
 {
     struct Case {
         const char* configured;
@@ -121,7 +121,7 @@ TEST_F(ModuleTest, ClientVersionIsComparedFieldByField)
     setClientVersion("");
 }
 
-TEST_F(ModuleTest, LogLinesAppendLowerCaseHexAndJoinTextsWithOneBlank)
+TEST_F(TokenModuleTest, LogLinesAppendLowerCaseHexAndJoinTextsWithOneBlank)
 {
     ::acPKCS11::LogError("PKCS11 Proc_C_OpenSession ERROR", 0x1B0UL);
     ::acPKCS11::LogError("Failed get ATR, rv = ", 0UL);

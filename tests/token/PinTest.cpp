@@ -9,12 +9,12 @@ using Korvex::APPL_SIGNATURE;
 
 namespace {
 
-using PinTest = TokenTest;
+using TokenPinTest = TokenTest;
 
 const char* const kAcos = kCards[1].serial;  // ACOS-A04: PUK, card type code 5
 const char* const kG3A = kCards[4].serial;   // e-card: no PUK, PIN status, code 3
 
-TEST_F(PinTest, ChangeSucceedsAndTheNewPinIsInForce)
+TEST_F(TokenPinTest, ChangeSucceedsAndTheNewPinIsInForce)
 {
     ASSERT_TRUE(openCard(kAcos));
     setPinAnswers({"123456", "654321", "654321", "654321", "123456", "123456"});
@@ -30,7 +30,7 @@ TEST_F(PinTest, ChangeSucceedsAndTheNewPinIsInForce)
     EXPECT_EQ(p11->ChangePIN(APPL_IDENTITY_LINK), Korvex::PKCS11_OK);
 }
 
-TEST_F(PinTest, WrongPinLockedAndCancelledMapToTheirResults)
+TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
 {
     ASSERT_TRUE(openCard(kAcos));
     setPinAnswers({"CANCEL", "9999", "1111", "1111", "9999", "1111", "1111", "9999", "1111", "1111"});
@@ -53,7 +53,7 @@ TEST_F(PinTest, WrongPinLockedAndCancelledMapToTheirResults)
     EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_ENCRYPTION), 3);
 }
 
-TEST_F(PinTest, UnblockOnAnECardIsAnError)
+TEST_F(TokenPinTest, UnblockOnAnECardIsAnError)
 {
     ASSERT_TRUE(openCard(kG3A));
     unsigned long dialogs = Sim::pinDialogs();
@@ -62,7 +62,7 @@ TEST_F(PinTest, UnblockOnAnECardIsAnError)
     EXPECT_EQ(Sim::pinDialogs(), dialogs);
 }
 
-TEST_F(PinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
+TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
 {
     EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
     EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
@@ -78,7 +78,7 @@ TEST_F(PinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
     EXPECT_EQ(Sim::pinDialogs(), dialogs);
 }
 
-TEST_F(PinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
+TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
 {
     ASSERT_TRUE(openCard(kAcos));
     setPinAnswers({"999999", "111111", "111111", "999999", "111111", "111111", "999999", "111111", "111111"});
@@ -92,7 +92,7 @@ TEST_F(PinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-TEST_F(PinTest, InitPinForcesTheSoftwarePinOnAcosCardsForNewClients)
+TEST_F(TokenPinTest, InitPinForcesTheSoftwarePinOnAcosCardsForNewClients)
 {
     setClientVersion("1.4.0.0");
     p11->destroy();
@@ -122,7 +122,7 @@ TEST_F(PinTest, InitPinForcesTheSoftwarePinOnAcosCardsForNewClients)
     setClientVersion("");
 }
 
-TEST_F(PinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
+TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
 {
     Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
     int32_t tries = 0;
@@ -147,7 +147,7 @@ TEST_F(PinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
     EXPECT_EQ(p11->GetPINStatus(static_cast<Korvex::ApplType>(3), state, tries), Korvex::PKCS11_ERROR);
 }
 
-class ShimPinTest : public TokenTest {
+class TokenShimPinTest : public TokenTest {
 protected:
     void SetUp() override
     {
@@ -162,7 +162,7 @@ protected:
     std::unique_ptr<ModuleOverride> shim;
 };
 
-TEST_F(ShimPinTest, StatusBytesAreReadWhateverTheResult)
+TEST_F(TokenShimPinTest, StatusBytesAreReadWhateverTheResult)
 {
     ASSERT_TRUE(openCard(kG3A));
     ASSERT_TRUE(p11->LoadCardType());

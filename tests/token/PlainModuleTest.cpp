@@ -7,7 +7,7 @@ using namespace tokentest;
 
 namespace {
 
-class PlainModuleTest : public TokenTest {
+class TokenPlainModuleTest : public TokenTest {
 protected:
     void SetUp() override
     {
@@ -22,7 +22,7 @@ protected:
     std::unique_ptr<ModuleOverride> shim;
 };
 
-TEST_F(PlainModuleTest, StandardOperationsWork)
+TEST_F(TokenPlainModuleTest, StandardOperationsWork)
 {
     EXPECT_FALSE(Token::HasCardTransmit());
     EXPECT_FALSE(Token::HasCardAttribute());
@@ -45,7 +45,7 @@ TEST_F(PlainModuleTest, StandardOperationsWork)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-TEST_F(PlainModuleTest, VendorOperationsFailCleanly)
+TEST_F(TokenPlainModuleTest, VendorOperationsFailCleanly)
 {
     ASSERT_TRUE(openCard(kCards[4].serial));
     EXPECT_EQ(p11->ReadATR(true), "");

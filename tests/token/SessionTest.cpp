@@ -6,9 +6,9 @@ using namespace tokentest;
 
 namespace {
 
-using SessionTest = TokenTest;
+using TokenSessionTest = TokenTest;
 
-TEST_F(SessionTest, OpenAndCloseFollowThePositionRules)
+TEST_F(TokenSessionTest, OpenAndCloseFollowThePositionRules)
 {
     std::vector<Korvex::SlotStruct*> slots;
     ASSERT_TRUE(p11->GetSlots(slots, true));
@@ -32,7 +32,7 @@ TEST_F(SessionTest, OpenAndCloseFollowThePositionRules)
     EXPECT_EQ(p11->GetSlotIndex(), -1);
 }
 
-TEST_F(SessionTest, FailedOpenIsLoggedAndKeepsTheSlotIndex)
+TEST_F(TokenSessionTest, FailedOpenIsLoggedAndKeepsTheSlotIndex)
 {
     ASSERT_TRUE(openCard(kCards[0].serial));
     EXPECT_EQ(p11->GetSlotIndex(), 0);
@@ -43,7 +43,7 @@ TEST_F(SessionTest, FailedOpenIsLoggedAndKeepsTheSlotIndex)
     EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Proc_C_OpenSession ERROR0xe1"});
 }
 
-TEST_F(SessionTest, FindsTheCardByTwelveOrSixteenCharacters)
+TEST_F(TokenSessionTest, FindsTheCardByTwelveOrSixteenCharacters)
 {
     std::string serial = kCards[4].serial;
     EXPECT_EQ(p11->findSlotForCin(serial), 4);
@@ -58,7 +58,7 @@ TEST_F(SessionTest, FindsTheCardByTwelveOrSixteenCharacters)
     EXPECT_FALSE(p11->OpenGlobalSession("123"));
 }
 
-TEST_F(SessionTest, ReadsTheCardNumberOverApdus)
+TEST_F(TokenSessionTest, ReadsTheCardNumberOverApdus)
 {
     for (int i : {1, 6}) {
         ASSERT_TRUE(openCard(kCards[i].serial));
@@ -76,7 +76,7 @@ TEST_F(SessionTest, ReadsTheCardNumberOverApdus)
                                                         "error select DF DEC"}));
 }
 
-TEST_F(SessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailures)
+TEST_F(TokenSessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailures)
 {
     CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
     EXPECT_FALSE(p11->FindObject("SK.CH.SIG", CKO_PRIVATE_KEY, handle));  // no session
@@ -113,7 +113,7 @@ TEST_F(SessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailures)
                                                         "PKCS11 Proc_C_FindObjectsFinal0x30"}));
 }
 
-TEST_F(SessionTest, OversizedObjectCountIsCutToTheArray)
+TEST_F(TokenSessionTest, OversizedObjectCountIsCutToTheArray)
 {
     ASSERT_TRUE(openCard(kCards[1].serial));
     Sim::malformed("C_FindObjects", kCards[1].serial, VSIM_ALWAYS);
@@ -127,7 +127,7 @@ TEST_F(SessionTest, OversizedObjectCountIsCutToTheArray)
     EXPECT_TRUE(p11->GetSignKeyType(key, true));  // ten-handle search, same guard
 }
 
-TEST_F(SessionTest, CardPulledOutBetweenCallsFailsCleanly)
+TEST_F(TokenSessionTest, CardPulledOutBetweenCallsFailsCleanly)
 {
     ASSERT_TRUE(openCard(kCards[1].serial));
     Sim::removeCard(1);

@@ -11,7 +11,7 @@ using Korvex::HashAlgorithm;
 
 namespace {
 
-using SignTest = TokenTest;
+using TokenSignTest = TokenTest;
 
 const char* const kAcos = kCards[1].serial;  // RSA 1536 signature key, EC P-256 encryption key
 
@@ -37,7 +37,7 @@ struct SignCase {
     Korvex::SignKey keyKind;
 };
 
-TEST_F(SignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
+TEST_F(TokenSignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
 {
     const SignCase cases[] = {
         {kAcos, true, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_RSA},
@@ -72,7 +72,7 @@ TEST_F(SignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-TEST_F(SignTest, SignAndVerifyAFinishedDigestOnTheCard)
+TEST_F(TokenSignTest, SignAndVerifyAFinishedDigestOnTheCard)
 {
     ASSERT_TRUE(openCard(kAcos));
     std::vector<unsigned char> digest;
@@ -104,7 +104,7 @@ TEST_F(SignTest, SignAndVerifyAFinishedDigestOnTheCard)
     EXPECT_TRUE(p11->Verify("PK.CH.SIG", text, std::vector<unsigned char>(signature, signature + length)));
 }
 
-TEST_F(SignTest, InputChecksComeBeforeTheCard)
+TEST_F(TokenSignTest, InputChecksComeBeforeTheCard)
 {
     unsigned char out[512];
     unsigned long length = sizeof(out);
@@ -128,7 +128,7 @@ TEST_F(SignTest, InputChecksComeBeforeTheCard)
     EXPECT_TRUE(p11->signString(big.data(), 2048, out, length, kind, true, Korvex::HashSha256));
 }
 
-TEST_F(SignTest, CardFailuresAreLoggedWithTheirCodes)
+TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
 {
     ASSERT_TRUE(openCard(kAcos));
     const std::vector<unsigned char> text = bytes("abc");
@@ -165,7 +165,7 @@ TEST_F(SignTest, CardFailuresAreLoggedWithTheirCodes)
     EXPECT_TRUE(signature.empty());
 }
 
-TEST_F(SignTest, KeyKindsLabelsAndHashChoice)
+TEST_F(TokenSignTest, KeyKindsLabelsAndHashChoice)
 {
     ASSERT_TRUE(openCard(kAcos));
     Korvex::SignKey kind = Korvex::SIGN_KEY_EC;

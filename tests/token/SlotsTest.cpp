@@ -6,7 +6,7 @@ using namespace tokentest;
 
 namespace {
 
-using SlotsTest = TokenTest;
+using TokenSlotsTest = TokenTest;
 
 std::vector<std::string> serialsOf(const std::vector<Korvex::SlotStruct*>& slots)
 {
@@ -16,7 +16,7 @@ std::vector<std::string> serialsOf(const std::vector<Korvex::SlotStruct*>& slots
     return serials;
 }
 
-TEST_F(SlotsTest, ListsRemovableCardsAndBlankSerialsOnlyOnRequest)
+TEST_F(TokenSlotsTest, ListsRemovableCardsAndBlankSerialsOnlyOnRequest)
 {
     std::vector<Korvex::SlotStruct*> slots;
     ASSERT_TRUE(p11->GetSlots(slots, true));
@@ -35,7 +35,7 @@ TEST_F(SlotsTest, ListsRemovableCardsAndBlankSerialsOnlyOnRequest)
     EXPECT_EQ(serialsOf(slots).at(7), kOddG3BSerial);
 }
 
-TEST_F(SlotsTest, ClassifiesEveryGenerationByModelAndLabel)
+TEST_F(TokenSlotsTest, ClassifiesEveryGenerationByModelAndLabel)
 {
     const struct {
         int32_t sigAlgo, sigLength, encAlgo, encLength;
@@ -73,7 +73,7 @@ TEST_F(SlotsTest, ClassifiesEveryGenerationByModelAndLabel)
     }
 }
 
-TEST_F(SlotsTest, TokenInfoOutsideTheListFailsWithoutChangingTheRecord)
+TEST_F(TokenSlotsTest, TokenInfoOutsideTheListFailsWithoutChangingTheRecord)
 {
     Korvex::TokenInfoStruct2 info;
     info.label = "unverändert";
@@ -84,7 +84,7 @@ TEST_F(SlotsTest, TokenInfoOutsideTheListFailsWithoutChangingTheRecord)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-TEST_F(SlotsTest, CardTypeCodesComeFromTheAtr)
+TEST_F(TokenSlotsTest, CardTypeCodesComeFromTheAtr)
 {
     std::string previousAtr;
     for (const TestCard& card : kCards) {
@@ -107,7 +107,7 @@ TEST_F(SlotsTest, CardTypeCodesComeFromTheAtr)
     EXPECT_EQ(p11->GetCardType(), 0);
 }
 
-TEST_F(SlotsTest, AtrIsCachedUntilForcedAndResetReadsItAgain)
+TEST_F(TokenSlotsTest, AtrIsCachedUntilForcedAndResetReadsItAgain)
 {
     ASSERT_TRUE(openCard(kCards[1].serial));
     std::string atr = p11->ReadATR(false);
@@ -125,7 +125,7 @@ TEST_F(SlotsTest, AtrIsCachedUntilForcedAndResetReadsItAgain)
     EXPECT_EQ(Log::errors().back(), "Failed do Reset, rv =0x30");
 }
 
-TEST_F(SlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
+TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
 {
     std::vector<Korvex::SlotStruct*> slots;
     Sim::fault("C_GetSlotList", "*", CKR_DEVICE_ERROR, 1);
@@ -151,7 +151,7 @@ TEST_F(SlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
                                                         "PKCS11 Proc_C_GetTokenInfo ERROR0xe0"}));
 }
 
-TEST_F(SlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
+TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
 {
     Sim::malformed("C_GetSlotList", "*", VSIM_ALWAYS);
     std::vector<Korvex::SlotStruct*> slots;
@@ -161,7 +161,7 @@ TEST_F(SlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
     EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
 }
 
-class ShimSlotsTest : public TokenTest {
+class TokenShimSlotsTest : public TokenTest {
 protected:
     void SetUp() override
     {
@@ -176,7 +176,7 @@ protected:
     std::unique_ptr<ModuleOverride> shim;
 };
 
-TEST_F(ShimSlotsTest, SecondSlotListCallFailureIsLogged)
+TEST_F(TokenShimSlotsTest, SecondSlotListCallFailureIsLogged)
 {
     std::vector<Korvex::SlotStruct*> slots;
     shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
@@ -188,7 +188,7 @@ TEST_F(ShimSlotsTest, SecondSlotListCallFailureIsLogged)
                                                         "PKCS11 Proc_C_GetSlotList(2) ERROR0x150"}));
 }
 
-TEST_F(ShimSlotsTest, UnknownAtrLeavesTheCardTypeUnknown)
+TEST_F(TokenShimSlotsTest, UnknownAtrLeavesTheCardTypeUnknown)
 {
     ASSERT_TRUE(openCard(kCards[0].serial));
     shim->setOutput("C_CardAttribute", {0x3B, 0x01, 0xAB});
@@ -197,7 +197,7 @@ TEST_F(ShimSlotsTest, UnknownAtrLeavesTheCardTypeUnknown)
     EXPECT_EQ(Log::errors(), std::vector<std::string>{"Unknown atr=3B01AB"});
 }
 
-TEST_F(ShimSlotsTest, AcosAtrIsRefinedByTheModel)
+TEST_F(TokenShimSlotsTest, AcosAtrIsRefinedByTheModel)
 {
     // The generic ACOS ATR on the A05 card: the model decides.
     const std::vector<unsigned char> acosAtr = {0x3B, 0xBF, 0x11, 0x00, 0x81, 0x31,
