@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -44,12 +45,25 @@ std::string Env(const char* name) {
     return value ? value : "";
 }
 
+std::string g_scratch;
+
+// Every test process makes its own folder; KORVEX_KEEP_SCRATCH keeps it for
+// a look after a failure.
+void RemoveScratch() {
+    if (!g_scratch.empty() && Env("KORVEX_KEEP_SCRATCH").empty()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(g_scratch, ignored);
+    }
+}
+
 std::string MakeScratch() {
     std::string base = Env("KORVEX_BINARY_DIR");
     base = base.empty() ? "/tmp" : base + "/test-scratch";
     mkdir(base.c_str(), 0700);
     std::string pattern = base + "/dialogs-XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    g_scratch = pattern;
+    std::atexit(RemoveScratch);
     return pattern;
 }
 
