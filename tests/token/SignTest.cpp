@@ -153,6 +153,11 @@ TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
                                  "PKCS11 Proc_C_FindObjectsInit ERROR0x30",
                                  "PKCS11 Unbekannter Signaturalgorihtmus", "PKCS11 Proc_C_Sign0x31"}));
 
+    Log::clear();
+    Sim::fault("C_VerifyInit", kAcos, CKR_KEY_TYPE_INCONSISTENT, 1);
+    EXPECT_FALSE(p11->Verify("PK.CH.SIG", text, text, Korvex::HashSha1));
+    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Proc_C_VerifyInit0x63"});
+
     // A signature length beyond the buffer is refused, not copied. (A fresh
     // session: the failed size query above left its operation open.)
     p11->CloseSession();
@@ -161,6 +166,7 @@ TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
     setPinAnswers({"123456", "123456"});
     length = sizeof(out);
     EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
+    EXPECT_EQ(Log::errors().back(), "PKCS11 buffer size error");
     EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
     EXPECT_TRUE(signature.empty());
 }
