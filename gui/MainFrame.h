@@ -127,6 +127,8 @@ private:
     void OnCharHook(wxKeyEvent& event);
     // Runs a PIN change or unblock on the selected card's application.
     void RunPinCommand(Korvex::ApplType appl, bool unblock);
+    // Destroy() was called: the window only waits for its deletion.
+    bool IsClosing() const;
     // Creates and starts the refresh thread; false when it could not start.
     bool StartRefreshThread();
 

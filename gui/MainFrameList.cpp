@@ -8,6 +8,7 @@
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
+#include <wx/app.h>
 #include <wx/bmpbuttn.h>
 #include <wx/button.h>
 #include <wx/clipbrd.h>
@@ -192,6 +193,12 @@ void MainFrame::evt_ListKeyDown(wxListEvent& event)
     event.Skip();
 }
 
+bool MainFrame::IsClosing() const
+{
+    return IsBeingDeleted() ||
+           (wxTheApp != nullptr && wxTheApp->IsScheduledForDestruction(const_cast<MainFrame*>(this)));
+}
+
 bool MainFrame::StartRefreshThread()
 {
     m_Thread = new RefreshCardThread(this, m_P11);
@@ -207,6 +214,9 @@ bool MainFrame::StartRefreshThread()
 
 void MainFrame::evt_reload(wxCommandEvent& /*event*/)
 {
+    // The start timer may still fire for a window that is being closed.
+    if (IsClosing())
+        return;
     AppLog()->LogMessage("evt_reload");
     MyEnable(false);
     m_Wait.Centre(wxBOTH);
@@ -230,6 +240,9 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
     const ListEntryVector rows = m_Thread->GetList();
     delete m_Thread;
     m_Thread = nullptr;
+    // A window closed during the refresh has already given up its controls.
+    if (IsClosing())
+        return;
 
     // Every row goes in at the position of the one before, so the last card
     // read ends up on top.
