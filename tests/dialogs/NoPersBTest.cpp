@@ -100,6 +100,7 @@ TEST_F(NoPersBTest, StartsTheWriterFromTheConfiguredDirectory) {
     wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
     dialog.evt_write_persb(event);
     ASSERT_TRUE(WaitForFile(record, 10));
+    Pump(300);  // lets the toolkit notice the writer's end and release its record
     const std::vector<unsigned char> args = ReadFileBytes(record);
     EXPECT_EQ(std::string(args.begin(), args.end()), dir + "/VessaPlus\n-z\n");
 }
@@ -112,6 +113,7 @@ TEST_F(NoPersBTest, WithoutTheSettingTheWriterIsFoundOnThePath) {
     wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
     dialog.evt_write_persb(event);
     ASSERT_TRUE(WaitForFile(record, 10));
+    Pump(300);
     const std::vector<unsigned char> args = ReadFileBytes(record);
     const std::string text(args.begin(), args.end());
     EXPECT_NE(text.find("VessaPlus\n-z\n"), std::string::npos) << text;
