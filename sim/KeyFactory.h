@@ -27,7 +27,7 @@ struct CardKeys {
 // whatever is missing or does not fit the card (algorithm, size, holder).
 bool loadOrCreateCardKeys(const CardSpec& card, CardKeys& out, std::string& error);
 
-// Exposed for tests: whether a key has the algorithm and size of the spec.
+// Exposed for tests: whether a key has the algorithm and size that KeySpec asks for.
 bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& spec);
 
 } // namespace VessaSim
