@@ -81,6 +81,8 @@ ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> ar
     m_env["VESSA_SIM_STATE_DIR"] = sandbox.Root() + "/state";
     m_env["VESSA_SIM_KEY_DIR"] = BinaryDir() + "/test-scratch/gui-sim-keys";
     m_env["LD_LIBRARY_PATH"] = BinaryDir() + "/sim";
+    // Xvfb has no accessibility bus; its client would only leak D-Bus buffers.
+    m_env["NO_AT_BRIDGE"] = "1";
     m_env.erase("VESSA_SIM_CARDS");
     m_env.erase("VESSACARDS_EXIT_AFTER_REFRESH");
     std::vector<char> buffer(m_stderrPath.begin(), m_stderrPath.end());

@@ -51,17 +51,6 @@ TEST_F(RefreshThreadTest, ReadsOneEntryPerCardInReaderOrder)
     EXPECT_EQ(m_p11->GetSessionHandle(), 0u);
 }
 
-TEST_F(RefreshThreadTest, EntriesAreSharedNotCopied)
-{
-    RefreshCardThread thread(nullptr, m_p11);
-    ASSERT_EQ(thread.Run(), wxTHREAD_NO_ERROR);
-    thread.Wait();
-    const ListEntryVector first = thread.GetList();
-    const ListEntryVector second = thread.GetList();
-    ASSERT_FALSE(first.empty());
-    EXPECT_EQ(first[0].get(), second[0].get());
-}
-
 TEST_F(RefreshThreadTest, FailingSlotListGivesNoEntries)
 {
     SimSetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, 1);
