@@ -123,15 +123,20 @@ Bytes verify(Card& card, const Command& command) {
     case 0x83: index = PinIdentityLink; break;
     default: return status(0x6A88);
     }
-    PinState& pin = card.pin(index);
     if (command.data.empty()) {
+        const PinState& pin = card.pin(index);
         if (pin.locked()) return status(0x6983);
         return status(static_cast<unsigned short>(0x63C0 | (pin.tries & 0x0F)));
     }
-    std::string entered(command.data.begin(), command.data.end());
-    const int before = pin.tries;
-    CK_RV rv = verifyPin(pin, entered);
-    if (pin.tries != before) card.saveState();
+    const std::string entered(command.data.begin(), command.data.end());
+    CK_RV rv = CKR_OK;
+    card.updateState([&] {
+        PinState& pin = card.pin(index);
+        const int before = pin.tries;
+        rv = verifyPin(pin, entered);
+        return pin.tries != before;
+    });
+    const PinState& pin = card.pin(index);
     switch (rv) {
     case CKR_OK: return status(0x9000);
     case CKR_PIN_LOCKED: return status(0x6983);

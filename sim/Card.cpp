@@ -29,10 +29,7 @@ CK_OBJECT_HANDLE nextObjectHandle() {
     return next++;
 }
 
-Card::Card(const CardSpec& spec) : m_spec(spec) {
-    factoryPins();
-    loadState();
-}
+Card::Card(const CardSpec& spec) : m_spec(spec), m_stateFile(spec.serial) { loadState(); }
 
 std::vector<unsigned char> Card::atr() const { return hexToBytes(profile().atrHex); }
 
@@ -48,11 +45,11 @@ void Card::factoryPins() {
     }
 }
 
-std::string Card::stateFile() const { return cardStateDirectory(m_spec.serial) + "/state.xml"; }
-
 void Card::loadState() {
+    factoryPins();
+    m_savedData.clear();
     std::string text;
-    if (!readWholeFile(stateFile(), text)) return;
+    if (!m_stateFile.read(text)) return;
     pt::ptree tree;
     try {
         std::istringstream in(text);
@@ -104,25 +101,32 @@ bool Card::saveState() {
     }
     std::ostringstream out;
     pt::write_xml(out, tree);
-    return writeFileAtomically(stateFile(), out.str());
+    return m_stateFile.write(out.str());
+}
+
+void Card::refreshFromDisk() {
+    if (!m_stateFile.changedOnDisk()) return;
+    loadState();
+    if (m_objectsReady) syncDataObjects();
+}
+
+void Card::updateState(const std::function<bool()>& change) {
+    CardStateFile::Lock lock(m_stateFile);
+    refreshFromDisk();
+    if (change()) saveState();
 }
 
 void Card::resetToFactory() {
-    removeFile(stateFile());
+    {
+        CardStateFile::Lock lock(m_stateFile);
+        m_stateFile.remove();
+    }
     factoryPins();
     m_savedData.clear();
     loggedIn = false;
     elementaryFileSelected = false;
     selectedFile = 0x3F00;
-    if (m_objectsReady) {
-        m_objects.erase(std::remove_if(m_objects.begin(), m_objects.end(),
-                                       [](const std::unique_ptr<SimObject>& object) {
-                                           return object->isDataObject();
-                                       }),
-                        m_objects.end());
-        buildDataObjects();
-        rebuildInfobox();
-    }
+    if (m_objectsReady) syncDataObjects();
 }
 
 bool Card::loadKeys(std::string& error) {
@@ -150,34 +154,33 @@ void Card::installObjects() {
     if (!keys) return;
     for (auto& object : buildKeyObjects(*keys)) addObject(std::move(object));
     m_factoryIdentityLink = m_spec.identityLink ? buildIdentityLink(m_spec, keys->caKey.get()) : Bytes();
-    buildDataObjects();
-    rebuildInfobox();
+    syncDataObjects();
     m_objectsReady = true;
 }
 
-void Card::buildDataObjects() {
+std::vector<SimObject> Card::wantedDataObjects() const {
+    std::vector<SimObject> objects;
     const Bytes& link = m_factoryIdentityLink.empty() ? kEmptyFile : m_factoryIdentityLink;
     if (profile().infoboxFile) {
         for (const auto& entry : factoryInfobox(m_spec, m_factoryIdentityLink)) {
-            addObject(makeInfoboxEntryObject(entry.tag, entry.type, entry.content));
+            objects.push_back(makeInfoboxEntryObject(entry.tag, entry.type, entry.content));
         }
-        addObject(makeDataObject("PERSONENBINDUNG", ObjectRole::IdentityLinkAlias, link, false));
-        addObject(makeDataObject("INFOBOX", ObjectRole::InfoboxFile, Bytes(), false));
+        objects.push_back(makeDataObject("PERSONENBINDUNG", ObjectRole::IdentityLinkAlias, link, false));
+        objects.push_back(makeDataObject("INFOBOX", ObjectRole::InfoboxFile, Bytes(), false));
     } else {
-        addObject(makeDataObject("PERSONENBINDUNG", ObjectRole::DataFile, link, false));
-        addObject(makeDataObject("RFU1", ObjectRole::DataFile, kEmptyFile, false));
-        addObject(makeDataObject("RFU2", ObjectRole::DataFile, kEmptyFile, false));
+        objects.push_back(makeDataObject("PERSONENBINDUNG", ObjectRole::DataFile, link, false));
+        objects.push_back(makeDataObject("RFU1", ObjectRole::DataFile, kEmptyFile, false));
+        objects.push_back(makeDataObject("RFU2", ObjectRole::DataFile, kEmptyFile, false));
     }
-    applySavedData();
-}
-
-void Card::applySavedData() {
     for (const auto& saved : m_savedData) {
-        SimObject* object = objectByLabel(saved.first);
+        auto found = std::find_if(objects.begin(), objects.end(),
+                                  [&](const SimObject& object) { return object.label() == saved.first; });
+        SimObject* object = found == objects.end() ? nullptr : &*found;
         if (!object && profile().infoboxFile && saved.first.size() == 4 && saved.first.compare(0, 2, "0x") == 0) {
             Bytes tag = hexToBytes(saved.first.substr(2));
             if (tag.size() == 1 && tag[0] != 0) {
-                object = &addObject(makeInfoboxEntryObject(tag[0], saved.second.type, Bytes()));
+                objects.push_back(makeInfoboxEntryObject(tag[0], saved.second.type, Bytes()));
+                object = &objects.back();
             }
         }
         if (!object || (object->role != ObjectRole::DataFile && object->role != ObjectRole::InfoboxEntry)) continue;
@@ -185,6 +188,32 @@ void Card::applySavedData() {
         object->setBool(CKA_PRIVATE, saved.second.isPrivate);
         if (object->role == ObjectRole::InfoboxEntry) object->infoboxType = saved.second.type;
     }
+    return objects;
+}
+
+void Card::syncDataObjects() {
+    std::vector<SimObject> wanted = wantedDataObjects();
+    std::set<std::string> labels;
+    for (auto& object : wanted) {
+        labels.insert(object.label());
+        SimObject* existing = objectByLabel(object.label());
+        if (existing && existing->isDataObject() && existing->role == object.role) {
+            // Changed in place: sessions may hold the handle or be in the
+            // middle of a search that returned it.
+            object.handle = existing->handle;
+            *existing = std::move(object);
+        } else {
+            addObject(std::move(object));
+        }
+    }
+    // Entries added by a write that the saved state no longer has (another
+    // process reset the card) are gone, as on the card.
+    m_objects.erase(std::remove_if(m_objects.begin(), m_objects.end(),
+                                   [&](const std::unique_ptr<SimObject>& object) {
+                                       return object->isDataObject() && !labels.count(object->label());
+                                   }),
+                    m_objects.end());
+    rebuildInfobox();
 }
 
 SimObject* Card::infoboxEntry(unsigned char tag) {
@@ -242,31 +271,42 @@ SimObject* Card::objectByLabel(const std::string& label) {
     return nullptr;
 }
 
-CK_RV Card::writeDataObject(SimObject& target, const Bytes* value, const bool* makePrivate) {
-    if (target.role == ObjectRole::InfoboxFile || !target.isDataObject()) return CKR_ATTRIBUTE_READ_ONLY;
+CK_RV Card::writeDataObject(CK_OBJECT_HANDLE handle, const Bytes* value, const bool* makePrivate) {
     if (value && value->size() > kMaxDataObjectSize) return CKR_ATTRIBUTE_VALUE_INVALID;
-    SimObject* object = &target;
-    if (target.role == ObjectRole::IdentityLinkAlias) {
-        // The identity link of an infobox card is its entry 1.
-        object = infoboxEntry(1);
-        if (!object) object = &addObject(makeInfoboxEntryObject(1, 0x00, kEmptyFile));
-    }
-    if (value) object->setBytes(CKA_VALUE, *value);
-    if (makePrivate) {
-        object->setBool(CKA_PRIVATE, *makePrivate);
-        if (object->role == ObjectRole::InfoboxEntry) {
-            object->infoboxType = static_cast<unsigned char>((object->infoboxType & ~1u) | (*makePrivate ? 1u : 0u));
+    CK_RV rv = CKR_OK;
+    updateState([&] {
+        SimObject* object = this->object(handle);
+        if (!object) {
+            rv = CKR_OBJECT_HANDLE_INVALID;
+            return false;
         }
-    }
-    SavedData saved;
-    const Bytes* stored = object->find(CKA_VALUE);
-    saved.value = stored ? *stored : Bytes();
-    saved.isPrivate = object->isPrivate();
-    saved.type = object->infoboxType;
-    m_savedData[object->label()] = saved;
-    rebuildInfobox();
-    saveState();
-    return CKR_OK;
+        if (object->role == ObjectRole::InfoboxFile || !object->isDataObject()) {
+            rv = CKR_ATTRIBUTE_READ_ONLY;
+            return false;
+        }
+        if (object->role == ObjectRole::IdentityLinkAlias) {
+            // The identity link of an infobox card is its entry 1.
+            SimObject* entry = infoboxEntry(1);
+            object = entry ? entry : &addObject(makeInfoboxEntryObject(1, 0x00, kEmptyFile));
+        }
+        if (value) object->setBytes(CKA_VALUE, *value);
+        if (makePrivate) {
+            object->setBool(CKA_PRIVATE, *makePrivate);
+            if (object->role == ObjectRole::InfoboxEntry) {
+                object->infoboxType =
+                    static_cast<unsigned char>((object->infoboxType & ~1u) | (*makePrivate ? 1u : 0u));
+            }
+        }
+        SavedData saved;
+        const Bytes* stored = object->find(CKA_VALUE);
+        saved.value = stored ? *stored : Bytes();
+        saved.isPrivate = object->isPrivate();
+        saved.type = object->infoboxType;
+        m_savedData[object->label()] = saved;
+        rebuildInfobox();
+        return true;
+    });
+    return rv;
 }
 
 } // namespace VessaSim

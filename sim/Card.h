@@ -1,18 +1,24 @@
 // One simulated card: its personalisation, PINs, objects and the state it
 // keeps across restarts. A Card lives while it sits in a reader; pulling it
 // out and putting it back makes a fresh Card that reloads the saved state.
+// Other processes may load the same card (a companion program writes the
+// identity link while the card manager runs), so the saved state is the
+// card's truth: it is reloaded when it changed on disk, and every change is
+// made on the freshest state under the card's lock file.
 // All members are used under the module mutex, except the key loading that
 // ensureKeys() does under the card's own mutex.
 #pragma once
 
 #include "sim/CardData.h"
 #include "sim/CardSet.h"
+#include "sim/CardStateFile.h"
 #include "sim/KeyFactory.h"
 #include "sim/PinState.h"
 #include "sim/SimObject.h"
 
 #include <p11-kit/pkcs11.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -54,11 +60,17 @@ public:
     SimObject* objectByLabel(const std::string& label);
 
     // Writes value and/or protection of a data object and keeps INFOBOX and
-    // the PERSONENBINDUNG alias in step; saves the state.
-    CK_RV writeDataObject(SimObject& object, const Bytes* value, const bool* makePrivate);
+    // the PERSONENBINDUNG alias in step; saves the state. The object may
+    // have vanished meanwhile (CKR_OBJECT_HANDLE_INVALID).
+    CK_RV writeDataObject(CK_OBJECT_HANDLE handle, const Bytes* value, const bool* makePrivate);
 
-    // Saves PINs, counters and written data objects (atomically).
-    bool saveState();
+    // Takes over what another process saved since this one last read or
+    // wrote the card's state; one stat when nothing changed. Objects keep
+    // their handles; data objects the saved state no longer has go away.
+    void refreshFromDisk();
+    // Runs `change` on the freshest state, holding the card's lock file, and
+    // saves (atomically) if it says it changed something.
+    void updateState(const std::function<bool()>& change);
     // Factory PINs and data; deletes the saved state.
     void resetToFactory();
 
@@ -71,14 +83,16 @@ private:
 
     void factoryPins();
     void loadState();
-    void buildDataObjects();
-    void applySavedData();
+    bool saveState();
+    // Factory data objects with the written ones applied.
+    std::vector<SimObject> wantedDataObjects() const;
+    void syncDataObjects();
     void rebuildInfobox();
     SimObject& addObject(SimObject object);
     SimObject* infoboxEntry(unsigned char tag);
-    std::string stateFile() const;
 
     CardSpec m_spec;
+    CardStateFile m_stateFile;
     PinState m_pins[PinCount];
     std::mutex m_keyMutex;
     std::shared_ptr<CardKeys> m_keys;

@@ -125,6 +125,7 @@ CK_RV vsim_get_pin_tries(const char* serial, int pin, int* tries, int* pukTries)
         if (!module.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
         Card* card = module.cardBySerial(serial);
         if (!card) return CKR_TOKEN_NOT_PRESENT;
+        card->refreshFromDisk();
         const PinState& state = card->pin(static_cast<PinIndex>(pin));
         *tries = state.tries;
         *pukTries = state.hasPuk ? state.pukTries : -1;

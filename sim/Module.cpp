@@ -2,6 +2,7 @@
 // faults and the control file.
 #include "sim/Module.h"
 
+#include "sim/CardStateFile.h"
 #include "sim/SimPaths.h"
 
 #include <cstdio>
@@ -209,14 +210,14 @@ void Module::resetCards(const std::string& serial) {
     }
     // Cards that are not in a reader keep their saved state on disk only.
     if (!all) {
-        removeFile(cardStateDirectory(serial) + "/state.xml");
+        removeCardState(serial);
         return;
     }
     const std::string directory = stateDirectory() + "/cards";
     if (DIR* listing = ::opendir(directory.c_str())) {
         while (struct dirent* entry = ::readdir(listing)) {
             if (entry->d_name[0] == '.') continue;
-            removeFile(directory + "/" + entry->d_name + "/state.xml");
+            removeCardState(entry->d_name);
         }
         ::closedir(listing);
     }
@@ -358,6 +359,8 @@ CK_RV Call::beginSession(CK_SESSION_HANDLE handle, Session*& out) {
     CK_RV rv = module.session(handle, out);
     if (rv != CKR_OK) return rv;
     if (module.fault(function, out->card.get(), out->slot, rv)) return rv;
+    // Another process may have changed the card since the last call.
+    out->card->refreshFromDisk();
     return CKR_OK;
 }
 

@@ -178,7 +178,7 @@ CK_RV setAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE objectHandle,
         object = session->card->object(objectHandle);
         if (!object) return CKR_OBJECT_HANDLE_INVALID;
     }
-    return session->card->writeDataObject(*object, value, hasPrivate ? &makePrivate : nullptr);
+    return session->card->writeDataObject(objectHandle, value, hasPrivate ? &makePrivate : nullptr);
 }
 
 CK_RV getObjectSize(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE objectHandle, CK_ULONG_PTR size) {

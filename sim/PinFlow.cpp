@@ -21,14 +21,16 @@ DialogTarget targetFor(Card& card, PinIndex pin) {
     return target;
 }
 
-// Saves the card's state if the PIN's counters or value moved.
+// Applies the entries to the card's current PIN state (another process may
+// have used the PIN meanwhile) and saves it if counters or value moved.
 CK_RV applyAndSave(Card& card, PinIndex pin, const std::function<CK_RV(PinState&)>& apply) {
-    PinState& state = card.pin(pin);
-    const PinState before = state;
-    CK_RV rv = apply(state);
-    if (state.tries != before.tries || state.pukTries != before.pukTries || state.value != before.value) {
-        card.saveState();
-    }
+    CK_RV rv = CKR_OK;
+    card.updateState([&] {
+        PinState& state = card.pin(pin);
+        const PinState before = state;
+        rv = apply(state);
+        return state.tries != before.tries || state.pukTries != before.pukTries || state.value != before.value;
+    });
     return rv;
 }
 

@@ -35,6 +35,8 @@ CK_RV openSession(CK_SLOT_ID slotId, CK_FLAGS flags, CK_VOID_PTR, CK_NOTIFY, CK_
     slot = module.slot(slotId);
     if (!slot || slot->card != card) return CKR_DEVICE_REMOVED;
     if (!ready) return CKR_DEVICE_ERROR;
+    // Another process (a companion program) may have written to the card.
+    card->refreshFromDisk();
     *handle = module.openSession(*slot, flags);
     return CKR_OK;
 }

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace VessaSim {
@@ -33,7 +34,29 @@ bool writeAll(int fd, const unsigned char* data, size_t size) {
     return true;
 }
 
+FileStamp stampOf(const struct stat& info) {
+    FileStamp stamp;
+    stamp.exists = true;
+    stamp.device = info.st_dev;
+    stamp.inode = info.st_ino;
+    stamp.size = info.st_size;
+    stamp.mtimeSeconds = info.st_mtim.tv_sec;
+    stamp.mtimeNanoseconds = info.st_mtim.tv_nsec;
+    return stamp;
+}
+
 } // namespace
+
+bool FileStamp::operator==(const FileStamp& other) const {
+    if (exists != other.exists) return false;
+    return !exists || (device == other.device && inode == other.inode && size == other.size &&
+                       mtimeSeconds == other.mtimeSeconds && mtimeNanoseconds == other.mtimeNanoseconds);
+}
+
+FileStamp fileStamp(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 ? stampOf(info) : FileStamp();
+}
 
 std::string stateDirectory() {
     return environmentOr("VESSA_SIM_STATE_DIR",
@@ -59,21 +82,30 @@ bool makeDirectories(const std::string& path) {
     return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-bool writeFileAtomically(const std::string& path, const std::vector<unsigned char>& data) {
+bool writeFileAtomically(const std::string& path, const std::vector<unsigned char>& data, FileStamp* written) {
     std::string directory = Korvex::RemoveLastPartFromPath(path);
     if (!directory.empty() && !makeDirectories(directory)) return false;
     std::string temporary = path + ".tmp." + std::to_string(::getpid());
     int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) return false;
     bool ok = writeAll(fd, data.data(), data.size());
+    // The file system stamps writes with a clock that only moves every few
+    // milliseconds; a fine stamp lets other processes tell quick successive
+    // versions apart.
+    struct timespec now[2];
+    clock_gettime(CLOCK_REALTIME, &now[0]);
+    now[1] = now[0];
+    struct stat info;
+    if (ok && written) ok = ::futimens(fd, now) == 0 && ::fstat(fd, &info) == 0;
     ok = (::close(fd) == 0) && ok;
+    if (ok && written) *written = stampOf(info);
     if (ok && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
     ::unlink(temporary.c_str());
     return false;
 }
 
-bool writeFileAtomically(const std::string& path, const std::string& text) {
-    return writeFileAtomically(path, std::vector<unsigned char>(text.begin(), text.end()));
+bool writeFileAtomically(const std::string& path, const std::string& text, FileStamp* written) {
+    return writeFileAtomically(path, std::vector<unsigned char>(text.begin(), text.end()), written);
 }
 
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
@@ -93,6 +125,31 @@ bool readWholeFile(const std::string& path, std::string& out) {
     if (!readWholeFile(path, bytes)) return false;
     out.assign(bytes.begin(), bytes.end());
     return true;
+}
+
+bool readWholeFile(const std::string& path, std::string& out, FileStamp& stamp) {
+    out.clear();
+    stamp = FileStamp();
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    // The stamp of the descriptor, not of the path: another process renaming
+    // a new version in between would otherwise pair this text with the
+    // newer version's stamp, and that version would never be read.
+    struct stat info;
+    bool ok = ::fstat(fd, &info) == 0;
+    if (ok) stamp = stampOf(info);
+    char buffer[4096];
+    while (ok) {
+        ssize_t got = ::read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) {
+            ok = got == 0;
+            break;
+        }
+        out.append(buffer, static_cast<size_t>(got));
+    }
+    ::close(fd);
+    return ok;
 }
 
 bool removeFile(const std::string& path) { return ::unlink(path.c_str()) == 0 || errno == ENOENT; }

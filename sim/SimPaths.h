@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace VessaSim {
@@ -16,11 +17,34 @@ std::string controlFilePath();
 std::string cardStateDirectory(const std::string& serial);
 std::string cardKeyDirectory(const std::string& serial);
 
+// What identifies one version of a file without reading it. Every atomic
+// write gives the file a new inode and an mtime taken from a nanosecond
+// clock, so two versions never look alike even within one timer tick.
+struct FileStamp {
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    long mtimeSeconds = 0;
+    long mtimeNanoseconds = 0;
+
+    bool operator==(const FileStamp& other) const;
+    bool operator!=(const FileStamp& other) const { return !(*this == other); }
+};
+
+// The stamp of a path (exists false when there is no such file).
+FileStamp fileStamp(const std::string& path);
+
 bool makeDirectories(const std::string& path);
-bool writeFileAtomically(const std::string& path, const std::vector<unsigned char>& data);
-bool writeFileAtomically(const std::string& path, const std::string& text);
+// `written` (optional) receives the stamp of the new version.
+bool writeFileAtomically(const std::string& path, const std::vector<unsigned char>& data,
+                         FileStamp* written = nullptr);
+bool writeFileAtomically(const std::string& path, const std::string& text, FileStamp* written = nullptr);
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);
 bool readWholeFile(const std::string& path, std::string& out);
+// Reads a file and the stamp of the very version read (false, stamp with
+// exists false: no such file).
+bool readWholeFile(const std::string& path, std::string& out, FileStamp& stamp);
 bool removeFile(const std::string& path);
 
 // Holds an exclusive advisory lock on a file for its lifetime, so that two

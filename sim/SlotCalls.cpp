@@ -106,6 +106,7 @@ CK_RV getTokenInfo(CK_SLOT_ID slotId, CK_TOKEN_INFO_PTR info) {
     if (rv != CKR_OK) return rv;
     if (!info) return CKR_ARGUMENTS_BAD;
     Card& card = *slot->card;
+    card.refreshFromDisk();  // PIN counters used by another process
     const CardSpec& spec = card.spec();
     const GenerationProfile& profile = card.profile();
     std::memset(info, 0, sizeof *info);

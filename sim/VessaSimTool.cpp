@@ -2,6 +2,7 @@
 // the next start) through the control file, resets card state and prints
 // card-set files for tests.
 #include "sim/CardSet.h"
+#include "sim/CardStateFile.h"
 #include "sim/ControlFile.h"
 #include "sim/FaultSpec.h"
 #include "sim/SimPaths.h"
@@ -120,7 +121,7 @@ void removeAllCardStates() {
     const std::string directory = stateDirectory() + "/cards";
     if (DIR* listing = opendir(directory.c_str())) {
         while (struct dirent* entry = readdir(listing)) {
-            if (entry->d_name[0] != '.') removeFile(directory + "/" + entry->d_name + "/state.xml");
+            if (entry->d_name[0] != '.') removeCardState(entry->d_name);
         }
         closedir(listing);
     }
@@ -175,7 +176,7 @@ int main(int argc, char** argv) {
         if (target == "*") {
             removeAllCardStates();
         } else {
-            removeFile(cardStateDirectory(target) + "/state.xml");
+            removeCardState(target);
         }
         control.resets[control.lastResetEpoch() + 1] = target;
         while (control.resets.size() > 20) control.resets.erase(control.resets.begin());
