@@ -234,6 +234,10 @@ CardSetSpec demoCardSet() {
     CardSpec internal = makeCard("internal", Generation::Internal, "0000000000000001", "", "", "");
     internal.personalised = false;
     internal.identityLink = false;
+    // Shows the way of a card that still needs its identity link written.
+    CardSpec franz = makeCard("franz", Generation::AcosA03, "1203000000007777", "Franz", "Neubauer",
+                              "1993-05-17");
+    franz.identityLink = false;
 
     set.readers.push_back(makeReader("Vessa Reader 0", &maria));
     set.readers.push_back(makeReader("Vessa Reader 1", &max));
@@ -242,6 +246,8 @@ CardSetSpec demoCardSet() {
     set.readers.push_back(makeReader("Vessa Reader 4", &blank));
     set.readers.push_back(makeReader("Vessa Reader 5", nullptr));
     set.readers.push_back(makeReader("Vessa Internal Slot", &internal, false));
+    // Behind the internal slot, so the slots above keep their numbers.
+    set.readers.push_back(makeReader("Vessa Reader 7", &franz));
 
     set.spares.push_back(makeCard("anna", Generation::AcosA05, "1205000000000505", "Anna", "Gruber",
                                   "1990-03-15"));

@@ -180,6 +180,18 @@ TEST_F(SimObjects, IdentityLinkParsesWithTheProgramsReader) {
     EXPECT_EQ(type & 1, 1);
 }
 
+TEST_F(SimObjects, DemoCardWithoutIdentityLinkHasThreeEmptyDataFiles) {
+    CK_SESSION_HANDLE session = openSession(kNoLinkSlot);
+    for (const char* label : {"PERSONENBINDUNG", "RFU1", "RFU2"}) {
+        EXPECT_EQ(readAttribute(session, findObject(session, CKO_DATA, label), CKA_VALUE), Bytes(256, 0)) << label;
+    }
+    EXPECT_EQ(findObject(session, CKO_DATA, "INFOBOX"), CK_INVALID_HANDLE);
+    X509Ptr certificate = parseCertificate(
+        readAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH.SIG"), CKA_VALUE));
+    ASSERT_TRUE(certificate);
+    EXPECT_EQ(commonName(X509_get_subject_name(certificate.get())), "Franz Neubauer");
+}
+
 TEST_F(SimObjects, ProtectedEntriesAskForTheIdentityLinkPinWhenRead) {
     CK_SESSION_HANDLE session = openSession(0);
     CK_OBJECT_HANDLE entry = findObject(session, CKO_DATA, "0x03");

@@ -31,9 +31,9 @@ std::vector<CK_SLOT_ID> slotList(CK_FUNCTION_LIST_PTR p11, bool present) {
 
 class SimSlots : public SimTest {};
 
-TEST_F(SimSlots, DemoSetHasSevenReadersAndSixTokens) {
-    EXPECT_EQ(slotList(p11, false), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 6}));
+TEST_F(SimSlots, DemoSetHasEightReadersAndSevenTokens) {
+    EXPECT_EQ(slotList(p11, false), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 5, 6, 7}));
+    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 6, 7}));
 
     CK_SLOT_INFO info;
     ASSERT_EQ(p11->C_GetSlotInfo(kEmptySlot, &info), CKR_OK);
@@ -55,6 +55,7 @@ TEST_F(SimSlots, TokensCarryModelLabelAndSerialOfTheirGeneration) {
         {2, "Starcos SPK 3.1", "vessa premium e-Card", kECardG2},
         {3, "ACOS EMV-A03", "vessa premium Signaturkarte", kAcosA03},
         {kBlankSlot, "ACOS EMV-A05", "vessa premium Signaturkarte", "0000000000000000"},
+        {kNoLinkSlot, "ACOS EMV-A03", "vessa premium Signaturkarte", kAcosA03NoLink},
     };
     for (const auto& row : expected) {
         CK_TOKEN_INFO info;
@@ -77,7 +78,7 @@ TEST_F(SimSlots, ModuleLevelMisuseIsAnsweredNotCrashed) {
     CK_SLOT_ID two[2];
     count = 2;
     EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, two, &count), CKR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(count, 6u);
+    EXPECT_EQ(count, 7u);
     CK_SLOT_INFO slotInfo;
     CK_TOKEN_INFO tokenInfo;
     EXPECT_EQ(p11->C_GetSlotInfo(99, &slotInfo), CKR_SLOT_ID_INVALID);
@@ -161,7 +162,7 @@ TEST_F(SimSlots, HotPlugRaisesEventsAndEndsSessionsOfThePulledCard) {
     ASSERT_EQ(m_sim.removeCard(0), CKR_OK);
     ASSERT_EQ(p11->C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr), CKR_OK);
     EXPECT_EQ(event, 0u);
-    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{1, 2, 3, 4, 6}));
+    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{1, 2, 3, 4, 6, 7}));
     CK_SESSION_INFO info;
     EXPECT_EQ(p11->C_GetSessionInfo(session, &info), CKR_DEVICE_REMOVED);
     EXPECT_EQ(p11->C_GetSessionInfo(session, &info), CKR_SESSION_HANDLE_INVALID);
@@ -169,7 +170,7 @@ TEST_F(SimSlots, HotPlugRaisesEventsAndEndsSessionsOfThePulledCard) {
     // A spare card goes into the empty reader; a card already in a reader moves.
     ASSERT_EQ(m_sim.insertCard(kEmptySlot, "sophie"), CKR_OK);
     ASSERT_EQ(m_sim.insertCard(0, kECardG2), CKR_OK);
-    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 1, 3, 4, 5, 6}));
+    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 1, 3, 4, 5, 6, 7}));
     CK_TOKEN_INFO token;
     ASSERT_EQ(p11->C_GetTokenInfo(kEmptySlot, &token), CKR_OK);
     EXPECT_EQ(field(token.model, 16), "Starcos SPK 3.4+");
@@ -207,7 +208,7 @@ TEST_F(SimSlots, ControlToolChangesARunningModule) {
     runCommand(tool + " remove 1", status);
     ASSERT_EQ(status, 0);
     CK_SLOT_ID event = 99;
-    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 2, 3, 4, 6}));
+    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 2, 3, 4, 6, 7}));
     ASSERT_EQ(p11->C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr), CKR_OK);
     EXPECT_EQ(event, 1u);
 
@@ -221,9 +222,9 @@ TEST_F(SimSlots, ControlToolChangesARunningModule) {
 
     // The changes outlive the program; "clear" restores the card set.
     reload();
-    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 2, 3, 4, 5, 6, 7}));
     runCommand(tool + " clear", status);
-    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 6}));
+    EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 6, 7}));
 
     runCommand(tool + " insert 99 anna", status);
     EXPECT_NE(status, 0);

@@ -1,0 +1,189 @@
+// Cards shared with another process that has the module loaded at the same
+// time (the companion program writing an identity link while the card
+// manager runs): what the other process changes shows here, nothing either
+// process changes is lost, and object handles stay valid across the reload.
+#include "SimHarness.h"
+
+#include "formats/InfoboxFS.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+extern char** environ;
+
+using namespace SimTesting;
+
+namespace {
+
+constexpr int kSignaturePin = 0;
+constexpr int kIdentityLinkPin = 2;
+
+Bytes textBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
+class SimSharedState : public SimTest {
+protected:
+    // Runs the other program to its end; its standard output.
+    std::string other(const std::vector<std::string>& args, int expectedStatus = 0) {
+        std::string command = VSIM_OTHER_PROCESS;
+        for (const auto& arg : args) command += " '" + arg + "'";
+        int status = -1;
+        std::string output = runCommand(command, status);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == expectedStatus) << command << " -> " << status;
+        return output;
+    }
+
+    pid_t startOther(const std::vector<std::string>& args) {
+        std::vector<std::string> words = {VSIM_OTHER_PROCESS};
+        words.insert(words.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (auto& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        pid_t pid = -1;
+        EXPECT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ), 0);
+        return pid;
+    }
+
+    // Exit status of a finished other program, -1 while it still runs.
+    static int exitStatus(pid_t pid, bool wait) {
+        int status = 0;
+        const pid_t done = waitpid(pid, &status, wait ? 0 : WNOHANG);
+        if (done == 0) return -1;
+        return done == pid && WIFEXITED(status) ? WEXITSTATUS(status) : 255;
+    }
+
+    void login(CK_SESSION_HANDLE session) {
+        CK_UTF8CHAR pin[] = "4321";
+        ASSERT_EQ(p11->C_Login(session, CKU_USER, pin, 4), CKR_OK);
+    }
+
+    CK_RV write(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, const std::string& text) {
+        CK_ATTRIBUTE value = {CKA_VALUE, const_cast<char*>(text.data()), text.size()};
+        return p11->C_SetAttributeValue(session, object, &value, 1);
+    }
+
+    Bytes readData(CK_SLOT_ID slot, const std::string& label) {
+        CK_SESSION_HANDLE session = openSession(slot);
+        Bytes value = readAttribute(session, findObject(session, CKO_DATA, label), CKA_VALUE);
+        p11->C_CloseSession(session);
+        return value;
+    }
+
+    std::vector<unsigned char> infoboxTags(CK_SESSION_HANDLE session) {
+        const Bytes file = readAttribute(session, findObject(session, CKO_DATA, "INFOBOX"), CKA_VALUE);
+        LibInfobox::InfoboxFS infobox;
+        EXPECT_TRUE(infobox.ParseInfoboxData(Korvex::ByteArray(file.data(), file.size())));
+        return infobox.GetTagList();
+    }
+};
+
+TEST_F(SimSharedState, IdentityLinkWrittenElsewhereShowsAndIsNeverOverwrittenWithTheOldCopy) {
+    CK_SESSION_HANDLE session = openSession(kNoLinkSlot, true);
+    const CK_OBJECT_HANDLE link = findObject(session, CKO_DATA, "PERSONENBINDUNG");
+    ASSERT_EQ(readAttribute(session, link, CKA_VALUE), Bytes(256, 0));
+
+    other({"write", std::to_string(kNoLinkSlot), "PERSONENBINDUNG", "link from the companion"});
+    // The open session and its handle see it, and so does a new session.
+    EXPECT_EQ(readAttribute(session, link, CKA_VALUE), textBytes("link from the companion"));
+    EXPECT_EQ(readData(kNoLinkSlot, "PERSONENBINDUNG"), textBytes("link from the companion"));
+    EXPECT_EQ(findObject(session, CKO_DATA, "PERSONENBINDUNG"), link);
+
+    // A change of another object here saves the card's state: it must carry
+    // the other program's identity link, not the zeros this process loaded.
+    login(session);
+    ASSERT_EQ(write(session, findObject(session, CKO_DATA, "RFU1"), "note"), CKR_OK);
+    reload();
+    EXPECT_EQ(readData(kNoLinkSlot, "PERSONENBINDUNG"), textBytes("link from the companion"));
+    EXPECT_EQ(readData(kNoLinkSlot, "RFU1"), textBytes("note"));
+}
+
+TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
+    CK_SESSION_HANDLE session = openSession(1);  // its generation reports PIN status
+    ASSERT_EQ(pinTries(kECardG4, kSignaturePin), 3);
+
+    EXPECT_EQ(other({"verify", "1", "81", "000000", "2"}), "63C1\n");
+    EXPECT_EQ(pinTries(kECardG4, kSignaturePin), 1);
+    unsigned char status[2] = {0, 0};
+    CK_ULONG length = sizeof status;
+    ASSERT_EQ(m_sim.cardAttribute(session, "SicSig/PIN-Status", status, &length), CKR_OK);
+    EXPECT_EQ(Bytes(status, status + 2), (Bytes{1, 3}));
+
+    // The right PIN here restores the counter for the other program too.
+    unsigned char verify[] = {0x00, 0x20, 0x00, 0x81, 0x06, '1', '2', '3', '4', '5', '6'};
+    unsigned char answer[8];
+    length = sizeof answer;
+    ASSERT_EQ(m_sim.transmit(session, verify, sizeof verify, answer, &length), CKR_OK);
+    EXPECT_EQ(Bytes(answer, answer + length), (Bytes{0x90, 0x00}));
+    EXPECT_EQ(other({"verify", "1", "81"}), "63C3\n");
+
+    // The token flags follow the identity-link PIN used up elsewhere.
+    EXPECT_EQ(other({"verify", "3", "83", "0000"}), "63C2\n");
+    EXPECT_EQ(pinTries(kAcosA03, kIdentityLinkPin), 2);
+    CK_TOKEN_INFO info;
+    ASSERT_EQ(p11->C_GetTokenInfo(3, &info), CKR_OK);
+    EXPECT_TRUE(info.flags & CKF_USER_PIN_COUNT_LOW);
+    EXPECT_EQ(other({"verify", "3", "83", "0000", "2"}), "63C0\n");
+    ASSERT_EQ(p11->C_GetTokenInfo(3, &info), CKR_OK);
+    EXPECT_TRUE(info.flags & CKF_USER_PIN_LOCKED);
+    CK_SESSION_HANDLE locked = openSession(3);
+    CK_UTF8CHAR pin[] = "4321";
+    EXPECT_EQ(p11->C_Login(locked, CKU_USER, pin, 4), CKR_PIN_LOCKED);
+}
+
+TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
+    // The other program writes RFU1 while this one writes RFU2 of the same
+    // card; each reads its own object back after every write.
+    const pid_t writer = startOther({"write", "3", "RFU1", "other", "300"});
+    ASSERT_GT(writer, 0);
+    CK_SESSION_HANDLE session = openSession(3, true);
+    login(session);
+    const CK_OBJECT_HANDLE own = findObject(session, CKO_DATA, "RFU2");
+    const CK_OBJECT_HANDLE theirs = findObject(session, CKO_DATA, "RFU1");
+    // Start once the other program is writing, so that the two overlap.
+    for (int wait = 0; wait < 2000 && readAttribute(session, theirs, CKA_VALUE) == Bytes(256, 0); ++wait) {
+        usleep(5000);
+    }
+    int written = 0;
+    int otherStatus = -1;
+    while (written < 5000) {
+        const std::string value = "own-" + std::to_string(++written);
+        ASSERT_EQ(write(session, own, value), CKR_OK);
+        ASSERT_EQ(readAttribute(session, own, CKA_VALUE), textBytes(value)) << "lost update";
+        if (otherStatus < 0) otherStatus = exitStatus(writer, false);
+        else break;  // one more write after the other program ended
+    }
+    if (otherStatus < 0) otherStatus = exitStatus(writer, true);
+    EXPECT_EQ(otherStatus, 0);
+    EXPECT_GT(written, 1);
+
+    reload();
+    EXPECT_EQ(readData(3, "RFU1"), textBytes("other-300"));
+    EXPECT_EQ(readData(3, "RFU2"), textBytes("own-" + std::to_string(written)));
+}
+
+TEST_F(SimSharedState, EntriesAddedOrResetElsewhereComeAndGoOnAnInfoboxCard) {
+    writeText(m_dir + "/cards.xml", R"(<cardset><reader name="R"><card generation="ACOS-A05"
+        serial="1205000000002323" given="Lena" family="Leerbox" identitylink="false"/></reader></cardset>)");
+    setenv("VESSA_SIM_CARDS", (m_dir + "/cards.xml").c_str(), 1);
+    reload();
+    CK_SESSION_HANDLE session = openSession(0);
+    EXPECT_EQ(findObject(session, CKO_DATA, "0x01"), CK_INVALID_HANDLE);
+    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{2, 3}));
+
+    other({"write", "0", "PERSONENBINDUNG", "link"});
+    const CK_OBJECT_HANDLE entry = findObject(session, CKO_DATA, "0x01");
+    ASSERT_NE(entry, CK_INVALID_HANDLE);
+    EXPECT_EQ(readAttribute(session, entry, CKA_VALUE), textBytes("link"));
+    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{1, 2, 3}));
+
+    other({"reset", "1205000000002323"});
+    EXPECT_EQ(findObject(session, CKO_DATA, "0x01"), CK_INVALID_HANDLE);
+    CK_ATTRIBUTE value = {CKA_VALUE, nullptr, 0};
+    EXPECT_EQ(p11->C_GetAttributeValue(session, entry, &value, 1), CKR_OBJECT_HANDLE_INVALID);
+    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{2, 3}));
+    EXPECT_EQ(readAttribute(session, findObject(session, CKO_DATA, "PERSONENBINDUNG"), CKA_VALUE), Bytes(256, 0));
+}
+
+} // namespace
