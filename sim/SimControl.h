@@ -62,10 +62,12 @@ CK_RV vsim_remove_card(CK_SLOT_ID slot);
 
 /* Restores the factory state (PINs, counters, written objects) of the card
  * with this serial, or of every card for NULL or "*". Keys and certificates
- * stay. */
+ * stay. Other processes using the same state directory see the reset on
+ * their next call on the card. */
 CK_RV vsim_reset_state(const char* serial);
 
-/* Remaining tries of a PIN (VSIM_PIN_*) and of its PUK (-1: no PUK). */
+/* Remaining tries of a PIN (VSIM_PIN_*) and of its PUK (-1: no PUK), as
+ * saved for the card (tries used up by another process count). */
 CK_RV vsim_get_pin_tries(const char* serial, int pin, int* tries, int* pukTries);
 
 /* Number of PIN dialogues the module has started in this process. */
