@@ -123,29 +123,26 @@ bool acPKCS11::ReadGrunddaten(unsigned char* buffer, unsigned long& length)
 bool acPKCS11::UpdatePersonenbindung(const std::string& cin, const std::vector<unsigned char>& data,
                                      std::string& errorText)
 {
+    // Unusable data: one text for the caller, the log tells which check.
+    auto refuseData = [&errorText](const char* check) {
+        errorText = kWrongUpdateData;
+        LogError(std::string(kWrongUpdateData) + " (" + check + ")");
+        return false;
+    };
     // The value buffer below holds 1024 bytes; larger data is refused before
     // the card is touched at all.
-    if (data.size() > kIdentityLinkBufferSize) {
-        errorText = kWrongUpdateData;
-        LogError(std::string(kWrongUpdateData) + " (3)");
-        return false;
-    }
+    if (data.size() > kIdentityLinkBufferSize)
+        return refuseData("3");
     int32_t position = findSlotForCin(cin);
     if (position < 0) {
         errorText = "Keine Smartcard gefunden für CIN=" + cin;
         LogError("Keine Smartcard gefunden für CIN=", cin);
         return false;
     }
-    if (data.size() < kIdentityLinkMinimum) {
-        errorText = kWrongUpdateData;
-        LogError(std::string(kWrongUpdateData) + " (1)");
-        return false;
-    }
-    if (data[0] != 0x30) {
-        errorText = kWrongUpdateData;
-        LogError(std::string(kWrongUpdateData) + " (2)");
-        return false;
-    }
+    if (data.size() < kIdentityLinkMinimum)
+        return refuseData("1");
+    if (data[0] != 0x30)
+        return refuseData("2");
     if (!OpenSession(position, true)) {
         errorText = "Fehler beim öffnen der Kartensession";
         return false;

@@ -55,6 +55,15 @@ inline std::string fullField(const unsigned char* field, size_t width)
     return std::string(reinterpret_cast<const char*>(field), width);
 }
 
+// Whether the object has a session open; the refusal is logged.
+inline bool sessionIsOpen(CK_SESSION_HANDLE session)
+{
+    if (session != 0)
+        return true;
+    LogError("PKCS11 Session nicht offen");
+    return false;
+}
+
 inline bool startsWith(const std::string& text, const char* prefix)
 {
     size_t length = std::strlen(prefix);

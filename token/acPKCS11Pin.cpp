@@ -10,22 +10,16 @@ using tokenimpl::callModule;
 
 namespace {
 
-// The object whose PIN an application uses.
-bool protectedObject(ApplType appl, const char*& label, CK_OBJECT_CLASS& objectClass)
+// Finds the object whose PIN an application uses, on the token's open session.
+bool findProtectedObject(acPKCS11& token, ApplType appl, CK_OBJECT_HANDLE& object)
 {
     switch (appl) {
     case APPL_SIGNATURE:
-        label = "SK.CH.SIG";
-        objectClass = CKO_PRIVATE_KEY;
-        return true;
+        return token.FindObject("SK.CH.SIG", CKO_PRIVATE_KEY, object);
     case APPL_ENCRYPTION:
-        label = "SK.CH.EKEY";
-        objectClass = CKO_PRIVATE_KEY;
-        return true;
+        return token.FindObject("SK.CH.EKEY", CKO_PRIVATE_KEY, object);
     case APPL_IDENTITY_LINK:
-        label = "PERSONENBINDUNG";
-        objectClass = CKO_DATA;
-        return true;
+        return token.FindObject("PERSONENBINDUNG", CKO_DATA, object);
     }
     return false;
 }
@@ -35,30 +29,24 @@ bool protectedObject(ApplType appl, const char*& label, CK_OBJECT_CLASS& objectC
 PKCS11Return acPKCS11::ChangePIN(ApplType appl)
 {
     LogMessage("ChangePIN");
-    if (m_hSession == 0) {
-        LogError("PKCS11 Session nicht offen");
+    if (!tokenimpl::sessionIsOpen(m_hSession))
         return PKCS11_ERROR;
-    }
     return GenericPINCommand(appl, CKA_VENDOR_CHANGE_PIN);
 }
 
 PKCS11Return acPKCS11::UnblockPIN(ApplType appl)
 {
     LogMessage("UnblockPIN");
-    if (m_hSession == 0) {
-        LogError("PKCS11 Session nicht offen");
+    if (!tokenimpl::sessionIsOpen(m_hSession))
         return PKCS11_ERROR;
-    }
     return GenericPINCommand(appl, CKA_VENDOR_UNBLOCK_PIN);
 }
 
 PKCS11Return acPKCS11::InitPIN(ApplType appl)
 {
     LogMessage("InitPIN");
-    if (m_hSession == 0) {
-        LogError("PKCS11 Session nicht offen");
+    if (!tokenimpl::sessionIsOpen(m_hSession))
         return PKCS11_ERROR;
-    }
     // The card type code is taken as it stands; callers load it beforehand.
     bool force = appl == APPL_SIGNATURE && (m_CardType == 1 || m_CardType == 5 || m_CardType == 6);
     return GenericPINCommand(appl, CKA_VENDOR_CHANGE_PIN, force, force);
@@ -66,12 +54,8 @@ PKCS11Return acPKCS11::InitPIN(ApplType appl)
 
 PKCS11Return acPKCS11::GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command)
 {
-    const char* label = nullptr;
-    CK_OBJECT_CLASS objectClass = 0;
-    if (!protectedObject(appl, label, objectClass))
-        return PKCS11_ERROR;
     CK_OBJECT_HANDLE object = CK_INVALID_HANDLE;
-    if (!FindObject(label, objectClass, object))
+    if (!findProtectedObject(*this, appl, object))
         return PKCS11_ERROR;
 
     // The module runs its whole PIN dialogue inside this call.
@@ -114,12 +98,8 @@ PKCS11Return acPKCS11::GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE comman
         retryCount = 1;
     }
 
-    const char* label = nullptr;
-    CK_OBJECT_CLASS objectClass = 0;
-    if (!protectedObject(appl, label, objectClass))
-        return PKCS11_ERROR;
     CK_OBJECT_HANDLE object = CK_INVALID_HANDLE;
-    if (!FindObject(label, objectClass, object))
+    if (!findProtectedObject(*this, appl, object))
         return PKCS11_ERROR;
 
     CK_RV rv = callModule(Proc_C_SetAttributeValue, m_hSession, object, attributes, count);
@@ -145,10 +125,8 @@ PKCS11Return acPKCS11::GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE comman
 PKCS11Return acPKCS11::GetPINStatus(ApplType appl, PINState& state, int32_t& tries)
 {
     LogMessage("GetPINStatus");
-    if (m_hSession == 0) {
-        LogError("PKCS11 Session nicht offen");
+    if (!tokenimpl::sessionIsOpen(m_hSession))
         return PKCS11_ERROR;
-    }
     state = PIN_STATE_UNKNOWN;
     tries = -1;
     // Only these card generations report retry counters.

@@ -82,23 +82,27 @@ bool acPKCS11::GetCinCsn(std::string& cin)
     static const unsigned char kSelectDF[] = {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71};
     static const unsigned char kSelectEF[] = {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01};
     static const unsigned char kReadBinary[] = {0x00, 0xB0, 0x00, 0x00, 0x00};
+    struct Step {
+        const unsigned char* command;
+        unsigned long commandLength;
+        const char* errorText;
+    };
+    static const Step kSteps[] = {
+        {kSelectDF, sizeof(kSelectDF), "error select DF DEC"},
+        {kSelectEF, sizeof(kSelectEF), "error select EF DEC"},
+        {kReadBinary, sizeof(kReadBinary), "error read binary"},
+    };
 
     // Status words are not examined: the module call itself must succeed.
+    // The last step's response holds the card number.
     unsigned char response[256];
-    unsigned long length = sizeof(response);
-    if (!SendAPDU(kSelectDF, sizeof(kSelectDF), response, length)) {
-        LogError("error select DF DEC");
-        return false;
-    }
-    length = sizeof(response);
-    if (!SendAPDU(kSelectEF, sizeof(kSelectEF), response, length)) {
-        LogError("error select EF DEC");
-        return false;
-    }
-    length = sizeof(response);
-    if (!SendAPDU(kReadBinary, sizeof(kReadBinary), response, length)) {
-        LogError("error read binary");
-        return false;
+    unsigned long length = 0;
+    for (const Step& step : kSteps) {
+        length = sizeof(response);
+        if (!SendAPDU(step.command, step.commandLength, response, length)) {
+            LogError(step.errorText);
+            return false;
+        }
     }
     if (length <= 9)
         return false;

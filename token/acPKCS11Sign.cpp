@@ -88,6 +88,20 @@ CK_MECHANISM_TYPE acPKCS11::KeyAndHashAlgoToMechanism(CK_KEY_TYPE keyType, HashA
     return kNoMechanism;
 }
 
+namespace {
+
+// The mechanism for a key of keyType and alg; an unknown pair is logged.
+bool mechanismFor(CK_KEY_TYPE keyType, HashAlgorithm alg, CK_MECHANISM& mechanism)
+{
+    mechanism = {acPKCS11::KeyAndHashAlgoToMechanism(keyType, alg), nullptr, 0};
+    if (mechanism.mechanism != kNoMechanism)
+        return true;
+    LogError("PKCS11 Unbekannter Signaturalgorihtmus");
+    return false;
+}
+
+} // namespace
+
 bool acPKCS11::findSigningKey(bool signatureKey, CK_OBJECT_HANDLE& key, CK_KEY_TYPE& keyType,
                               bool& keyFound)
 {
@@ -136,10 +150,8 @@ bool acPKCS11::findSigningKey(bool signatureKey, CK_OBJECT_HANDLE& key, CK_KEY_T
 bool acPKCS11::GetSignKeyType(SignKey& key, bool signatureKey)
 {
     LogMessage("PKCS11 GetSignKeyType");
-    if (m_hSession == 0) {
-        LogError("PKCS11 Session nicht offen");
+    if (!tokenimpl::sessionIsOpen(m_hSession))
         return false;
-    }
     CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
     CK_KEY_TYPE keyType = 0;
     bool keyFound = false;
@@ -247,10 +259,8 @@ bool acPKCS11::signString(const unsigned char* input, unsigned long inputLength,
         LogError("PKCS11 output == NULL");
         return false;
     }
-    if (m_hSession == 0) {
-        LogError("PKCS11 Session nicht offen");
+    if (!tokenimpl::sessionIsOpen(m_hSession))
         return false;
-    }
 
     CK_OBJECT_HANDLE keyHandle = CK_INVALID_HANDLE;
     CK_KEY_TYPE keyType = 0;
@@ -391,12 +401,9 @@ bool acPKCS11::Sign(const std::string& label, const std::vector<unsigned char>& 
         if (keyLabel.compare(0, label.size(), label) != 0 || keyLabel.size() < label.size())
             continue;
 
-        CK_MECHANISM_TYPE mechanism = KeyAndHashAlgoToMechanism(keyType, alg);
-        if (mechanism == kNoMechanism) {
-            LogError("PKCS11 Unbekannter Signaturalgorihtmus");
+        CK_MECHANISM mech;
+        if (!mechanismFor(keyType, alg, mech))
             return false;
-        }
-        CK_MECHANISM mech = {mechanism, nullptr, 0};
         rv = callModule(Proc_C_SignInit, m_hSession, &mech, handles[i]);
         if (rv != CKR_OK) {
             LogError("PKCS11 Proc_C_SignInit", rv);
@@ -453,12 +460,9 @@ bool acPKCS11::Verify(const std::string& label, const std::vector<unsigned char>
     if (attribute.ulValueLen != sizeof(keyType))
         return false;
 
-    CK_MECHANISM_TYPE mechanism = KeyAndHashAlgoToMechanism(keyType, alg);
-    if (mechanism == kNoMechanism) {
-        LogError("PKCS11 Unbekannter Signaturalgorihtmus");
+    CK_MECHANISM mech;
+    if (!mechanismFor(keyType, alg, mech))
         return false;
-    }
-    CK_MECHANISM mech = {mechanism, nullptr, 0};
     rv = callModule(Proc_C_VerifyInit, m_hSession, &mech, handles[0]);
     if (rv != CKR_OK) {
         LogError("PKCS11 Proc_C_VerifyInit", rv);

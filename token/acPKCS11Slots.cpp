@@ -51,6 +51,56 @@ const AtrRow kAtrTypes[] = {
     {"3BDF18008131FE588031B05202046405C903AC73B7B1D422", 8},
 };
 
+// The identifiers of the slots with a token present, asked for in the usual
+// two calls: the count first, then the list. `position` refuses a count that
+// cannot reach that position before the second call (a position equal to the
+// count still passes here). Each call's failure is logged with its own text.
+bool listTokenSlots(CK_C_GetSlotList getSlotList, const char* countErrorText,
+                    const char* listErrorText, std::vector<CK_SLOT_ID>& ids,
+                    unsigned long position = 0)
+{
+    CK_ULONG count = 0;
+    CK_RV rv = callModule(getSlotList, CK_TRUE, nullptr, &count);
+    if (rv != CKR_OK) {
+        LogError(countErrorText, rv);
+        return false;
+    }
+    if (position > count)
+        return false;
+    if (count > tokenimpl::kMaxSlotCount)
+        count = tokenimpl::kMaxSlotCount;
+
+    ids.assign(count, 0);
+    CK_ULONG returned = count;
+    rv = callModule(getSlotList, CK_TRUE, ids.data(), &returned);
+    if (rv != CKR_OK) {
+        LogError(listErrorText, rv);
+        return false;
+    }
+    // The list may have shrunk between the two calls.
+    if (returned < ids.size())
+        ids.resize(returned);
+    return true;
+}
+
+// The answer-to-reset the card attribute `name` delivers (the current one, or
+// the one after a reset); a failure is logged with errorText.
+bool cardAnswerToReset(PFN_C_CardAttribute cardAttribute, CK_SESSION_HANDLE session,
+                       const char* name, const char* errorText, std::vector<unsigned char>& atr)
+{
+    unsigned char buffer[256];
+    CK_ULONG length = sizeof(buffer);
+    CK_RV rv = cardAttribute(session, name, buffer, &length);
+    if (rv != CKR_OK) {
+        LogError(errorText, rv);
+        return false;
+    }
+    if (length > sizeof(buffer))
+        length = sizeof(buffer);
+    atr.assign(buffer, buffer + length);
+    return true;
+}
+
 } // namespace
 
 bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots)
@@ -64,29 +114,15 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
     slots.clear();
     DeleteSlots();
 
-    CK_ULONG count = 0;
-    CK_RV rv = callModule(Proc_C_GetSlotList, CK_TRUE, nullptr, &count);
-    if (rv != CKR_OK) {
-        LogError("PKCS11 Proc_C_GetSlotList ERROR", rv);
+    std::vector<CK_SLOT_ID> ids;
+    if (!listTokenSlots(Proc_C_GetSlotList, "PKCS11 Proc_C_GetSlotList ERROR",
+                        "PKCS11 Proc_C_GetSlotList(2) ERROR", ids))
         return false;
-    }
-    if (count > tokenimpl::kMaxSlotCount)
-        count = tokenimpl::kMaxSlotCount;
-
-    std::vector<CK_SLOT_ID> ids(count);
-    CK_ULONG returned = count;
-    rv = callModule(Proc_C_GetSlotList, CK_TRUE, ids.data(), &returned);
-    if (rv != CKR_OK) {
-        LogError("PKCS11 Proc_C_GetSlotList(2) ERROR", rv);
-        return false;
-    }
-    if (returned < ids.size())
-        ids.resize(returned);
 
     for (CK_SLOT_ID id : ids) {
         CK_TOKEN_INFO tokenInfo;
         std::memset(&tokenInfo, 0, sizeof(tokenInfo));
-        rv = callModule(Proc_C_GetTokenInfo, id, &tokenInfo);
+        CK_RV rv = callModule(Proc_C_GetTokenInfo, id, &tokenInfo);
         if (rv != CKR_OK) {
             LogError("PKCS11 Proc_C_GetTokenInfo ERROR (continue)", rv);
             continue;
@@ -130,34 +166,18 @@ void acPKCS11::DeleteSlots()
 
 bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct& info)
 {
-    CK_ULONG count = 0;
-    CK_RV rv = callModule(Proc_C_GetSlotList, CK_TRUE, nullptr, &count);
-    if (rv != CKR_OK) {
-        LogError("PKCS11 Proc_C_GetSlotList(1) ERROR", rv);
+    std::vector<CK_SLOT_ID> ids;
+    if (!listTokenSlots(Proc_C_GetSlotList, "PKCS11 Proc_C_GetSlotList(1) ERROR",
+                        "PKCS11 Proc_C_GetSlotList(2) ERROR", ids, position))
         return false;
-    }
-    if (position > count)
-        return false;
-    if (count > tokenimpl::kMaxSlotCount)
-        count = tokenimpl::kMaxSlotCount;
-
-    std::vector<CK_SLOT_ID> ids(count);
-    CK_ULONG returned = count;
-    rv = callModule(Proc_C_GetSlotList, CK_TRUE, ids.data(), &returned);
-    if (rv != CKR_OK) {
-        LogError("PKCS11 Proc_C_GetSlotList(2) ERROR", rv);
-        return false;
-    }
-    // A position equal to the count passes the test above; there is no slot
-    // there (nor when the list shrank between the two calls).
-    if (returned < ids.size())
-        ids.resize(returned);
+    // A position equal to the count passes the test in the listing; there is
+    // no slot there (nor when the list shrank between the two calls).
     if (position >= ids.size())
         return false;
 
     CK_TOKEN_INFO tokenInfo;
     std::memset(&tokenInfo, 0, sizeof(tokenInfo));
-    rv = callModule(Proc_C_GetTokenInfo, ids[position], &tokenInfo);
+    CK_RV rv = callModule(Proc_C_GetTokenInfo, ids[position], &tokenInfo);
     if (rv != CKR_OK) {
         LogError("PKCS11 Proc_C_GetTokenInfo ERROR", rv);
         return false;
@@ -204,16 +224,10 @@ std::string acPKCS11::ReadATR(bool force)
         return m_Atr;
 
     m_Atr.clear();
-    unsigned char buffer[256];
-    CK_ULONG length = sizeof(buffer);
-    CK_RV rv = Proc_C_CardAttribute(m_hSession, "ATR", buffer, &length);
-    if (rv != CKR_OK) {
-        LogError("Failed get ATR, rv = ", rv);
+    std::vector<unsigned char> atr;
+    if (!cardAnswerToReset(Proc_C_CardAttribute, m_hSession, "ATR", "Failed get ATR, rv = ", atr))
         return std::string();
-    }
-    if (length > sizeof(buffer))
-        length = sizeof(buffer);
-    SetAtr(buffer, length);
+    SetAtr(atr.data(), atr.size());
     return m_Atr;
 }
 
@@ -223,16 +237,10 @@ std::string acPKCS11::Reset()
         return std::string();
 
     m_Atr.clear();
-    unsigned char buffer[256];
-    CK_ULONG length = sizeof(buffer);
-    CK_RV rv = Proc_C_CardAttribute(m_hSession, "Reset", buffer, &length);
-    if (rv != CKR_OK) {
-        LogError("Failed do Reset, rv =", rv);
+    std::vector<unsigned char> atr;
+    if (!cardAnswerToReset(Proc_C_CardAttribute, m_hSession, "Reset", "Failed do Reset, rv =", atr))
         return std::string();
-    }
-    if (length > sizeof(buffer))
-        length = sizeof(buffer);
-    SetAtr(buffer, length);
+    SetAtr(atr.data(), atr.size());
     return m_Atr;
 }
 
