@@ -3,6 +3,7 @@
 #include "crypto/slCertificate.h"
 
 #include "crypto/OpenSslHandles.h"
+#include "crypto/slCertificateDecodeCache.h"
 #include "base/base64.h"
 
 #include <openssl/bn.h>
@@ -22,19 +23,6 @@ namespace {
 // Longest name text handed out; the one-line printer cuts there.
 constexpr int kNameBufferSize = 1024;
 constexpr int kLogPemLimit = 8000;
-
-X509* DecodeDer(const unsigned char* data, unsigned long len)
-{
-    if (!data || len > static_cast<unsigned long>(INT_MAX))
-        return nullptr;
-    BioPtr bio(BIO_new_mem_buf(data, static_cast<int>(len)));
-    if (!bio)
-        return nullptr;
-    X509* cert = d2i_X509_bio(bio.get(), nullptr);
-    if (!cert)
-        ERR_clear_error();
-    return cert;
-}
 
 std::string OneLine(const X509_NAME* name)
 {
@@ -126,12 +114,14 @@ slCertificate& slCertificate::operator=(const slCertificate& other)
 
 bool slCertificate::operator==(const slCertificate& other) const
 {
-    return m_x509 == other.m_x509;
+    // Loads of the same bytes share one decoded X509, so an equal pointer
+    // alone no longer tells one object from another.
+    return m_x509 == other.m_x509 && (m_x509 == nullptr || this == &other);
 }
 
 bool slCertificate::LoadFromBuffer(const unsigned char* data, unsigned long len)
 {
-    m_x509 = DecodeDer(data, len);
+    m_x509 = DecodeCertificateDer(data, len);
     return m_x509 != nullptr;
 }
 

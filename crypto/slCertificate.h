@@ -26,12 +26,14 @@ public:
     // GetX509() first (only LoadFromX509 and the destructor free).
     slCertificate& operator=(const slCertificate& other);
 
-    // Identity, not content: two copies of one certificate differ, two empty
-    // objects are equal.
+    // Identity, not content: two copies of one certificate differ, and so do
+    // two objects loaded from the same bytes; two empty objects are equal.
     bool operator==(const slCertificate& other) const;
 
     // Loading and storing; each returns whether a certificate is held now.
-    // LoadFromBuffer overwrites the held pointer without freeing it.
+    // LoadFromBuffer overwrites the held pointer without freeing it. Its
+    // X509 may be shared (reference counted) with other objects loaded from
+    // the same bytes, which is why no member alters a held certificate.
     bool LoadFromBuffer(const unsigned char* data, unsigned long len);
     bool LoadFromBuffer(const std::vector<unsigned char>& data);
     bool LoadFromB64(std::string text);
@@ -39,6 +41,8 @@ public:
     bool LoadFromX509(X509* cert);
     bool SaveCert(std::string path);
 
+    // The held certificate, possibly shared with other objects: read it,
+    // free it in place of the object, but do not alter it.
     X509* GetX509();
     X509* GetX509Copy() const;
     std::vector<unsigned char> ToBin() const;
