@@ -63,8 +63,8 @@ TEST_F(ProgramTest, CopiesWithDifferentHomesDoNotSeeEachOther)
     ASSERT_TRUE(second.WaitForExit(60));
     EXPECT_EQ(first.ExitStatus(), 0);
     EXPECT_EQ(second.ExitStatus(), 0);
-    EXPECT_NE(first.StandardError().find("rows=5"), std::string::npos) << first.StandardError();
-    EXPECT_NE(second.StandardError().find("rows=5"), std::string::npos) << second.StandardError();
+    EXPECT_NE(first.StandardError().find("rows=6"), std::string::npos) << first.StandardError();
+    EXPECT_NE(second.StandardError().find("rows=6"), std::string::npos) << second.StandardError();
 }
 
 TEST_F(ProgramTest, AnyArgumentIsRejected)

@@ -46,8 +46,8 @@ wxImage CaptureScreen(const wxRect& rect)
 
 TEST_F(DemoWindowTest, WindowShowsBannerAndDemoCards)
 {
-    // The demo set: five cards in removable readers.
-    EXPECT_EQ(frame->GetCardList()->GetItemCount(), 5);
+    // The demo set: six cards in removable readers.
+    EXPECT_EQ(frame->GetCardList()->GetItemCount(), 6);
     // A changed PIN, so the picture shows the status line too.
     SelectRow(1);
     SetPinAnswers({"123456", "654321", "654321"});
