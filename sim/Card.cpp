@@ -123,10 +123,14 @@ void Card::resetToFactory() {
     }
     factoryPins();
     m_savedData.clear();
+    dropSecurityState();
+    if (m_objectsReady) syncDataObjects();
+}
+
+void Card::dropSecurityState() {
     loggedIn = false;
     elementaryFileSelected = false;
     selectedFile = 0x3F00;
-    if (m_objectsReady) syncDataObjects();
 }
 
 bool Card::loadKeys(std::string& error) {

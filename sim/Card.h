@@ -73,6 +73,8 @@ public:
     void updateState(const std::function<bool()>& change);
     // Factory PINs and data; deletes the saved state.
     void resetToFactory();
+    // What a reset ends in this process only: login and file selection.
+    void dropSecurityState();
 
 private:
     struct SavedData {

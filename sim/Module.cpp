@@ -306,7 +306,11 @@ void Module::applyControl(const ControlState& state, bool initial) {
         if (reset.first <= m_lastResetEpoch) continue;
         for (auto& slotState : slots) {
             if (slotState.card && (reset.second == "*" || slotState.card->serial() == reset.second)) {
-                slotState.card->resetToFactory();
+                // The tool deleted the saved state already; deleting it here
+                // again could throw away what another process has written
+                // since, so the card only takes over what is on disk now.
+                slotState.card->dropSecurityState();
+                slotState.card->refreshFromDisk();
             }
         }
         m_lastResetEpoch = reset.first;
