@@ -98,6 +98,37 @@ void PrependDigestInfo(std::vector<unsigned char>& out, HashAlgorithm alg)
     out.insert(out.begin(), prefix, prefix + prefixLen);
 }
 
+// What the buffer and the file forms check before reading any input: that
+// there is an input (missingInputText names the kind) and an output, that alg
+// has a digest and that it fits into outLen, which then becomes the digest's
+// length. Returns the context ready for updates, null on any failure.
+MdCtxPtr StartDigest(bool hasInput, const char* missingInputText, unsigned char* out,
+                     unsigned long& outLen, HashAlgorithm alg)
+{
+    if (!hasInput) {
+        LibCrypto::LogError(missingInputText);
+        return nullptr;
+    }
+    if (!out) {
+        LibCrypto::LogError("PKCS11 output == NULL");
+        return nullptr;
+    }
+    unsigned long digestLen = 0;
+    const EVP_MD* md = intern::GetHashAlgo(alg, digestLen);
+    if (!md)
+        return nullptr;
+    if (outLen < digestLen) {
+        LibCrypto::LogError("PKCS11 outputsize ist zu klein");
+        return nullptr;
+    }
+    outLen = digestLen;
+
+    MdCtxPtr ctx(EVP_MD_CTX_new());
+    if (!ctx || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1)
+        return nullptr;
+    return ctx;
+}
+
 } // namespace
 
 namespace intern {
@@ -119,26 +150,8 @@ const EVP_MD* GetHashAlgo(HashAlgorithm alg, unsigned long& size)
 bool Hash(const unsigned char* in, unsigned long inLen, unsigned char* out, unsigned long& outLen,
           HashAlgorithm alg)
 {
-    if (!in) {
-        LibCrypto::LogError("PKCS11 input == NULL");
-        return false;
-    }
-    if (!out) {
-        LibCrypto::LogError("PKCS11 output == NULL");
-        return false;
-    }
-    unsigned long digestLen = 0;
-    const EVP_MD* md = intern::GetHashAlgo(alg, digestLen);
-    if (!md)
-        return false;
-    if (outLen < digestLen) {
-        LibCrypto::LogError("PKCS11 outputsize ist zu klein");
-        return false;
-    }
-    outLen = digestLen;
-
-    MdCtxPtr ctx(EVP_MD_CTX_new());
-    if (!ctx || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1)
+    MdCtxPtr ctx = StartDigest(in != nullptr, "PKCS11 input == NULL", out, outLen, alg);
+    if (!ctx)
         return false;
     for (unsigned long done = 0; done < inLen;) {
         const unsigned long slice = std::min(inLen - done, kUpdateSlice);
@@ -174,26 +187,8 @@ bool Hash(const std::vector<unsigned char>& in, std::vector<unsigned char>& out,
 
 bool HashFile(FILE* in, unsigned char* out, unsigned long& outLen, HashAlgorithm alg)
 {
-    if (!in) {
-        LibCrypto::LogError("PKCS11 infile is NULL");
-        return false;
-    }
-    if (!out) {
-        LibCrypto::LogError("PKCS11 output == NULL");
-        return false;
-    }
-    unsigned long digestLen = 0;
-    const EVP_MD* md = intern::GetHashAlgo(alg, digestLen);
-    if (!md)
-        return false;
-    if (outLen < digestLen) {
-        LibCrypto::LogError("PKCS11 outputsize ist zu klein");
-        return false;
-    }
-    outLen = digestLen;
-
-    MdCtxPtr ctx(EVP_MD_CTX_new());
-    if (!ctx || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1)
+    MdCtxPtr ctx = StartDigest(in != nullptr, "PKCS11 infile is NULL", out, outLen, alg);
+    if (!ctx)
         return false;
 
     // The odd chunk size is historical and harmless.
