@@ -148,20 +148,7 @@ TEST_F(TokenCardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-class TokenShimCardDataTest : public TokenTest {
-protected:
-    void SetUp() override
-    {
-        shim = std::make_unique<ModuleOverride>(SHIM_FULL_PATH);
-        TokenTest::SetUp();
-    }
-    void TearDown() override
-    {
-        TokenTest::TearDown();
-        shim.reset();
-    }
-    std::unique_ptr<ModuleOverride> shim;
-};
+class TokenShimCardDataTest : public ShimTokenTest {};
 
 TEST_F(TokenShimCardDataTest, ShortAndLongResponses)
 {

@@ -111,20 +111,7 @@ TEST_F(TokenCertTest, CertificatesOfEveryCard)
     EXPECT_NE(p11->getSigningCertificateHandle(false), CK_INVALID_HANDLE);
 }
 
-class TokenShimCertTest : public TokenTest {
-protected:
-    void SetUp() override
-    {
-        shim = std::make_unique<ModuleOverride>(SHIM_FULL_PATH);
-        TokenTest::SetUp();
-    }
-    void TearDown() override
-    {
-        TokenTest::TearDown();
-        shim.reset();
-    }
-    std::unique_ptr<ModuleOverride> shim;
-};
+class TokenShimCertTest : public ShimTokenTest {};
 
 TEST_F(TokenShimCertTest, ValueLongerThanTheBufferIsRefused)
 {

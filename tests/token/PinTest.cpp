@@ -147,20 +147,7 @@ TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
     EXPECT_EQ(p11->GetPINStatus(static_cast<Korvex::ApplType>(3), state, tries), Korvex::PKCS11_ERROR);
 }
 
-class TokenShimPinTest : public TokenTest {
-protected:
-    void SetUp() override
-    {
-        shim = std::make_unique<ModuleOverride>(SHIM_FULL_PATH);
-        TokenTest::SetUp();
-    }
-    void TearDown() override
-    {
-        TokenTest::TearDown();
-        shim.reset();
-    }
-    std::unique_ptr<ModuleOverride> shim;
-};
+class TokenShimPinTest : public ShimTokenTest {};
 
 TEST_F(TokenShimPinTest, StatusBytesAreReadWhateverTheResult)
 {

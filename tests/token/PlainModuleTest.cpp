@@ -7,19 +7,9 @@ using namespace tokentest;
 
 namespace {
 
-class TokenPlainModuleTest : public TokenTest {
+class TokenPlainModuleTest : public ShimTokenTest {
 protected:
-    void SetUp() override
-    {
-        shim = std::make_unique<ModuleOverride>(SHIM_PLAIN_PATH);
-        TokenTest::SetUp();
-    }
-    void TearDown() override
-    {
-        TokenTest::TearDown();
-        shim.reset();
-    }
-    std::unique_ptr<ModuleOverride> shim;
+    TokenPlainModuleTest() : ShimTokenTest(SHIM_PLAIN_PATH) {}
 };
 
 TEST_F(TokenPlainModuleTest, StandardOperationsWork)

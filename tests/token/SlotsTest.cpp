@@ -161,20 +161,7 @@ TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
     EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
 }
 
-class TokenShimSlotsTest : public TokenTest {
-protected:
-    void SetUp() override
-    {
-        shim = std::make_unique<ModuleOverride>(SHIM_FULL_PATH);
-        TokenTest::SetUp();
-    }
-    void TearDown() override
-    {
-        TokenTest::TearDown();
-        shim.reset();
-    }
-    std::unique_ptr<ModuleOverride> shim;
-};
+class TokenShimSlotsTest : public ShimTokenTest {};
 
 TEST_F(TokenShimSlotsTest, SecondSlotListCallFailureIsLogged)
 {

@@ -267,6 +267,18 @@ bool TokenTest::openCard(const char* serial, bool readWrite)
     return position >= 0 && p11->OpenSession(position, readWrite);
 }
 
+void ShimTokenTest::SetUp()
+{
+    shim = std::make_unique<ModuleOverride>(m_shimPath);
+    TokenTest::SetUp();
+}
+
+void ShimTokenTest::TearDown()
+{
+    TokenTest::TearDown();
+    shim.reset();
+}
+
 ModuleOverride::ModuleOverride(const char* path)
     : m_previousName(Korvex::PKCS11_LIB_NAME), m_handle(dlopen(path, RTLD_LAZY))
 {

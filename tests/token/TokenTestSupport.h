@@ -88,6 +88,21 @@ private:
     void* m_handle;
 };
 
+// A TokenTest on one of the shims instead of the simulator itself: the shim
+// is in place before the token object loads the module and goes after it is
+// unloaded. By default the shim with the vendor extensions.
+class ShimTokenTest : public TokenTest {
+protected:
+    explicit ShimTokenTest(const char* shimPath = SHIM_FULL_PATH) : m_shimPath(shimPath) {}
+    void SetUp() override;
+    void TearDown() override;
+
+    std::unique_ptr<ModuleOverride> shim;
+
+private:
+    const char* m_shimPath;
+};
+
 // Signature checks outside the module. `mdName` null: data is the digest
 // (or, for RSA, the exact block) that was signed.
 bool verifyWithCertificate(const std::vector<unsigned char>& certificateDer, const char* mdName,
