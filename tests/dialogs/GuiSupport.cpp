@@ -30,6 +30,14 @@ MainFrame* g_frame = nullptr;
 
 wxString Utf8(const char* text) { return wxString::FromUTF8(text); }
 
+void CardDialogTest::SetUp() {
+    Frame();
+    ResetCards();
+    SetPinAnswers({});
+}
+
+void CardDialogTest::TearDown() { ResetCards(); }
+
 void Pump(int ms) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     do {

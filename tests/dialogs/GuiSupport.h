@@ -6,6 +6,8 @@
 
 #include <wx/string.h>
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <string>
 
@@ -36,5 +38,27 @@ std::vector<unsigned char> ReadObject(const Card& card, const std::string& label
 void SaveScreenshot(wxWindow* window, const std::string& name);
 
 wxString Utf8(const char* text);
+
+// Base of the dialog fixtures: the shared window has loaded the module and
+// the card list before a test sets any fault, every card starts in factory
+// state with no PIN answers queued, and is reset again afterwards.
+class CardDialogTest : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
+// The same for tests that open one dialog of type Dialog at a time in
+// `dialog`; it is destroyed after the test.
+template <class Dialog>
+class OpenDialogTest : public CardDialogTest {
+protected:
+    void TearDown() override {
+        if (dialog) dialog->Destroy();
+        CardDialogTest::TearDown();
+    }
+
+    Dialog* dialog = nullptr;
+};
 
 } // namespace DialogTests

@@ -44,18 +44,8 @@ int EntryType(const Card& card, unsigned char tag) {
     return file.GetEntry(tag, type, data) ? type : -1;
 }
 
-class InfoboxBereichTest : public testing::Test {
+class InfoboxBereichTest : public OpenDialogTest<RecordingInfobox> {
 protected:
-    void SetUp() override {
-        Frame();  // loads the module and the card list before any fault is set
-        ResetCards();
-        SetPinAnswers({});
-    }
-    void TearDown() override {
-        if (dialog) dialog->Destroy();
-        ResetCards();
-    }
-
     RecordingInfobox* Open(const Card& card, Korvex::TokenType type) {
         if (dialog) dialog->Destroy();
         dialog = new RecordingInfobox(Frame(), type);
@@ -85,8 +75,6 @@ protected:
 
     wxString Binary() const { return dialog->GetBinaryPage()->GetValue(); }
     wxString Text() const { return dialog->GetTextPage()->GetValue(); }
-
-    RecordingInfobox* dialog = nullptr;
 };
 
 TEST_F(InfoboxBereichTest, FixedLayoutListsThreeObjectsAndShowsTheIdentityLink) {

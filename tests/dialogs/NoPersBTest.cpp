@@ -59,16 +59,11 @@ void ForgetWriterDirectory() {
     config->RemoveKey(VessaCards::CFG_ORBELIA_INSTALLDIR);
 }
 
-class NoPersBTest : public testing::Test {
+class NoPersBTest : public CardDialogTest {
 protected:
-    void SetUp() override {
-        Frame();
-        ResetCards();
-        SetPinAnswers({});
-    }
     void TearDown() override {
         ForgetWriterDirectory();
-        ResetCards();
+        CardDialogTest::TearDown();
     }
 };
 

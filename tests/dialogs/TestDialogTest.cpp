@@ -20,18 +20,8 @@ using namespace DialogTests;
 
 namespace {
 
-class TestDialogTest : public testing::Test {
+class TestDialogTest : public OpenDialogTest<TestDialog> {
 protected:
-    void SetUp() override {
-        Frame();  // loads the module and the card list before any fault is set
-        ResetCards();
-        SetPinAnswers({});
-    }
-    void TearDown() override {
-        if (dialog) dialog->Destroy();
-        ResetCards();
-    }
-
     TestDialog* Open(const Card& card, Korvex::ApplType appl) {
         dialog = new TestDialog(Frame(), wxID_ANY, Utf8("Unterschriftentest"));
         dialog->SetP11(Token(), card.position, appl);
@@ -60,8 +50,6 @@ protected:
             entries.push_back(dialog->GetHashChoice()->GetString(i));
         return entries;
     }
-
-    TestDialog* dialog = nullptr;
 };
 
 TEST_F(TestDialogTest, OffersHashesByKeySizeAndShowsKeyAlgorithm) {
