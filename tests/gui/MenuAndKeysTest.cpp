@@ -40,7 +40,31 @@ std::vector<std::string> Describe(wxMenu* menu, const std::string& indent = "")
     return lines;
 }
 
-class MenuAndKeysTest : public MainWindowTest {};
+class MenuAndKeysTest : public MainWindowTest {
+protected:
+    // Right-clicks the card list and returns the popup menu that opened, as
+    // Describe lists it (empty when none did); Escape closes it once it is up.
+    std::vector<std::string> RightClickMenu()
+    {
+        // Shared with the handler, which stays bound to the window.
+        auto shown = std::make_shared<std::vector<std::string>>();
+        frame->Bind(wxEVT_MENU_OPEN, [shown](wxMenuEvent& event) {
+            if (shown->empty() && event.GetMenu() != nullptr)
+                *shown = Describe(event.GetMenu());
+            event.Skip();
+        });
+        wxTimer closer;
+        closer.Bind(wxEVT_TIMER, [](wxTimerEvent&) {
+            wxUIActionSimulator keyboard;
+            keyboard.Char(WXK_ESCAPE);
+        });
+        closer.Start(400);
+        wxListEvent rightClick(wxEVT_LIST_ITEM_RIGHT_CLICK, MainFrame::ID_CARD_LIST);
+        frame->GetEventHandler()->ProcessEvent(rightClick);
+        closer.Stop();
+        return *shown;
+    }
+};
 
 TEST_F(MenuAndKeysTest, PopupOffersTheIdentityLinkOnlyForTypeZero)
 {
@@ -243,22 +267,7 @@ TEST_F(MenuAndKeysTest, CtrlCWithAnEmptyListLeavesTheClipboardAlone)
 TEST_F(MenuAndKeysTest, RightClickShowsTheMenuForTheSelectedCard)
 {
     SelectCard(kErika);
-    std::vector<std::string> shown;
-    frame->Bind(wxEVT_MENU_OPEN, [&shown](wxMenuEvent& event) {
-        if (shown.empty() && event.GetMenu() != nullptr)
-            shown = Describe(event.GetMenu());
-        event.Skip();
-    });
-    // Leaves the menu with Escape once it is up.
-    wxTimer closer;
-    closer.Bind(wxEVT_TIMER, [](wxTimerEvent&) {
-        wxUIActionSimulator keyboard;
-        keyboard.Char(WXK_ESCAPE);
-    });
-    closer.Start(400);
-    wxListEvent rightClick(wxEVT_LIST_ITEM_RIGHT_CLICK, MainFrame::ID_CARD_LIST);
-    frame->GetEventHandler()->ProcessEvent(rightClick);
-    closer.Stop();
+    const std::vector<std::string> shown = RightClickMenu();
 
     ASSERT_FALSE(shown.empty()) << "the menu did not open";
     EXPECT_EQ(shown.size(), 15u);
@@ -271,21 +280,7 @@ TEST_F(MenuAndKeysTest, RightClickOnAnEmptyListStillOffersTheIdentityLink)
 {
     SimSetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     Reload();
-    std::vector<std::string> shown;
-    frame->Bind(wxEVT_MENU_OPEN, [&shown](wxMenuEvent& event) {
-        if (shown.empty() && event.GetMenu() != nullptr)
-            shown = Describe(event.GetMenu());
-        event.Skip();
-    });
-    wxTimer closer;
-    closer.Bind(wxEVT_TIMER, [](wxTimerEvent&) {
-        wxUIActionSimulator keyboard;
-        keyboard.Char(WXK_ESCAPE);
-    });
-    closer.Start(400);
-    wxListEvent rightClick(wxEVT_LIST_ITEM_RIGHT_CLICK, MainFrame::ID_CARD_LIST);
-    frame->GetEventHandler()->ProcessEvent(rightClick);
-    closer.Stop();
+    const std::vector<std::string> shown = RightClickMenu();
     ASSERT_EQ(shown.size(), 17u);
     EXPECT_EQ(shown[3], "  Personenbindung 5456");
 }
