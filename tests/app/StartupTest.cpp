@@ -69,6 +69,27 @@ protected:
         return AppTests::FilesStartingWith(dir, "VessaCards_");
     }
 
+    // Text of the one program log in m_logs; fails the test (and answers
+    // empty) when there is not exactly one.
+    std::string SoleLogText()
+    {
+        const std::vector<std::string> files = LogFiles(m_logs.Path());
+        EXPECT_EQ(files.size(), 1u);
+        return files.size() == 1 ? AppTests::ReadText(m_logs.Path() + "/" + files[0]) : std::string();
+    }
+
+    // Writes the all-users settings with this trace level and file name
+    // (other settings in front of the trace group) and bootstraps.
+    void BootstrapWithTrace(const std::string& level, const std::string& fileName,
+                            const std::string& otherSettings = "")
+    {
+        AppTests::WriteAllUsersConfig(m_settings.Path(), "<vessa_Client>" + otherSettings +
+                                                             "<Trace><LogLevel>" + level +
+                                                             "</LogLevel><Filename>" + fileName +
+                                                             "</Filename></Trace></vessa_Client>");
+        VessaCards::BootstrapProcess();
+    }
+
     AppTests::ScratchDir m_settings;
     AppTests::ScratchDir m_logs;
 };
@@ -108,11 +129,7 @@ TEST_F(StartupTest, TokenLayerMessagesReachTheLogThroughTheHooks)
     EXPECT_EQ(::acPKCS11::pt2LogMessage, &VessaCards::LogMessage);
     EXPECT_EQ(::acPKCS11::pt2LogError, &VessaCards::LogError);
     ::acPKCS11::LogMessage("token label:", " demo");
-
-    const std::vector<std::string> files = LogFiles(m_logs.Path());
-    ASSERT_EQ(files.size(), 1u);
-    EXPECT_NE(AppTests::ReadText(m_logs.Path() + "/" + files[0]).find(") token label:  demo\n"),
-              std::string::npos);
+    EXPECT_NE(SoleLogText().find(") token label:  demo\n"), std::string::npos);
 }
 
 TEST_F(StartupTest, LoggerHandleIsRegisteredOnceAndSharedByThreads)
@@ -128,25 +145,17 @@ TEST_F(StartupTest, LoggerHandleIsRegisteredOnceAndSharedByThreads)
 
 TEST_F(StartupTest, ConfiguredLogFileNameIsReplacedByATimeStampedOne)
 {
-    AppTests::WriteAllUsersConfig(m_settings.Path(),
-                                  "<vessa_Client><Trace><LogLevel>1</LogLevel><Filename>" +
-                                      m_logs.Path() + "/Trace.LOG</Filename></Trace></vessa_Client>");
-    VessaCards::BootstrapProcess();
+    BootstrapWithTrace("1", m_logs.Path() + "/Trace.LOG");
     AppLog()->LogError("started");
 
     EXPECT_TRUE(AppTests::FilesStartingWith(m_logs.Path(), "Trace").empty());
-    const std::vector<std::string> files = LogFiles(m_logs.Path());
-    ASSERT_EQ(files.size(), 1u);
-    EXPECT_NE(AppTests::ReadText(m_logs.Path() + "/" + files[0]).find(") started\n"), std::string::npos);
+    EXPECT_NE(SoleLogText().find(") started\n"), std::string::npos);
     EXPECT_EQ(::acPKCS11::pt2LogError, &VessaCards::LogError);
 }
 
 TEST_F(StartupTest, LevelZeroStartsNoLogAndNoHooks)
 {
-    AppTests::WriteAllUsersConfig(m_settings.Path(),
-                                  "<vessa_Client><Trace><LogLevel>0</LogLevel><Filename>" +
-                                      m_logs.Path() + "</Filename></Trace></vessa_Client>");
-    VessaCards::BootstrapProcess();
+    BootstrapWithTrace("0", m_logs.Path());
     AppLog()->LogError("dropped");
     EXPECT_TRUE(LogFiles(m_logs.Path()).empty());
     EXPECT_EQ(::acPKCS11::pt2LogError, nullptr);
@@ -155,9 +164,7 @@ TEST_F(StartupTest, LevelZeroStartsNoLogAndNoHooks)
 
 TEST_F(StartupTest, ShortPathStartsNoLogEvenWithAPositiveLevel)
 {
-    AppTests::WriteAllUsersConfig(
-        m_settings.Path(), "<vessa_Client><Trace><LogLevel>4</LogLevel><Filename>/tmp</Filename></Trace></vessa_Client>");
-    VessaCards::BootstrapProcess();
+    BootstrapWithTrace("4", "/tmp");
     EXPECT_EQ(::acPKCS11::pt2LogMessage, nullptr);
     EXPECT_FALSE(AppLog()->IsEnabled());
 }
@@ -167,9 +174,7 @@ TEST_F(StartupTest, BareFiveCharacterFileNameLogsIntoTheWorkingDirectory)
     char previous[4096];
     ASSERT_NE(getcwd(previous, sizeof(previous)), nullptr);
     ASSERT_EQ(chdir(m_logs.Path().c_str()), 0);
-    AppTests::WriteAllUsersConfig(
-        m_settings.Path(), "<vessa_Client><Trace><LogLevel>2</LogLevel><Filename>x.log</Filename></Trace></vessa_Client>");
-    VessaCards::BootstrapProcess();
+    BootstrapWithTrace("2", "x.log");
     AppLog()->LogError("here");
     const std::vector<std::string> files = LogFiles(m_logs.Path());
     ASSERT_EQ(chdir(previous), 0);
@@ -178,10 +183,7 @@ TEST_F(StartupTest, BareFiveCharacterFileNameLogsIntoTheWorkingDirectory)
 
 TEST_F(StartupTest, TeardownClosesTheLogAndForgetsTheConfiguration)
 {
-    AppTests::WriteAllUsersConfig(m_settings.Path(),
-                                  "<vessa_Client><Version>2.1.0.7</Version><Trace><LogLevel>1</LogLevel><Filename>" +
-                                      m_logs.Path() + "</Filename></Trace></vessa_Client>");
-    VessaCards::BootstrapProcess();
+    BootstrapWithTrace("1", m_logs.Path(), "<Version>2.1.0.7</Version>");
     std::string version;
     EXPECT_TRUE(Korvex::Config::GetHandle(0)->GetString(11, version));
     EXPECT_EQ(version, "2.1.0.7");
@@ -189,10 +191,8 @@ TEST_F(StartupTest, TeardownClosesTheLogAndForgetsTheConfiguration)
     VessaCards::TeardownProcess();
     EXPECT_FALSE(Korvex::Config::GetHandle(0)->IsInitialized());
     EXPECT_EQ(Korvex::Config::GetHandle(0)->GetConfigEntry(11), nullptr);
-    const std::vector<std::string> files = LogFiles(m_logs.Path());
-    ASSERT_EQ(files.size(), 1u);
     // The closing line is written whatever the level.
-    EXPECT_NE(AppTests::ReadText(m_logs.Path() + "/" + files[0]).find("close LibLogging"), std::string::npos);
+    EXPECT_NE(SoleLogText().find("close LibLogging"), std::string::npos);
     EXPECT_FALSE(AppLog()->IsEnabled());
 }
 
