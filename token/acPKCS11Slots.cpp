@@ -83,22 +83,22 @@ bool listTokenSlots(CK_C_GetSlotList getSlotList, const char* countErrorText,
     return true;
 }
 
-// The answer-to-reset the card attribute `name` delivers (the current one, or
-// the one after a reset); a failure is logged with errorText.
-bool cardAnswerToReset(PFN_C_CardAttribute cardAttribute, CK_SESSION_HANDLE session,
-                       const char* name, const char* errorText, std::vector<unsigned char>& atr)
+// Asks the card attribute `name` for the answer-to-reset (the current one, or
+// the one after a reset) and hands it to the token as its ATR; a failure is
+// logged with errorText and leaves the token's ATR as it was.
+void takeAnswerToReset(acPKCS11& token, PFN_C_CardAttribute cardAttribute,
+                       CK_SESSION_HANDLE session, const char* name, const char* errorText)
 {
     unsigned char buffer[256];
     CK_ULONG length = sizeof(buffer);
     CK_RV rv = cardAttribute(session, name, buffer, &length);
     if (rv != CKR_OK) {
         LogError(errorText, rv);
-        return false;
+        return;
     }
     if (length > sizeof(buffer))
         length = sizeof(buffer);
-    atr.assign(buffer, buffer + length);
-    return true;
+    token.SetAtr(buffer, length);
 }
 
 } // namespace
@@ -223,11 +223,9 @@ std::string acPKCS11::ReadATR(bool force)
     if (!m_Atr.empty() && !force)
         return m_Atr;
 
+    // A failure leaves the ATR empty.
     m_Atr.clear();
-    std::vector<unsigned char> atr;
-    if (!cardAnswerToReset(Proc_C_CardAttribute, m_hSession, "ATR", "Failed get ATR, rv = ", atr))
-        return std::string();
-    SetAtr(atr.data(), atr.size());
+    takeAnswerToReset(*this, Proc_C_CardAttribute, m_hSession, "ATR", "Failed get ATR, rv = ");
     return m_Atr;
 }
 
@@ -236,11 +234,9 @@ std::string acPKCS11::Reset()
     if (Proc_C_CardAttribute == nullptr)
         return std::string();
 
+    // A failure leaves the ATR empty.
     m_Atr.clear();
-    std::vector<unsigned char> atr;
-    if (!cardAnswerToReset(Proc_C_CardAttribute, m_hSession, "Reset", "Failed do Reset, rv =", atr))
-        return std::string();
-    SetAtr(atr.data(), atr.size());
+    takeAnswerToReset(*this, Proc_C_CardAttribute, m_hSession, "Reset", "Failed do Reset, rv =");
     return m_Atr;
 }
 

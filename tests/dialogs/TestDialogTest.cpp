@@ -40,6 +40,13 @@ protected:
         wxCommandEvent event(wxEVT_BUTTON, TestDialog::ID_VERIFY);
         dialog->evt_verify(event);
     }
+    // Signs on the card and has the card verify the signature; both succeed.
+    void SignAndVerify() {
+        Sign();
+        ASSERT_EQ(Status(), "Signatur erfolgreich!");
+        Verify();
+        EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
+    }
     void SelectHash(const char* name) {
         wxComboBox* hash = dialog->GetHashChoice();
         hash->SetSelection(hash->FindString(name));
@@ -113,28 +120,19 @@ TEST_F(TestDialogTest, VerificationFailsAfterTextOrHashChanged) {
     EXPECT_EQ(Status(), "Fehler beim Verifizieren der Signatur");
 
     // Signed again with the newly chosen hash, the check passes.
-    Sign();
-    ASSERT_EQ(Status(), "Signatur erfolgreich!");
-    Verify();
-    EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
+    SignAndVerify();
 }
 
 TEST_F(TestDialogTest, EllipticCurveKeysSignAndVerify) {
     Open(kErika, Korvex::APPL_SIGNATURE);  // EC P-192 signature key
     EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "ECC");
     SetPinAnswers({"123456"});
-    Sign();
-    ASSERT_EQ(Status(), "Signatur erfolgreich!");
-    Verify();
-    EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
+    SignAndVerify();
     dialog->Destroy();
 
     Open(kMaria, Korvex::APPL_ENCRYPTION);  // the encryption key asks its own PIN
     SetPinAnswers({"1234"});
-    Sign();
-    ASSERT_EQ(Status(), "Signatur erfolgreich!");
-    Verify();
-    EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
+    SignAndVerify();
 }
 
 TEST_F(TestDialogTest, CancelledOrWrongPinFailsTheSignature) {

@@ -40,6 +40,20 @@ std::vector<std::string> Describe(wxMenu* menu, const std::string& indent = "")
     return lines;
 }
 
+// Records the modal dialogs and, of each signature test dialog, the key
+// algorithm it shows.
+class SignatureTestRecorder : public ModalRecorder {
+public:
+    SignatureTestRecorder()
+    {
+        inspect = [this](wxDialog* dialog) {
+            if (TestDialog* test = dynamic_cast<TestDialog*>(dialog))
+                keyAlgorithms.push_back(test->GetKeyAlgorithmField()->GetValue());
+        };
+    }
+    std::vector<wxString> keyAlgorithms;
+};
+
 class MenuAndKeysTest : public MainWindowTest {
 protected:
     // Right-clicks the card list and returns the popup menu that opened, as
@@ -148,12 +162,7 @@ TEST_F(MenuAndKeysTest, CertificateChoicesOpenTheViewerOnTheRightCertificate)
 TEST_F(MenuAndKeysTest, DialogChoicesOpenTheirDialogs)
 {
     SelectCard(kJohann);
-    ModalRecorder recorder;
-    std::vector<wxString> keyAlgorithms;
-    recorder.inspect = [&keyAlgorithms](wxDialog* dialog) {
-        if (TestDialog* test = dynamic_cast<TestDialog*>(dialog))
-            keyAlgorithms.push_back(test->GetKeyAlgorithmField()->GetValue());
-    };
+    SignatureTestRecorder recorder;
     ChoosePopupItem(MainFrame::ID_POPUP_SIG_TEST);
     ChoosePopupItem(MainFrame::ID_POPUP_ENC_TEST);
     ChoosePopupItem(MainFrame::ID_POPUP_PERS_SHOW);
@@ -166,24 +175,19 @@ TEST_F(MenuAndKeysTest, DialogChoicesOpenTheirDialogs)
                                  "ssel (4-stellige PIN)"));
     EXPECT_EQ(recorder.seen[2].type, typeid(InfoboxBereich).name());
     // The signature key of an ACOS 03 card is RSA, its encryption key EC.
-    EXPECT_EQ(keyAlgorithms, (std::vector<wxString>{"RSA", "ECC"}));
+    EXPECT_EQ(recorder.keyAlgorithms, (std::vector<wxString>{"RSA", "ECC"}));
     EXPECT_FALSE(StatusShown());
 }
 
 TEST_F(MenuAndKeysTest, SignatureTestButtonsOpenTheDialogForTheSelectedCard)
 {
     SelectCard(kErika);
-    ModalRecorder recorder;
-    std::vector<wxString> keyAlgorithms;
-    recorder.inspect = [&keyAlgorithms](wxDialog* dialog) {
-        if (TestDialog* test = dynamic_cast<TestDialog*>(dialog))
-            keyAlgorithms.push_back(test->GetKeyAlgorithmField()->GetValue());
-    };
+    SignatureTestRecorder recorder;
     Click(MainFrame::ID_SIG_TEST);
     ASSERT_EQ(recorder.seen.size(), 1u);
     EXPECT_EQ(recorder.seen[0].type, typeid(TestDialog).name());
     // An e-card G2 signs with an EC key.
-    EXPECT_EQ(keyAlgorithms, (std::vector<wxString>{"ECC"}));
+    EXPECT_EQ(recorder.keyAlgorithms, (std::vector<wxString>{"ECC"}));
 }
 
 TEST_F(MenuAndKeysTest, DoubleClickShowsTheEncryptionCertificate)
