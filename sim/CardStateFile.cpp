@@ -35,7 +35,12 @@ CardStateFile::~CardStateFile() {
 
 bool CardStateFile::changedOnDisk() const { return fileStamp(m_path) != m_known; }
 
-bool CardStateFile::read(std::string& text) { return readWholeFile(m_path, text, m_known); }
+bool CardStateFile::read(std::string& text) {
+    if (readWholeFile(m_path, text, m_known)) return true;
+    // A file that exists but could not be read is tried again next time.
+    m_known = FileStamp();
+    return false;
+}
 
 bool CardStateFile::write(const std::string& text) {
     FileStamp written;
