@@ -129,7 +129,10 @@ bool acPKCS11::takeCertificateTexts(const std::vector<unsigned char>& der)
     }
 
     // One decode serves every text: the certificate object decodes the DER
-    // through a memory BIO, and its one-line subject is OpenSSL's.
+    // through a memory BIO, and its one-line subject is OpenSSL's. The decode
+    // also stays in the certificate object's process-wide memo, so a caller
+    // that loads the same bytes next (the card list, GetCertificate) does not
+    // parse them again.
     slCertificate certificate;
     if (!certificate.LoadFromBuffer(der))
         return false;
