@@ -16,7 +16,8 @@
 // with the token object the program keeps (its decoded-certificate cache
 // knows the cards from the previous refresh), "cold" is the program's first
 // refresh: a new token object and an emptied process-wide decode memo, so
-// every certificate is parsed afresh.
+// every certificate is parsed afresh. BENCH_REFRESH_ROUNDS sets the number
+// of runs (15 unless given).
 #include "crypto/slCertificate.h"
 #include "crypto/slCertificateDecodeCache.h"
 #include "token/LoadFreeLib.h"
@@ -29,6 +30,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
