@@ -10,6 +10,7 @@
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
+#include <wx/app.h>
 #include <wx/button.h>
 #include <wx/listbox.h>
 #include <wx/notebook.h>
@@ -143,7 +144,12 @@ void InfoboxBereich::SetP11(Korvex::acPKCS11* token, int slotIndex) {
 
 int InfoboxBereich::ShowModal() {
     m_startTimer.StartOnce(2);
-    return wxDialog::ShowModal();
+    const int result = wxDialog::ShowModal();
+    // Closed before the first load ran: the owner destroys the dialog next,
+    // and a late tick must not start loading (and yielding) in a dialog that
+    // the toolkit is about to delete.
+    m_startTimer.Stop();
+    return result;
 }
 
 void InfoboxBereich::MyEnable(bool enable) {
@@ -180,6 +186,7 @@ bool InfoboxBereich::LoadInfoboxData(const std::string& label, std::vector<unsig
 }
 
 void InfoboxBereich::evt_OnTimer(wxTimerEvent&) {
+    if (wxTheApp != nullptr && wxTheApp->IsScheduledForDestruction(this)) return;
     MyEnable(false);
     wxYieldIfNeeded();
     Korvex::TokenInfoStruct2 info;

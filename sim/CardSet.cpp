@@ -245,9 +245,10 @@ CardSetSpec demoCardSet() {
     set.readers.push_back(makeReader("Vessa Reader 3", &johann));
     set.readers.push_back(makeReader("Vessa Reader 4", &blank));
     set.readers.push_back(makeReader("Vessa Reader 5", nullptr));
+    set.readers.push_back(makeReader("Vessa Reader 6", &franz));
+    // The internal slot comes last, as on most machines: a program that counts
+    // positions among present tokens sees the removable readers first.
     set.readers.push_back(makeReader("Vessa Internal Slot", &internal, false));
-    // Behind the internal slot, so the slots above keep their numbers.
-    set.readers.push_back(makeReader("Vessa Reader 7", &franz));
 
     set.spares.push_back(makeCard("anna", Generation::AcosA05, "1205000000000505", "Anna", "Gruber",
                                   "1990-03-15"));

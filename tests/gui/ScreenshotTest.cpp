@@ -49,7 +49,7 @@ TEST_F(DemoWindowTest, WindowShowsBannerAndDemoCards)
     // The demo set: six cards in removable readers.
     EXPECT_EQ(frame->GetCardList()->GetItemCount(), 6);
     // A changed PIN, so the picture shows the status line too.
-    SelectRow(1);
+    SelectRow(2);
     SetPinAnswers({"123456", "654321", "654321"});
     Click(MainFrame::ID_SIG_CHANGE_PIN);
     EXPECT_EQ(StatusText(), wxString::FromUTF8("PIN \xC3\x84nderung erfolgreich!"));

@@ -22,9 +22,9 @@ constexpr const char* kECardG2 = "3002000000004242";  // slot 2, EC only
 constexpr const char* kAcosA03 = "1203000000001111";  // slot 3, fixed objects
 constexpr CK_SLOT_ID kBlankSlot = 4;
 constexpr CK_SLOT_ID kEmptySlot = 5;
-constexpr CK_SLOT_ID kInternalSlot = 6;
-constexpr const char* kAcosA03NoLink = "1203000000007777";  // slot 7, no identity link
-constexpr CK_SLOT_ID kNoLinkSlot = 7;
+constexpr CK_SLOT_ID kInternalSlot = 7;
+constexpr const char* kAcosA03NoLink = "1203000000007777";  // slot 6, no identity link
+constexpr CK_SLOT_ID kNoLinkSlot = 6;
 
 // The module opened with dlopen and its control functions.
 struct SimLibrary {

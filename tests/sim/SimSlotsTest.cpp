@@ -228,7 +228,7 @@ TEST_F(SimSlots, ControlToolChangesARunningModule) {
 
     runCommand(tool + " insert 99 anna", status);
     EXPECT_NE(status, 0);
-    runCommand(tool + " remove 6", status);
+    runCommand(tool + " remove 7", status);  // the internal slot
     EXPECT_NE(status, 0);
 }
 
