@@ -180,24 +180,20 @@ TEST_F(ConfigTest, BlankInValueNameIsKeptAndGroupTextIsReadable)
 TEST_F(ConfigTest, StringBooleans)
 {
     store = NewStore(true);
-    std::string text;
-    ASSERT_TRUE(store->SetStringBoolean(17, true));
-    store->GetString(17, text);
-    EXPECT_EQ("YES", text);
-    ASSERT_TRUE(store->SetStringBoolean(17, false));
-    store->GetString(17, text);
-    EXPECT_EQ("NO", text);
-    for (const char* yes : {"yes", "JA", "ja", "y", "True"}) {
-        ASSERT_TRUE(store->SetString(17, yes));
-        bool value = false;
-        EXPECT_TRUE(store->GetStringBoolean(17, value));
-        EXPECT_TRUE(value) << yes;
+    for (bool value : {true, false}) {
+        std::string text;
+        ASSERT_TRUE(store->SetStringBoolean(17, value));
+        store->GetString(17, text);
+        EXPECT_EQ(value ? "YES" : "NO", text);
     }
-    for (const char* no : {"1", "on", "yess", ""}) {
-        ASSERT_TRUE(store->SetString(17, no));
-        bool value = true;
+    const std::pair<const char*, bool> cases[] = {{"yes", true}, {"JA", true}, {"ja", true}, {"y", true},
+                                                  {"True", true}, {"1", false}, {"on", false}, {"yess", false},
+                                                  {"", false}};
+    for (const auto& [text, expected] : cases) {
+        ASSERT_TRUE(store->SetString(17, text));
+        bool value = !expected;
         EXPECT_TRUE(store->GetStringBoolean(17, value));
-        EXPECT_FALSE(value) << no;
+        EXPECT_EQ(expected, value) << text;
     }
 }
 

@@ -7,23 +7,20 @@
 
 using namespace Korvex;
 
-TEST(NoCase, CmpHonoursLength)
+TEST(NoCase, CmpHonoursLengthAndFind)
 {
     EXPECT_EQ(0, nocase_cmp("HeLLo", "hello", 0));
     EXPECT_EQ(0, nocase_cmp("HelpMe", "HELLO", 3));
     EXPECT_NE(0, nocase_cmp("HelpMe", "HELLO", 4));
     EXPECT_LT(nocase_cmp("abc", "ABD", -1), 0) << "negative n compares whole texts";
     EXPECT_GT(nocase_cmp("abcd", "ABC", 0), 0);
-}
 
-TEST(NoCase, Find)
-{
     EXPECT_EQ(6u, nocase_find("Hello World", "WORLD", 0));
     EXPECT_EQ(std::string::npos, nocase_find("Hello World", "WORLD", 7));
     EXPECT_EQ(std::string::npos, nocase_find("Hello", "xyz", 0));
 }
 
-TEST(NoCase, StartsWithKeepsItsAsymmetry)
+TEST(NoCase, StartsAndEndsWithKeepTheirAsymmetry)
 {
     EXPECT_TRUE(nocase_StartsWith("abc", "A"));
     EXPECT_FALSE(nocase_StartsWith("ABC", "a")) << "pattern sorting after the text is refused at once";
@@ -31,10 +28,7 @@ TEST(NoCase, StartsWithKeepsItsAsymmetry)
     EXPECT_TRUE(nocase_StartsWith("abc", ""));
     EXPECT_FALSE(nocase_StartsWith("b", "abc")) << "longer pattern sorting first: compared, no match";
     EXPECT_FALSE(nocase_StartsWith("abc", "abd"));
-}
 
-TEST(NoCase, EndsWith)
-{
     EXPECT_TRUE(nocase_EndsWith("file.LOG", ".log"));
     EXPECT_TRUE(nocase_EndsWith("file.log", ".LOG"));
     EXPECT_FALSE(nocase_EndsWith("file.txt", ".log"));
@@ -42,54 +36,40 @@ TEST(NoCase, EndsWith)
     EXPECT_THROW(nocase_EndsWith("b", "abc"), std::out_of_range);
 }
 
-TEST(Strings, UpperLowerAreAsciiOnly)
+TEST(Strings, CaseStripAndReplace)
 {
-    EXPECT_EQ("ABC1\xE4", Str2Upper("aBc1\xE4"));
+    EXPECT_EQ("ABC1\xE4", Str2Upper("aBc1\xE4")) << "ASCII only";
     EXPECT_EQ("abc1\xC4", Str2Lower("AbC1\xC4"));
-}
 
-TEST(Strings, StripXMLRequest)
-{
     EXPECT_EQ("<a><b/></a>", stripXMLRequest("HTTP junk\r\n<a><b/></a>\r\ntrailer"));
     EXPECT_EQ("no tags", stripXMLRequest("no tags"));
     EXPECT_EQ("<a b", stripXMLRequest("x<a b"));
     EXPECT_EQ("a>", stripXMLRequest("a>b"));
+
+    EXPECT_EQ("xbxb", replaceAll("abab", "a", "x"));
+    EXPECT_EQ("aaaa", replaceAll("aa", "a", "aa")) << "the replacement is not scanned again";
+    EXPECT_EQ("b", replaceAll("aaab", "a", ""));
+    EXPECT_EQ("abc", replaceAll("abc", "", "x"));
 }
 
-TEST(Strings, TrimSpaces)
+TEST(Strings, TrimmingAndLineEndings)
 {
     EXPECT_EQ("a b", TrimSpaces(" \t\r\na b \v\f"));
     EXPECT_EQ("x", TrimSpaces("x"));
     EXPECT_THROW(TrimSpaces(""), std::out_of_range);
     EXPECT_THROW(TrimSpaces(" \t\n "), std::out_of_range);
-}
 
-TEST(Strings, RemoveTrailingSpaces)
-{
-    std::string s = "  keep front \t\r\n";
+    std::string s = "  keep front \t\r\n", blank = "   ";
     RemoveTrailingSpaces(s);
-    EXPECT_EQ("  keep front", s);
-    std::string blank = "   ";
     RemoveTrailingSpaces(blank);
+    EXPECT_EQ("  keep front", s);
     EXPECT_EQ("", blank);
-}
 
-TEST(Strings, ReplaceAllDoesNotRescanReplacement)
-{
-    EXPECT_EQ("xbxb", replaceAll("abab", "a", "x"));
-    EXPECT_EQ("aaaa", replaceAll("aa", "a", "aa"));
-    EXPECT_EQ("b", replaceAll("aaab", "a", ""));
-    EXPECT_EQ("abc", replaceAll("abc", "", "x"));
-}
-
-TEST(Strings, LineEndings)
-{
-    std::string s = "a\r\nb\nc";
-    Do_CR_LF_LineEnding(s);
-    EXPECT_EQ("a\r\nb\r\nc", s);
-    Do_LF_LineEnding(s);
-    EXPECT_EQ("a\nb\nc", s);
-    std::string lone = "a\rb";
+    std::string text = "a\r\nb\nc", lone = "a\rb";
+    Do_CR_LF_LineEnding(text);
+    EXPECT_EQ("a\r\nb\r\nc", text);
+    Do_LF_LineEnding(text);
+    EXPECT_EQ("a\nb\nc", text);
     Do_CR_LF_LineEnding(lone);
     EXPECT_EQ("a\rb", lone) << "a lone CR is not a line end";
 }

@@ -27,7 +27,7 @@ public:
     }
     ~TempDir()
     {
-        std::error_code ignored;
+        std::error_code ignored;  // cleanup must not throw from a destructor
         std::filesystem::remove_all(m_path, ignored);
     }
     TempDir(const TempDir&) = delete;
@@ -42,50 +42,37 @@ private:
 
 class EnvGuard {
 public:
-    EnvGuard(const char* name, const std::string& value) : m_name(name)
+    EnvGuard(const char* name, const std::string& value) : m_name(name), m_had(std::getenv(name) != nullptr)
     {
-        const char* old = std::getenv(name);
-        m_had = old != nullptr;
-        if (old)
-            m_old = old;
+        m_old = m_had ? std::getenv(name) : "";
         setenv(name, value.c_str(), 1);
     }
-    ~EnvGuard()
-    {
-        if (m_had)
-            setenv(m_name.c_str(), m_old.c_str(), 1);
-        else
-            unsetenv(m_name.c_str());
-    }
+    ~EnvGuard() { m_had ? setenv(m_name.c_str(), m_old.c_str(), 1) : unsetenv(m_name.c_str()); }
     EnvGuard(const EnvGuard&) = delete;
     EnvGuard& operator=(const EnvGuard&) = delete;
 
 private:
-    std::string m_name;
-    std::string m_old;
-    bool m_had = false;
+    std::string m_name, m_old;
+    bool m_had;
 };
 
 inline std::string ReadText(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream all;
-    all << in.rdbuf();
+    all << std::ifstream(path, std::ios::binary).rdbuf();
     return all.str();
 }
 
 inline void WriteText(const std::string& path, const std::string& text)
 {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
 inline std::vector<std::string> Lines(const std::string& text)
 {
     std::vector<std::string> lines;
     std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line))
+    for (std::string line; std::getline(in, line);)
         lines.push_back(line);
     return lines;
 }

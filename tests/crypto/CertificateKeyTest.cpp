@@ -84,9 +84,8 @@ TEST(CertificateKeys, KeyValuesComponentsAndDuplicates)
 TEST(CertificateKeys, KeyHashForms)
 {
     slCertificate ec = Load("ee-ec");
-    const Bytes hash = ec.GetPubKeyHashBytes(), ski = ec.GetSKI();
+    const Bytes hash = ec.GetPubKeyHashBytes();
     ASSERT_EQ(hash.size(), 20u);
-    EXPECT_EQ(Bytes(ski.begin() + 2, ski.end()), hash); // key-hash method SKI
     const std::string raw = ec.GetPubKeyHashHex();
     EXPECT_EQ(Bytes(raw.begin(), raw.end()), hash);     // raw bytes, no hex digits
     EXPECT_EQ(b64Decode(ec.GetPubKeyHashB64()), hash);

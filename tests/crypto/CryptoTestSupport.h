@@ -80,11 +80,9 @@ struct HookGuard {
 // Sets TZ for one scope and restores the previous zone afterwards.
 class TimeZoneGuard {
 public:
-    explicit TimeZoneGuard(const char* zone)
+    explicit TimeZoneGuard(const char* zone) : m_had(std::getenv("TZ") != nullptr)
     {
-        const char* old = std::getenv("TZ");
-        m_had = old != nullptr;
-        m_old = old ? old : "";
+        m_old = m_had ? std::getenv("TZ") : "";
         setenv("TZ", zone, 1);
         tzset();
     }
