@@ -12,9 +12,9 @@ const char* const kAcos03 = kCards[0].serial;  // fixed objects
 const char* const kAcos04 = kCards[1].serial;  // infobox file
 const char* const kECard = kCards[6].serial;
 
-std::vector<unsigned char> identityLink(size_t size, unsigned char first = 0x30)
+Bytes identityLink(size_t size, unsigned char first = 0x30)
 {
-    std::vector<unsigned char> data(size);
+    Bytes data(size);
     for (size_t i = 0; i < size; ++i)
         data[i] = static_cast<unsigned char>(i * 7);
     data[0] = first;
@@ -24,18 +24,18 @@ std::vector<unsigned char> identityLink(size_t size, unsigned char first = 0x30)
 TEST_F(TokenCardDataTest, ApdusAppendTheirResponseWithStatusWord)
 {
     ASSERT_TRUE(openCard(kAcos03));
-    std::vector<unsigned char> response = {0x01};
+    Bytes response = {0x01};
     EXPECT_TRUE(p11->SendAPDU({0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71}, response));
-    EXPECT_EQ(response, (std::vector<unsigned char>{0x01, 0x90, 0x00}));
+    EXPECT_EQ(response, (Bytes{0x01, 0x90, 0x00}));
 
     std::string hex;
     EXPECT_TRUE(p11->SendAPDU_HEX("00a4000c02df71", hex));
     EXPECT_EQ(hex, "9000");
     EXPECT_TRUE(p11->SendAPDU_HEX("00CA000000", hex));
-    EXPECT_EQ(hex, "6D00");
+    EXPECT_EQ(hex, "6D00");  // upper case
     EXPECT_FALSE(p11->SendAPDU_HEX("00A", hex));
     EXPECT_FALSE(p11->SendAPDU_HEX("00ZZ", hex));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Fehler bei HexStr2BinData", "Fehler bei HexStr2BinData"}));
+    EXPECT_EQ(Log::errors(), Lines(2, "Fehler bei HexStr2BinData"));
 
     // GET CHALLENGE of 256 bytes: 258 with the status word, cut to the buffer.
     unsigned char buffer[256];
@@ -65,21 +65,20 @@ TEST_F(TokenCardDataTest, ECardDataIsReadByName)
     EXPECT_EQ(length, sizeof(buffer));
     ASSERT_TRUE(openCard(kAcos03));
     EXPECT_FALSE(p11->ReadEHIC(buffer, length));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Failed get Grunddaten, rv = 0x150",
-                                                        "Failed get EHIC, rv = 0x150",
-                                                        "Failed get EHIC, rv = 0x54"}));
+    EXPECT_EQ(Log::errors(), (Lines{"Failed get Grunddaten, rv = 0x150", "Failed get EHIC, rv = 0x150",
+                                    "Failed get EHIC, rv = 0x54"}));
 }
 
 TEST_F(TokenCardDataTest, IdentityLinkIsWrittenAfterTheModulesLogin)
 {
-    const std::vector<unsigned char> data = identityLink(300);
+    const Bytes data = identityLink(300);
     std::string error;
     setPinAnswers({"4321"});
     ASSERT_TRUE(p11->UpdatePersonenbindung(std::string(kAcos03).substr(0, 12), data, error)) << error;
     EXPECT_EQ(p11->GetSessionHandle(), 0u);
 
     ASSERT_TRUE(openCard(kAcos03));
-    std::vector<unsigned char> stored;
+    Bytes stored;
     ASSERT_TRUE(p11->ReadDataObject("PERSONENBINDUNG", stored));
     EXPECT_EQ(stored, data);
 
@@ -101,11 +100,10 @@ TEST_F(TokenCardDataTest, IdentityLinkRefusals)
     EXPECT_EQ(error, "Falsche Update Daten für die Smartcard");
     EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(128, 0x31), error));
     EXPECT_EQ(Sim::pinDialogs(), dialogs);
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{
-                                 "Falsche Update Daten für die Smartcard (3)",
-                                 "Keine Smartcard gefunden für CIN= 9999999999999999",
-                                 "Falsche Update Daten für die Smartcard (1)",
-                                 "Falsche Update Daten für die Smartcard (2)"}));
+    EXPECT_EQ(Log::errors(), (Lines{"Falsche Update Daten für die Smartcard (3)",
+                                    "Keine Smartcard gefunden für CIN= 9999999999999999",
+                                    "Falsche Update Daten für die Smartcard (1)",
+                                    "Falsche Update Daten für die Smartcard (2)"}));
 
     Log::clear();
     setPinAnswers({"CANCEL"});
@@ -118,31 +116,30 @@ TEST_F(TokenCardDataTest, IdentityLinkRefusals)
     Sim::fault("C_OpenSession", kAcos03, CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(200), error));
     EXPECT_EQ(error, "Fehler beim öffnen der Kartensession");
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_Login0x50",
-                                                        "PKCS11 Proc_C_SetAttributeValue0x31",
-                                                        "PKCS11 Proc_C_OpenSession ERROR0x30"}));
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_Login0x50", "PKCS11 Proc_C_SetAttributeValue0x31",
+                                    "PKCS11 Proc_C_OpenSession ERROR0x30"}));
 }
 
 TEST_F(TokenCardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
 {
     ASSERT_TRUE(openCard(kAcos04, true));
-    std::vector<unsigned char> infobox;
+    Bytes infobox;
     ASSERT_TRUE(p11->ReadDataObject("INFOBOX", infobox));
     EXPECT_FALSE(infobox.empty());
     EXPECT_FALSE(p11->ReadDataObject("0x7f", infobox));
 
-    std::vector<unsigned char> value;
+    Bytes value;
     bool isPrivate = false;
     setPinAnswers({"4321"});  // a protected object's value needs the PIN
     ASSERT_TRUE(p11->ReadDataObject("0x03", value, isPrivate));
     EXPECT_TRUE(isPrivate);
     ASSERT_TRUE(p11->WriteDataObject("0x03", value, false));
 
-    std::vector<unsigned char> again;
+    Bytes again;
     ASSERT_TRUE(p11->ReadDataObject("0x03", again, isPrivate));
     EXPECT_FALSE(isPrivate);
     EXPECT_EQ(again, value);
-    std::vector<unsigned char> rebuilt;
+    Bytes rebuilt;
     ASSERT_TRUE(p11->ReadDataObject("INFOBOX", rebuilt));
     EXPECT_NE(rebuilt, infobox);  // the entry's type byte changed
     EXPECT_TRUE(Log::errors().empty());
@@ -153,9 +150,7 @@ class TokenShimCardDataTest : public ShimTokenTest {};
 TEST_F(TokenShimCardDataTest, ShortAndLongResponses)
 {
     ASSERT_TRUE(openCard(kAcos03));
-    std::vector<unsigned char> response(10);
-    for (size_t i = 0; i < response.size(); ++i)
-        response[i] = static_cast<unsigned char>(0xA0 + i);
+    Bytes response = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9};
     shim->setOutput("C_CardTransmit", response);
     std::string cin;
     EXPECT_TRUE(p11->GetCinCsn(cin));
@@ -165,7 +160,7 @@ TEST_F(TokenShimCardDataTest, ShortAndLongResponses)
     EXPECT_FALSE(p11->GetCinCsn(cin));
     EXPECT_TRUE(Log::errors().empty());
 
-    shim->setOutput("C_CardTransmit", std::vector<unsigned char>(300, 0x55));
+    shim->setOutput("C_CardTransmit", Bytes(300, 0x55));
     unsigned char buffer[256];
     unsigned long length = sizeof(buffer);
     EXPECT_TRUE(p11->SendAPDU(buffer, 5, buffer, length));
@@ -182,9 +177,8 @@ TEST_F(TokenShimCardDataTest, EachCardNumberApduReportsItsOwnFailure)
     EXPECT_EQ(Log::errors().back(), "error select EF DEC");
     shim->failCall("C_CardTransmit", 3, CKR_DEVICE_REMOVED);
     EXPECT_FALSE(p11->GetCinCsn(cin));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Failed C_CardTransmit, rv = 0x30", "sendAPDU failed",
-                                                        "error select EF DEC", "Failed C_CardTransmit, rv = 0x32",
-                                                        "sendAPDU failed", "error read binary"}));
+    EXPECT_EQ(Log::errors(), (Lines{"Failed C_CardTransmit, rv = 0x30", "sendAPDU failed", "error select EF DEC",
+                                    "Failed C_CardTransmit, rv = 0x32", "sendAPDU failed", "error read binary"}));
 }
 
 } // namespace

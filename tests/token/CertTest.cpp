@@ -37,14 +37,14 @@ TEST_F(TokenCertTest, SignatureCertificateAndItsTexts)
     EXPECT_EQ(p11->GetSerialNumber(), cert.GetSerialNumber());
     EXPECT_EQ(p11->GetSerialNumberInt(), cert.GetSerialNumberInt());
 
-    std::vector<unsigned char> sha1;
-    ASSERT_TRUE(Korvex::Hash(std::vector<unsigned char>(buffer, buffer + length), sha1, Korvex::HashSha1, false));
+    Bytes sha1;
+    ASSERT_TRUE(Korvex::Hash(Bytes(buffer, buffer + length), sha1, Korvex::HashSha1, false));
     Korvex::HashAlgorithm alg = Korvex::HashNone;
     unsigned char fingerprint[20];
     unsigned long fingerprintLength = sizeof(fingerprint);
     ASSERT_TRUE(p11->GetFingerprint(alg, fingerprint, fingerprintLength));
     EXPECT_EQ(alg, Korvex::HashSha1);
-    EXPECT_EQ(std::vector<unsigned char>(fingerprint, fingerprint + fingerprintLength), sha1);
+    EXPECT_EQ(Bytes(fingerprint, fingerprint + fingerprintLength), sha1);
 
     ASSERT_NE(p11->GetParsedPublicKey(), nullptr);
     EXPECT_EQ(p11->GetParsedPublicKey()->keyType, 0);
@@ -61,12 +61,12 @@ TEST_F(TokenCertTest, SignatureCertificateAndItsTexts)
     EXPECT_EQ(keyLength, 65u);
     EXPECT_EQ(key[0], 0x04);
     ASSERT_TRUE(p11->GetFingerprint(alg, fingerprint, fingerprintLength));
-    EXPECT_NE(std::vector<unsigned char>(fingerprint, fingerprint + fingerprintLength), sha1);
+    EXPECT_NE(Bytes(fingerprint, fingerprint + fingerprintLength), sha1);
 
     // Loading the first one again (now known to the object) restores its texts.
     ASSERT_TRUE(p11->LoadSigningCertificate(true));
     ASSERT_TRUE(p11->GetFingerprint(alg, fingerprint, fingerprintLength));
-    EXPECT_EQ(std::vector<unsigned char>(fingerprint, fingerprint + fingerprintLength), sha1);
+    EXPECT_EQ(Bytes(fingerprint, fingerprint + fingerprintLength), sha1);
     EXPECT_EQ(p11->GetParsedPublicKey()->keyType, 0);
     EXPECT_TRUE(Log::errors().empty());
 }
@@ -74,12 +74,12 @@ TEST_F(TokenCertTest, SignatureCertificateAndItsTexts)
 TEST_F(TokenCertTest, MissingCertificateSessionOrOversizedValueFail)
 {
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Session nicht offen"});
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Session nicht offen"});
 
     Log::clear();
     ASSERT_TRUE(openCard(kBlankSerial));
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"Key not found !!!"});
+    EXPECT_EQ(Log::errors(), Lines{"Key not found !!!"});
     unsigned char buffer[16];
     unsigned long length = sizeof(buffer);
     EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
@@ -119,8 +119,7 @@ TEST_F(TokenShimCertTest, ValueLongerThanTheBufferIsRefused)
     // Call 1 reads the first certificate's label, call 2 its value.
     shim->inflateCall("C_GetAttributeValue", 2);
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(),
-              std::vector<std::string>{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
     unsigned char buffer[Token::CERT_BUFFER_SIZE];
     unsigned long length = sizeof(buffer);
     EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
@@ -129,8 +128,7 @@ TEST_F(TokenShimCertTest, ValueLongerThanTheBufferIsRefused)
     Log::clear();
     shim->inflateCall("C_GetAttributeValue", 1);
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_GetAttributeValue ERROR0x150",
-                                                        "Key not found !!!"}));
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetAttributeValue ERROR0x150", "Key not found !!!"}));
 }
 
 } // namespace

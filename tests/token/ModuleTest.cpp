@@ -29,12 +29,12 @@ TEST_F(TokenModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)
     EXPECT_FALSE(Token::IsInitialized());
     EXPECT_FALSE(token.IsModuleLoaded());
     EXPECT_NE(loaderText.find("libKorvexNoSuchModule.so"), std::string::npos);
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 LoadLibrary ERROR"});
-    EXPECT_EQ(Log::messages(), (std::vector<std::string>{"PKCS11 INIT", "PKCS11 LoadLibrary"}));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 LoadLibrary ERROR"});
+    EXPECT_EQ(Log::messages(), (Lines{"PKCS11 INIT", "PKCS11 LoadLibrary"}));
 
     Log::clear();
     EXPECT_TRUE(token.destroy());
-    EXPECT_EQ(Log::messages(), std::vector<std::string>{"PKCS11 Destroy"});
+    EXPECT_EQ(Log::messages(), Lines{"PKCS11 Destroy"});
     // Operations on an unloaded module fail cleanly.
     std::vector<Korvex::SlotStruct*> slots;
     EXPECT_FALSE(token.GetSlots(slots, true));
@@ -74,18 +74,18 @@ TEST_F(TokenModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
     Token token;
     EXPECT_FALSE(Token::IsInitialized());
     EXPECT_TRUE(token.IsModuleLoaded());
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x5"});
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x5"});
 
     Log::clear();
     shim.failCall("C_GetInfo", 1, CKR_DEVICE_ERROR);
     EXPECT_FALSE(token.init());
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Aufruf Proc_C_GetInfo(&info) ERROR0x30"});
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Aufruf Proc_C_GetInfo(&info) ERROR0x30"});
 
     // C_Initialize succeeded in the retry before; a module that refuses a
     // second initialisation keeps the class unready.
     Log::clear();
     EXPECT_FALSE(token.init());
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x191"});
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x191"});
     token.destroy();
 }
 
@@ -94,7 +94,7 @@ TEST_F(TokenModuleTest, ModuleWithoutInitializeIsRefused)
     ModuleOverride shim(SHIM_NOINIT_PATH);
     Token token;
     EXPECT_FALSE(Token::IsInitialized());
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Proc_C_Initialize ERROR"});
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_Initialize ERROR"});
     token.destroy();
 }
 
@@ -112,10 +112,11 @@ TEST_F(TokenModuleTest, ClientVersionIsComparedFieldByField)
         {"2.0.0.0", "2.0.0.0", true},    {"1.3.x.4", "0.0.0.0", false},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.configured);
         setClientVersion(c.configured);
         Token token;  // the version is read when the module is initialised
-        EXPECT_EQ(token.GetVessaClientVersion(), c.reported) << c.configured;
-        EXPECT_EQ(token.ClientSupportForceSofwarePin(), c.forceSoftwarePin) << c.configured;
+        EXPECT_EQ(token.GetVessaClientVersion(), c.reported);
+        EXPECT_EQ(token.ClientSupportForceSofwarePin(), c.forceSoftwarePin);
         token.destroy();
     }
     setClientVersion("");
@@ -127,10 +128,9 @@ TEST_F(TokenModuleTest, LogLinesAppendLowerCaseHexAndJoinTextsWithOneBlank)
     ::acPKCS11::LogError("Failed get ATR, rv = ", 0UL);
     ::acPKCS11::LogError("Keine Smartcard gefunden für CIN=", std::string("1234"));
     ::acPKCS11::LogMessage("token label: ", std::string("Karte"));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_OpenSession ERROR0x1b0",
-                                                        "Failed get ATR, rv = 0x0",
-                                                        "Keine Smartcard gefunden für CIN= 1234"}));
-    EXPECT_EQ(Log::messages(), std::vector<std::string>{"token label:  Karte"});
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_OpenSession ERROR0x1b0", "Failed get ATR, rv = 0x0",
+                                    "Keine Smartcard gefunden für CIN= 1234"}));
+    EXPECT_EQ(Log::messages(), Lines{"token label:  Karte"});
 
     Token::SetErrorLoggingFunc(nullptr);
     Token::SetMessageLoggingFunc(nullptr);

@@ -35,17 +35,15 @@ TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
     ASSERT_TRUE(openCard(kAcos));
     setPinAnswers({"CANCEL", "9999", "1111", "1111", "9999", "1111", "1111", "9999", "1111", "1111"});
     EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_CANCELED);
-    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
-    EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_ENCRYPTION), 2);
-    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
-    EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
+    for (int triesLeft : {2, 1, 0}) {
+        EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
+        EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_ENCRYPTION), triesLeft);
+    }
     EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_LOCKED);
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{
-                                 "Proc_C_SetAttributeValue returned CKR_FUNCTION_CANCELED",
-                                 "Proc_C_SetAttributeValue returned CKR_PIN_INCORRECT",
-                                 "Proc_C_SetAttributeValue returned CKR_PIN_INCORRECT",
-                                 "Proc_C_SetAttributeValue returned CKR_PIN_INCORRECT",
-                                 "Proc_C_SetAttributeValue returned CKR_PIN_LOCKED"}));
+    Lines expected(3, "Proc_C_SetAttributeValue returned CKR_PIN_INCORRECT");
+    expected.insert(expected.begin(), "Proc_C_SetAttributeValue returned CKR_FUNCTION_CANCELED");
+    expected.push_back("Proc_C_SetAttributeValue returned CKR_PIN_LOCKED");
+    EXPECT_EQ(Log::errors(), expected);
 
     // The PUK unblocks it again.
     setPinAnswers({"87654321", "2468", "2468"});
@@ -58,7 +56,7 @@ TEST_F(TokenPinTest, UnblockOnAnECardIsAnError)
     ASSERT_TRUE(openCard(kG3A));
     unsigned long dialogs = Sim::pinDialogs();
     EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"Proc_C_SetAttributeValue returned 0x54"});
+    EXPECT_EQ(Log::errors(), Lines{"Proc_C_SetAttributeValue returned 0x54"});
     EXPECT_EQ(Sim::pinDialogs(), dialogs);
 }
 
@@ -66,7 +64,7 @@ TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
 {
     EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
     EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Session nicht offen", "PKCS11 Session nicht offen"}));
+    EXPECT_EQ(Log::errors(), Lines(2, "PKCS11 Session nicht offen"));
 
     ASSERT_TRUE(openCard(kAcos));
     Log::clear();
@@ -82,9 +80,8 @@ TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
 {
     ASSERT_TRUE(openCard(kAcos));
     setPinAnswers({"999999", "111111", "111111", "999999", "111111", "111111", "999999", "111111", "111111"});
-    EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
-    EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
-    EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
+    for (int attempt = 0; attempt < 3; ++attempt)
+        EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
     // Now really locked: CKR_PIN_LOCKED reads as a wrong PIN in this form.
     EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_INCORRECT);
     setPinAnswers({"CANCEL"});

@@ -43,7 +43,7 @@ TEST_F(TokenPlainModuleTest, VendorOperationsFailCleanly)
     EXPECT_FALSE(p11->LoadCardType());
     EXPECT_EQ(p11->GetHashAlgorithm(Korvex::SIGN_KEY_EC), Korvex::HashRipemd160);
 
-    std::vector<unsigned char> response;
+    Bytes response;
     EXPECT_FALSE(p11->SendAPDU({0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71}, response));
     std::string cin;
     EXPECT_FALSE(p11->GetCinCsn(cin));
@@ -55,10 +55,9 @@ TEST_F(TokenPlainModuleTest, VendorOperationsFailCleanly)
     EXPECT_EQ(p11->GetPINStatus(Korvex::APPL_SIGNATURE, state, tries), Korvex::PKCS11_ERROR);
     EXPECT_EQ(state, Korvex::PIN_STATE_UNKNOWN);
 
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Unknown atr=", "Unknown atr=",
-                                                        "Failed C_CardTransmit, not implemented",
-                                                        "Failed C_CardTransmit, not implemented",
-                                                        "sendAPDU failed", "error select DF DEC"}));
+    EXPECT_EQ(Log::errors(), (Lines{"Unknown atr=", "Unknown atr=", "Failed C_CardTransmit, not implemented",
+                                    "Failed C_CardTransmit, not implemented", "sendAPDU failed",
+                                    "error select DF DEC"}));
 }
 
 } // namespace

@@ -40,16 +40,14 @@ TEST_F(TokenSessionTest, FailedOpenIsLoggedAndKeepsTheSlotIndex)
     EXPECT_FALSE(p11->OpenSession(1, false));
     EXPECT_EQ(p11->GetSessionHandle(), 0u);
     EXPECT_EQ(p11->GetSlotIndex(), 0);
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Proc_C_OpenSession ERROR0xe1"});
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_OpenSession ERROR0xe1"});
 }
 
 TEST_F(TokenSessionTest, FindsTheCardByTwelveOrSixteenCharacters)
 {
     std::string serial = kCards[4].serial;
-    EXPECT_EQ(p11->findSlotForCin(serial), 4);
-    EXPECT_EQ(p11->findSlotForCin(serial.substr(0, 12)), 4);
-    EXPECT_EQ(p11->findSlotForCin(serial.substr(0, 11)), -1);
-    EXPECT_EQ(p11->findSlotForCin(serial.substr(0, 13)), -1);
+    for (auto [length, position] : {std::pair<size_t, int>{16, 4}, {12, 4}, {11, -1}, {13, -1}})
+        EXPECT_EQ(p11->findSlotForCin(serial.substr(0, length)), position) << length;
     EXPECT_EQ(p11->findSlotForCin(kBlankSerial), -1);  // blank cards are not searched
     EXPECT_EQ(p11->findSlotForCin("9999999999999999"), -1);
 
@@ -72,15 +70,14 @@ TEST_F(TokenSessionTest, ReadsTheCardNumberOverApdus)
     Sim::fault("C_CardTransmit", kCards[0].serial, CKR_DEVICE_ERROR, 1);
     std::string cin;
     EXPECT_FALSE(p11->GetCinCsn(cin));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Failed C_CardTransmit, rv = 0x30", "sendAPDU failed",
-                                                        "error select DF DEC"}));
+    EXPECT_EQ(Log::errors(), (Lines{"Failed C_CardTransmit, rv = 0x30", "sendAPDU failed", "error select DF DEC"}));
 }
 
 TEST_F(TokenSessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailures)
 {
     CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
     EXPECT_FALSE(p11->FindObject("SK.CH.SIG", CKO_PRIVATE_KEY, handle));  // no session
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"acPKCS11::FindObject: FindObjects error"});
+    EXPECT_EQ(Log::errors(), Lines{"acPKCS11::FindObject: FindObjects error"});
 
     ASSERT_TRUE(openCard(kCards[1].serial));
     EXPECT_TRUE(p11->FindObject("SK.CH.SIG", CKO_PRIVATE_KEY, handle));
@@ -107,10 +104,8 @@ TEST_F(TokenSessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailures)
     ASSERT_TRUE(openCard(serial));
     Sim::fault("C_FindObjectsFinal", serial, CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(p11->FindObjects(&search, 1, handles, 1, found));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 Proc_C_FindObjectsInit0x90",
-                                                        "PKCS11 Proc_C_FindObjects0x30",
-                                                        "PKCS11 Proc_C_FindObjectsInit0x90",
-                                                        "PKCS11 Proc_C_FindObjectsFinal0x30"}));
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_FindObjectsInit0x90", "PKCS11 Proc_C_FindObjects0x30",
+                                    "PKCS11 Proc_C_FindObjectsInit0x90", "PKCS11 Proc_C_FindObjectsFinal0x30"}));
 }
 
 TEST_F(TokenSessionTest, OversizedObjectCountIsCutToTheArray)

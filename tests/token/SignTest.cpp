@@ -4,6 +4,7 @@
 
 #include "crypto/Hash.h"
 
+#include <optional>
 #include <string>
 
 using namespace tokentest;
@@ -15,31 +16,37 @@ using TokenSignTest = TokenTest;
 
 const char* const kAcos = kCards[1].serial;  // RSA 1536 signature key, EC P-256 encryption key
 
-std::vector<unsigned char> bytes(const std::string& text)
-{
-    return std::vector<unsigned char>(text.begin(), text.end());
-}
+Bytes bytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
-std::vector<unsigned char> certificateOf(Token& p11, bool signatureKey)
+Bytes certificateOf(Token& p11, bool signatureKey)
 {
     unsigned char buffer[Token::CERT_BUFFER_SIZE];
     unsigned long length = sizeof(buffer);
     if (!p11.LoadSigningCertificate(signatureKey) || !p11.GetSigningCertificate(buffer, length))
         return {};
-    return std::vector<unsigned char>(buffer, buffer + length);
+    return Bytes(buffer, buffer + length);
 }
 
-struct SignCase {
-    const char* serial;
-    bool signatureKey;
-    HashAlgorithm alg;
-    const char* mdName;
-    Korvex::SignKey keyKind;
-};
+// signString into a 512-byte buffer; the signature, or nothing on failure.
+std::optional<Bytes> signRaw(Token& p11, const Bytes& data, Korvex::SignKey& kind, bool signatureKey,
+                             HashAlgorithm alg, size_t size = 0)
+{
+    unsigned char out[512];
+    unsigned long length = sizeof(out);
+    if (!p11.signString(data.data(), size != 0 ? size : data.size(), out, length, kind, signatureKey, alg))
+        return std::nullopt;
+    return Bytes(out, out + length);
+}
 
 TEST_F(TokenSignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
 {
-    const SignCase cases[] = {
+    const struct {
+        const char* serial;
+        bool signatureKey;
+        HashAlgorithm alg;
+        const char* mdName;
+        Korvex::SignKey keyKind;
+    } cases[] = {
         {kAcos, true, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_RSA},
         {kAcos, true, Korvex::HashRipemd160, "RIPEMD160", Korvex::SIGN_KEY_RSA},
         {kAcos, true, Korvex::HashSha256, "SHA256", Korvex::SIGN_KEY_RSA},
@@ -51,21 +58,18 @@ TEST_F(TokenSignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
         {kCards[6].serial, true, Korvex::HashSha256, "SHA256", Korvex::SIGN_KEY_RSA},  // RSA 2048
         {kCards[3].serial, true, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_EC},       // P-192
     };
-    const std::vector<unsigned char> text = bytes("Das ist ein Test!");
-    for (const SignCase& c : cases) {
+    const Bytes text = bytes("Das ist ein Test!");
+    for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.serial) + (c.signatureKey ? " SIG " : " ENC ") + c.mdName);
         ASSERT_TRUE(openCard(c.serial));
-        std::vector<unsigned char> certificate = certificateOf(*p11, c.signatureKey);
+        Bytes certificate = certificateOf(*p11, c.signatureKey);
         ASSERT_FALSE(certificate.empty());
         setPinAnswers({c.signatureKey ? "123456" : "1234"});
-
-        unsigned char signature[512];
-        unsigned long length = sizeof(signature);
         Korvex::SignKey kind = c.keyKind == Korvex::SIGN_KEY_RSA ? Korvex::SIGN_KEY_EC : Korvex::SIGN_KEY_RSA;
-        ASSERT_TRUE(p11->signString(text.data(), text.size(), signature, length, kind, c.signatureKey, c.alg));
+        std::optional<Bytes> signature = signRaw(*p11, text, kind, c.signatureKey, c.alg);
+        ASSERT_TRUE(signature);
         EXPECT_EQ(kind, c.keyKind);
-        std::vector<unsigned char> sig(signature, signature + length);
-        EXPECT_TRUE(verifyWithCertificate(certificate, c.mdName, text, sig));
+        EXPECT_TRUE(verifyWithCertificate(certificate, c.mdName, text, *signature));
         EXPECT_TRUE(Log::hasMessage("PKCS11 Anzeige: Bitte PIN eingeben"));
         p11->CloseSession();
     }
@@ -75,14 +79,14 @@ TEST_F(TokenSignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
 TEST_F(TokenSignTest, SignAndVerifyAFinishedDigestOnTheCard)
 {
     ASSERT_TRUE(openCard(kAcos));
-    std::vector<unsigned char> digest;
+    Bytes digest;
     ASSERT_TRUE(Korvex::Hash(bytes("Das ist ein Test!"), digest, Korvex::HashSha256, false));
 
     for (bool signatureKey : {true, false}) {
         const std::string suffix = signatureKey ? "SIG" : "EKEY";
-        std::vector<unsigned char> certificate = certificateOf(*p11, signatureKey);
+        Bytes certificate = certificateOf(*p11, signatureKey);
         setPinAnswers({signatureKey ? "123456" : "1234"});
-        std::vector<unsigned char> signature = {0xAA};  // appended to, not replaced
+        Bytes signature = {0xAA};  // appended to, not replaced
         ASSERT_TRUE(p11->Sign("SK.CH." + suffix, digest, signature, Korvex::HashAlreadyHashed));
         ASSERT_EQ(signature.front(), 0xAA);
         signature.erase(signature.begin());
@@ -95,13 +99,12 @@ TEST_F(TokenSignTest, SignAndVerifyAFinishedDigestOnTheCard)
     }
 
     // The short Verify form checks with SHA-1 over the data itself.
-    const std::vector<unsigned char> text = bytes("Kurzform");
+    const Bytes text = bytes("Kurzform");
     setPinAnswers({"123456"});
-    unsigned char signature[256];
-    unsigned long length = sizeof(signature);
     Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
-    ASSERT_TRUE(p11->signString(text.data(), text.size(), signature, length, kind, true, Korvex::HashSha1));
-    EXPECT_TRUE(p11->Verify("PK.CH.SIG", text, std::vector<unsigned char>(signature, signature + length)));
+    std::optional<Bytes> signature = signRaw(*p11, text, kind, true, Korvex::HashSha1);
+    ASSERT_TRUE(signature);
+    EXPECT_TRUE(p11->Verify("PK.CH.SIG", text, *signature));
 }
 
 TEST_F(TokenSignTest, InputChecksComeBeforeTheCard)
@@ -114,49 +117,45 @@ TEST_F(TokenSignTest, InputChecksComeBeforeTheCard)
     EXPECT_FALSE(p11->signString(nullptr, 1, out, length, kind, true, Korvex::HashSha256));
     EXPECT_FALSE(p11->signString(&one, 1, nullptr, length, kind, true, Korvex::HashSha256));
     EXPECT_FALSE(p11->signString(&one, 1, out, length, kind, true, Korvex::HashSha256));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"PKCS11 insize == 0", "PKCS11 input == NULL",
-                                                        "PKCS11 output == NULL", "PKCS11 Session nicht offen"}));
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 insize == 0", "PKCS11 input == NULL", "PKCS11 output == NULL",
+                                    "PKCS11 Session nicht offen"}));
 
     ASSERT_TRUE(openCard(kAcos));
     Log::clear();
-    std::vector<unsigned char> big(2049, 'x');
-    EXPECT_FALSE(p11->signString(big.data(), big.size(), out, length, kind, true, Korvex::HashSha256));
-    EXPECT_FALSE(p11->signString(big.data(), 10, out, length, kind, true, Korvex::HashMd5));
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{"Data size too long: 2049 bytes",
-                                                        "PKCS11 Unbekannter Signaturalgorihtmus"}));
+    Bytes big(2049, 'x');
+    EXPECT_FALSE(signRaw(*p11, big, kind, true, Korvex::HashSha256));
+    EXPECT_FALSE(signRaw(*p11, big, kind, true, Korvex::HashMd5, 10));
+    EXPECT_EQ(Log::errors(), (Lines{"Data size too long: 2049 bytes", "PKCS11 Unbekannter Signaturalgorihtmus"}));
     setPinAnswers({"123456"});
-    EXPECT_TRUE(p11->signString(big.data(), 2048, out, length, kind, true, Korvex::HashSha256));
+    EXPECT_TRUE(signRaw(*p11, big, kind, true, Korvex::HashSha256, 2048));
 }
 
 TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
 {
     ASSERT_TRUE(openCard(kAcos));
-    const std::vector<unsigned char> text = bytes("abc");
-    unsigned char out[512];
-    unsigned long length = sizeof(out);
+    const Bytes text = bytes("abc");
     Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
 
     setPinAnswers({"CANCEL"});
-    EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
+    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
     Sim::fault("C_SignInit", kAcos, CKR_KEY_FUNCTION_NOT_PERMITTED, 1);
-    EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
+    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
     Sim::fault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
-    EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
-    std::vector<unsigned char> signature;
+    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
+    Bytes signature;
     EXPECT_FALSE(p11->Sign("SK.CH.EKEY", text, signature, Korvex::HashSha256));  // EC needs a digest
     Sim::fault("C_Sign", kAcos, CKR_DEVICE_MEMORY, 1);
     EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
     EXPECT_FALSE(p11->Sign("SK.CH.NONE", text, signature, Korvex::HashSha1));
     EXPECT_TRUE(signature.empty());
-    EXPECT_EQ(Log::errors(), (std::vector<std::string>{
-                                 "PKCS11 Proc_C_Sign ERROR0x50", "PKCS11 Proc_C_SignInit ERROR0x68",
-                                 "PKCS11 Proc_C_FindObjectsInit ERROR0x30",
-                                 "PKCS11 Unbekannter Signaturalgorihtmus", "PKCS11 Proc_C_Sign0x31"}));
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_Sign ERROR0x50", "PKCS11 Proc_C_SignInit ERROR0x68",
+                                    "PKCS11 Proc_C_FindObjectsInit ERROR0x30",
+                                    "PKCS11 Unbekannter Signaturalgorihtmus", "PKCS11 Proc_C_Sign0x31"}));
 
     Log::clear();
     Sim::fault("C_VerifyInit", kAcos, CKR_KEY_TYPE_INCONSISTENT, 1);
     EXPECT_FALSE(p11->Verify("PK.CH.SIG", text, text, Korvex::HashSha1));
-    EXPECT_EQ(Log::errors(), std::vector<std::string>{"PKCS11 Proc_C_VerifyInit0x63"});
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_VerifyInit0x63"});
 
     // A signature length beyond the buffer is refused, not copied. (A fresh
     // session: the failed size query above left its operation open.)
@@ -164,8 +163,7 @@ TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
     ASSERT_TRUE(openCard(kAcos));
     Sim::malformed("C_Sign", kAcos, VSIM_ALWAYS);
     setPinAnswers({"123456", "123456"});
-    length = sizeof(out);
-    EXPECT_FALSE(p11->signString(text.data(), text.size(), out, length, kind, true, Korvex::HashSha1));
+    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
     EXPECT_EQ(Log::errors().back(), "PKCS11 buffer size error");
     EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
     EXPECT_TRUE(signature.empty());
@@ -185,21 +183,20 @@ TEST_F(TokenSignTest, KeyKindsLabelsAndHashChoice)
     EXPECT_FALSE(p11->findPrivateKeyFromID("none", label));
 
     // The text form signs with the signature key and the card's hash choice.
-    std::vector<unsigned char> certificate = certificateOf(*p11, true);
+    Bytes certificate = certificateOf(*p11, true);
     setPinAnswers({"123456"});
     unsigned char out[512];
     unsigned long length = sizeof(out);
     ASSERT_TRUE(p11->signString("Hallo", out, length));
     EXPECT_TRUE(verifyWithCertificate(certificate, "RIPEMD160", bytes("Hallo"),
-                                      std::vector<unsigned char>(out, out + length)));
+                                      Bytes(out, out + length)));
 
     // An unpersonalised card has no keys: the kind stays as it was.
     ASSERT_TRUE(openCard(kBlankSerial));
     kind = Korvex::SIGN_KEY_EC;
     EXPECT_TRUE(p11->GetSignKeyType(kind, true));
     EXPECT_EQ(kind, Korvex::SIGN_KEY_EC);
-    length = sizeof(out);
-    EXPECT_FALSE(p11->signString(out, 4, out, length, kind, true, Korvex::HashSha1));
+    EXPECT_FALSE(signRaw(*p11, bytes("abcd"), kind, true, Korvex::HashSha1));
     EXPECT_TRUE(Log::hasMessage("PKCS11 Key NOT Found"));
 }
 

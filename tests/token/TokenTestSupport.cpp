@@ -37,8 +37,13 @@ const char kOddG4Serial[] = "3014000000000009";
 namespace {
 
 std::string g_tempDir;
-std::vector<std::string> g_errors;
-std::vector<std::string> g_messages;
+Lines g_errors;
+Lines g_messages;
+
+void writeFile(const std::string& path, const std::string& content)
+{
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+}
 
 void captureError(const char* line) { g_errors.emplace_back(line); }
 void captureMessage(const char* line) { g_messages.emplace_back(line); }
@@ -93,7 +98,6 @@ public:
         std::string root = source != nullptr && *source ? source : KORVEX_TEST_SOURCE_DIR;
         setenv("VESSA_SIM_PINENTRY", (root + "/tests/support/fake-pinentry").c_str(), 1);
         setenv("FAKE_PINENTRY_SCRIPT", (g_tempDir + "/pin-script").c_str(), 1);
-        setenv("FAKE_PINENTRY_LOG", (g_tempDir + "/pin-log").c_str(), 1);
 
         writeFile(g_tempDir + "/cards.xml", cardSetXml());
         setenv("VESSA_SIM_CARDS", (g_tempDir + "/cards.xml").c_str(), 1);
@@ -137,15 +141,7 @@ Fn simSymbol(const char* name)
 
 } // namespace
 
-std::string tempDir() { return g_tempDir; }
-
-void writeFile(const std::string& path, const std::string& content)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-}
-
-void setPinAnswers(const std::vector<std::string>& answers)
+void setPinAnswers(const Lines& answers)
 {
     std::string text;
     for (const std::string& answer : answers)
@@ -153,17 +149,6 @@ void setPinAnswers(const std::vector<std::string>& answers)
     std::string script = g_tempDir + "/pin-script";
     std::filesystem::remove(script + ".pos");
     writeFile(script, text);
-}
-
-std::vector<std::string> takePinentryLog()
-{
-    std::vector<std::string> lines;
-    std::string path = g_tempDir + "/pin-log";
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    std::filesystem::remove(path);
-    return lines;
 }
 
 void setClientVersion(const std::string& text)
@@ -188,13 +173,8 @@ void Log::clear()
     g_messages.clear();
 }
 
-const std::vector<std::string>& Log::errors() { return g_errors; }
-const std::vector<std::string>& Log::messages() { return g_messages; }
-
-bool Log::hasError(const std::string& line)
-{
-    return std::find(g_errors.begin(), g_errors.end(), line) != g_errors.end();
-}
+const Lines& Log::errors() { return g_errors; }
+const Lines& Log::messages() { return g_messages; }
 
 bool Log::hasMessage(const std::string& line)
 {
@@ -237,7 +217,6 @@ void TokenTest::SetUp()
     Sim::clearFaults();
     Sim::resetState();
     setPinAnswers({});
-    takePinentryLog();
     Log::clear();
 }
 
@@ -295,31 +274,24 @@ ModuleOverride::~ModuleOverride()
         dlclose(m_handle);
 }
 
-void ModuleOverride::failCall(const char* function, int nth, CK_RV rv)
-{
-    auto fn = reinterpret_cast<shim_fail_call_fn>(dlsym(m_handle, "shim_fail_call"));
-    ASSERT_NE(fn, nullptr);
-    fn(function, nth, rv);
-}
+#define SHIM_CALL(name, ...)                                                  \
+    do {                                                                      \
+        auto fn = reinterpret_cast<name##_fn>(dlsym(m_handle, #name));        \
+        ASSERT_NE(fn, nullptr) << "shim lacks " #name;                        \
+        fn(__VA_ARGS__);                                                      \
+    } while (0)
 
-void ModuleOverride::setOutput(const char* function, const std::vector<unsigned char>& bytes)
+void ModuleOverride::failCall(const char* function, int nth, CK_RV rv) { SHIM_CALL(shim_fail_call, function, nth, rv); }
+void ModuleOverride::setOutput(const char* function, const Bytes& bytes)
 {
-    auto fn = reinterpret_cast<shim_set_output_fn>(dlsym(m_handle, "shim_set_output"));
-    ASSERT_NE(fn, nullptr);
-    fn(function, bytes.data(), bytes.size());
+    SHIM_CALL(shim_set_output, function, bytes.data(), bytes.size());
 }
-
-void ModuleOverride::inflateCall(const char* function, int nth)
-{
-    auto fn = reinterpret_cast<shim_inflate_call_fn>(dlsym(m_handle, "shim_inflate_call"));
-    ASSERT_NE(fn, nullptr);
-    fn(function, nth);
-}
+void ModuleOverride::inflateCall(const char* function, int nth) { SHIM_CALL(shim_inflate_call, function, nth); }
 
 namespace {
 
 // PKCS#11 delivers ECDSA signatures as r || s; OpenSSL wants DER.
-std::vector<unsigned char> ecdsaToDer(const std::vector<unsigned char>& raw)
+Bytes ecdsaToDer(const Bytes& raw)
 {
     size_t half = raw.size() / 2;
     ECDSA_SIG* sig = ECDSA_SIG_new();
@@ -327,7 +299,7 @@ std::vector<unsigned char> ecdsaToDer(const std::vector<unsigned char>& raw)
                    BN_bin2bn(raw.data() + half, static_cast<int>(half), nullptr));
     unsigned char* der = nullptr;
     int length = i2d_ECDSA_SIG(sig, &der);
-    std::vector<unsigned char> result;
+    Bytes result;
     if (length > 0)
         result.assign(der, der + length);
     OPENSSL_free(der);
@@ -337,9 +309,8 @@ std::vector<unsigned char> ecdsaToDer(const std::vector<unsigned char>& raw)
 
 } // namespace
 
-bool verifyWithCertificate(const std::vector<unsigned char>& certificateDer, const char* mdName,
-                           const std::vector<unsigned char>& data,
-                           const std::vector<unsigned char>& signature)
+bool verifyWithCertificate(const Bytes& certificateDer, const char* mdName, const Bytes& data,
+                           const Bytes& signature)
 {
     const unsigned char* cursor = certificateDer.data();
     X509* cert = d2i_X509(nullptr, &cursor, static_cast<long>(certificateDer.size()));
@@ -350,7 +321,7 @@ bool verifyWithCertificate(const std::vector<unsigned char>& certificateDer, con
     if (key == nullptr)
         return false;
     bool isEc = EVP_PKEY_get_base_id(key) == EVP_PKEY_EC;
-    std::vector<unsigned char> sig = isEc ? ecdsaToDer(signature) : signature;
+    Bytes sig = isEc ? ecdsaToDer(signature) : signature;
 
     int result = 0;
     if (mdName != nullptr) {

@@ -29,12 +29,11 @@ extern const char kOddG3BSerial[]; // reader 8: "Starcos SPK 3.4+" with a foreig
 extern const char kOddG4Serial[];  // reader 9: "ATOS 5.3" with a foreign label
 constexpr size_t kListedCards = 10; // readers 0..9; 10 is empty, 11 is built in
 
-std::string tempDir();
-void writeFile(const std::string& path, const std::string& content);
+using Lines = std::vector<std::string>;
+using Bytes = std::vector<unsigned char>;
+
 // Answers for the fake pinentry, consumed in order from now on.
-void setPinAnswers(const std::vector<std::string>& answers);
-// Lines the fake pinentry recorded (SETPROMPT/GETPIN ...) since the last call.
-std::vector<std::string> takePinentryLog();
+void setPinAnswers(const Lines& answers);
 // Points the client version entry at text ("" removes it).
 void setClientVersion(const std::string& text);
 
@@ -42,9 +41,8 @@ void setClientVersion(const std::string& text);
 struct Log {
     static void install();
     static void clear();
-    static const std::vector<std::string>& errors();
-    static const std::vector<std::string>& messages();
-    static bool hasError(const std::string& line);
+    static const Lines& errors();
+    static const Lines& messages();
     static bool hasMessage(const std::string& line);
 };
 
@@ -80,7 +78,7 @@ public:
     explicit ModuleOverride(const char* path);
     ~ModuleOverride();
     void failCall(const char* function, int nth, CK_RV rv);
-    void setOutput(const char* function, const std::vector<unsigned char>& bytes);
+    void setOutput(const char* function, const Bytes& bytes);
     void inflateCall(const char* function, int nth);
 
 private:
@@ -105,8 +103,7 @@ private:
 
 // Signature checks outside the module. `mdName` null: data is the digest
 // (or, for RSA, the exact block) that was signed.
-bool verifyWithCertificate(const std::vector<unsigned char>& certificateDer, const char* mdName,
-                           const std::vector<unsigned char>& data,
-                           const std::vector<unsigned char>& signature);
+bool verifyWithCertificate(const Bytes& certificateDer, const char* mdName, const Bytes& data,
+                           const Bytes& signature);
 
 } // namespace tokentest
