@@ -20,29 +20,28 @@ namespace {
 
 using PKeyPtr = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 
-BIGNUM* param(EVP_PKEY* key, const char* name)
+using BnPtr = std::unique_ptr<BIGNUM, decltype(&BN_free)>;
+
+BnPtr param(EVP_PKEY* key, const char* name)
 {
     BIGNUM* bn = nullptr;
     EXPECT_EQ(EVP_PKEY_get_bn_param(key, name, &bn), 1) << name;
-    return bn;
+    return BnPtr(bn, &BN_free);
 }
 
 Bytes paramBytes(EVP_PKEY* key, const char* name)
 {
-    BIGNUM* bn = param(key, name);
-    Bytes out(static_cast<std::size_t>(BN_num_bytes(bn)));
-    BN_bn2bin(bn, out.data());
-    BN_free(bn);
+    BnPtr bn = param(key, name);
+    Bytes out(static_cast<std::size_t>(BN_num_bytes(bn.get())));
+    BN_bn2bin(bn.get(), out.data());
     return out;
 }
 
 std::string paramDecimal(EVP_PKEY* key, const char* name)
 {
-    BIGNUM* bn = param(key, name);
-    char* text = BN_bn2dec(bn);
+    char* text = BN_bn2dec(param(key, name).get());
     std::string out(text);
     OPENSSL_free(text);
-    BN_free(bn);
     return out;
 }
 
