@@ -9,7 +9,7 @@ extern "C" {
 // simulator (nth = 1: the next call).
 typedef void (*shim_fail_call_fn)(const char* function, int nth, CK_RV rv);
 // C_CardTransmit / C_CardAttribute answer these bytes (CKR_OK) instead of
-// the simulator's; null bytes remove the canned answer.
+// the simulator's until the next shim_reset.
 typedef void (*shim_set_output_fn)(const char* function, const unsigned char* bytes,
                                    unsigned long length);
 // The nth C_GetAttributeValue from now reports every filled attribute as at

@@ -81,8 +81,9 @@ bool plannedInflation(const char* function)
 
 } // namespace
 
+#define SHIM_EXPORT extern "C" __attribute__((visibility("default")))
 #define SHIM_FORWARD(name, params, args)                                      \
-    extern "C" __attribute__((visibility("default"))) CK_RV name params       \
+    SHIM_EXPORT CK_RV name params                                              \
     {                                                                          \
         if (CK_RV planned = plannedFailure(#name))                             \
             return planned;                                                    \
@@ -109,7 +110,7 @@ SHIM_FORWARD(C_FindObjects, (CK_SESSION_HANDLE a, CK_OBJECT_HANDLE_PTR b, CK_ULO
              (a, b, c, d))
 SHIM_FORWARD(C_FindObjectsFinal, (CK_SESSION_HANDLE a), (a))
 
-extern "C" __attribute__((visibility("default"))) CK_RV
+SHIM_EXPORT CK_RV
 C_GetAttributeValue(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_PTR attributes,
                     CK_ULONG count)
 {
@@ -153,68 +154,56 @@ bool cannedAnswer(const char* function, CK_BYTE_PTR out, CK_ULONG_PTR outLength)
     return true;
 }
 
-void* simulatorSymbol(const char* name)
+// A vendor call: planned failure, canned answer, or the simulator's own.
+template <typename Fn, typename... Args>
+CK_RV forwardVendor(const char* function, CK_BYTE_PTR out, CK_ULONG_PTR outLength, Args... args)
 {
+    if (CK_RV planned = plannedFailure(function))
+        return planned;
+    if (cannedAnswer(function, out, outLength))
+        return CKR_OK;
     simulator();
-    return dlsym(state().simulator, name);
+    auto real = reinterpret_cast<Fn>(dlsym(state().simulator, function));
+    return real != nullptr ? real(args..., out, outLength) : CKR_FUNCTION_NOT_SUPPORTED;
 }
 
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) CK_RV
+SHIM_EXPORT CK_RV
 C_CardTransmit(CK_SESSION_HANDLE session, CK_BYTE_PTR command, CK_ULONG commandLength,
                CK_BYTE_PTR response, CK_ULONG_PTR responseLength)
 {
-    if (CK_RV planned = plannedFailure("C_CardTransmit"))
-        return planned;
-    if (cannedAnswer("C_CardTransmit", response, responseLength))
-        return CKR_OK;
-    auto real = reinterpret_cast<CK_RV (*)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR,
-                                           CK_ULONG_PTR)>(simulatorSymbol("C_CardTransmit"));
-    return real != nullptr ? real(session, command, commandLength, response, responseLength)
-                           : CKR_FUNCTION_NOT_SUPPORTED;
+    return forwardVendor<CK_RV (*)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR, CK_ULONG_PTR)>(
+        "C_CardTransmit", response, responseLength, session, command, commandLength);
 }
 
-extern "C" __attribute__((visibility("default"))) CK_RV
+SHIM_EXPORT CK_RV
 C_CardAttribute(CK_SESSION_HANDLE session, const char* name, CK_BYTE_PTR out, CK_ULONG_PTR outLength)
 {
-    if (CK_RV planned = plannedFailure("C_CardAttribute"))
-        return planned;
-    if (cannedAnswer("C_CardAttribute", out, outLength))
-        return CKR_OK;
-    auto real = reinterpret_cast<CK_RV (*)(CK_SESSION_HANDLE, const char*, CK_BYTE_PTR, CK_ULONG_PTR)>(
-        simulatorSymbol("C_CardAttribute"));
-    return real != nullptr ? real(session, name, out, outLength) : CKR_FUNCTION_NOT_SUPPORTED;
+    return forwardVendor<CK_RV (*)(CK_SESSION_HANDLE, const char*, CK_BYTE_PTR, CK_ULONG_PTR)>(
+        "C_CardAttribute", out, outLength, session, name);
 }
 #endif
 
-extern "C" __attribute__((visibility("default"))) void shim_fail_call(const char* function, int nth,
-                                                                      CK_RV rv)
+SHIM_EXPORT void shim_fail_call(const char* function, int nth, CK_RV rv)
 {
-    ShimState& s = state();
-    std::lock_guard<std::mutex> guard(s.lock);
-    s.failures[function] = PlannedFailure{nth, rv};
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().failures[function] = PlannedFailure{nth, rv};
 }
 
-extern "C" __attribute__((visibility("default"))) void
-shim_set_output(const char* function, const unsigned char* bytes, unsigned long length)
+SHIM_EXPORT void shim_set_output(const char* function, const unsigned char* bytes, unsigned long length)
 {
-    ShimState& s = state();
-    std::lock_guard<std::mutex> guard(s.lock);
-    if (bytes == nullptr)
-        s.cannedOutput.erase(function);
-    else
-        s.cannedOutput[function].assign(bytes, bytes + length);
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().cannedOutput[function].assign(bytes, bytes + length);
 }
 
-extern "C" __attribute__((visibility("default"))) void shim_inflate_call(const char* function, int nth)
+SHIM_EXPORT void shim_inflate_call(const char* function, int nth)
 {
-    ShimState& s = state();
-    std::lock_guard<std::mutex> guard(s.lock);
-    s.inflations[function] = nth;
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().inflations[function] = nth;
 }
 
-extern "C" __attribute__((visibility("default"))) void shim_reset()
+SHIM_EXPORT void shim_reset()
 {
     ShimState& s = state();
     std::lock_guard<std::mutex> guard(s.lock);
