@@ -49,8 +49,9 @@ TEST(Base64Encode, LinesOf76EndInCRLFButAWholeLastLineInALoneCR)
         SCOPED_TRACE(c.bytes);
         const std::string text = b64Encode(Sequence(c.bytes));
         ASSERT_EQ(c.chars, text.size());
-        if (c.bytes > 57)
+        if (c.bytes > 57) {
             EXPECT_EQ("\r\n", text.substr(76, 2));
+        }
         EXPECT_EQ(std::string::npos, text.find('\n', c.bytes > 57 ? 78 : 0));
         EXPECT_EQ(c.loneCrAtEnd, text.back() == '\r');
     }
