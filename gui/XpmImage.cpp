@@ -30,22 +30,22 @@ bool ParseColour(const char* line, int charsPerPixel, PaletteEntry& entry)
     const size_t length = std::strlen(line);
     if (length < static_cast<size_t>(charsPerPixel) + 4)
         return false;
-    const char* spec = line + charsPerPixel;
-    while (*spec == ' ' || *spec == '\t')
-        ++spec;
-    if (spec[0] != 'c' || (spec[1] != ' ' && spec[1] != '\t'))
+    const char* colour = line + charsPerPixel;
+    while (*colour == ' ' || *colour == '\t')
+        ++colour;
+    if (colour[0] != 'c' || (colour[1] != ' ' && colour[1] != '\t'))
         return false;
-    spec += 2;
-    while (*spec == ' ' || *spec == '\t')
-        ++spec;
-    if (std::strcmp(spec, "None") == 0 || std::strcmp(spec, "none") == 0) {
+    colour += 2;
+    while (*colour == ' ' || *colour == '\t')
+        ++colour;
+    if (std::strcmp(colour, "None") == 0 || std::strcmp(colour, "none") == 0) {
         entry.used = entry.transparent = true;
         return true;
     }
-    if (spec[0] != '#' || std::strlen(spec) != 7)
+    if (colour[0] != '#' || std::strlen(colour) != 7)
         return false;
     for (int channel = 0; channel < 3; ++channel) {
-        const int high = HexDigit(spec[1 + 2 * channel]), low = HexDigit(spec[2 + 2 * channel]);
+        const int high = HexDigit(colour[1 + 2 * channel]), low = HexDigit(colour[2 + 2 * channel]);
         if (high < 0 || low < 0)
             return false;
         entry.rgb[channel] = static_cast<unsigned char>(high * 16 + low);

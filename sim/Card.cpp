@@ -29,7 +29,7 @@ CK_OBJECT_HANDLE nextObjectHandle() {
     return next++;
 }
 
-Card::Card(const CardSpec& spec) : m_spec(spec), m_stateFile(spec.serial) { loadState(); }
+Card::Card(const CardSpec& description) : m_spec(description), m_stateFile(description.serial) { loadState(); }
 
 std::vector<unsigned char> Card::atr() const { return hexToBytes(profile().atrHex); }
 

@@ -30,9 +30,9 @@ namespace VessaSim {
 
 class Card {
 public:
-    explicit Card(const CardSpec& spec);
+    explicit Card(const CardSpec& description);
 
-    const CardSpec& spec() const { return m_spec; }
+    const CardSpec& description() const { return m_spec; }
     const GenerationProfile& profile() const { return m_spec.profile(); }
     const std::string& serial() const { return m_spec.serial; }
     std::vector<unsigned char> atr() const;

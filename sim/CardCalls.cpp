@@ -27,8 +27,8 @@ CK_RV namedAttribute(Card& card, const std::string& name, Bytes& value, bool& is
         return CKR_OK;
     }
     if (name == "SV-Personendaten/EHIC" || name == "SV-Personendaten/Grunddaten") {
-        if (!profile.socialInsuranceData || !card.spec().personalised) return CKR_FUNCTION_NOT_SUPPORTED;
-        value = name.back() == 'C' ? buildEhicRecord(card.spec()) : buildBasicPersonalDataRecord(card.spec());
+        if (!profile.socialInsuranceData || !card.description().personalised) return CKR_FUNCTION_NOT_SUPPORTED;
+        value = name.back() == 'C' ? buildEhicRecord(card.description()) : buildBasicPersonalDataRecord(card.description());
         return CKR_OK;
     }
     return CKR_ATTRIBUTE_TYPE_INVALID;

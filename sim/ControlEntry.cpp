@@ -59,12 +59,12 @@ CK_RV vsim_set_malformed(const char* function, const char* serial, int times) {
     });
 }
 
-CK_RV vsim_add_faults(const char* spec) {
+CK_RV vsim_add_faults(const char* ruleText) {
     return guarded([&] {
-        if (!spec) return CKR_ARGUMENTS_BAD;
+        if (!ruleText) return CKR_ARGUMENTS_BAD;
         std::vector<FaultRule> rules;
         std::string error;
-        if (!parseFaultSpec(spec, rules, error)) return CKR_ARGUMENTS_BAD;
+        if (!parseFaultRules(ruleText, rules, error)) return CKR_ARGUMENTS_BAD;
         Module& module = Module::instance();
         std::lock_guard<std::mutex> guard(module.mutex);
         for (const auto& rule : rules) module.faults.add(rule, FaultSource::Api);
@@ -91,10 +91,10 @@ CK_RV vsim_insert_card(CK_SLOT_ID slot, const char* card) {
         Module& module = Module::instance();
         std::lock_guard<std::mutex> guard(module.mutex);
         if (!module.initialized) return CKR_CRYPTOKI_NOT_INITIALIZED;
-        CardSpec spec;
+        CardSpec description;
         std::string error;
-        if (!resolveCard(module.cardSet, card, spec, error)) return CKR_ARGUMENTS_BAD;
-        return module.insertCard(slot, spec);
+        if (!resolveCard(module.cardSet, card, description, error)) return CKR_ARGUMENTS_BAD;
+        return module.insertCard(slot, description);
     });
 }
 

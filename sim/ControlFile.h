@@ -14,7 +14,7 @@ namespace VessaSim {
 
 struct ControlState {
     std::map<unsigned long, std::string> slots;  // "insert <card>" or "remove"
-    std::map<long, std::string> faults;          // one rule each (FaultSpec syntax)
+    std::map<long, std::string> faults;          // one rule each (fault rule syntax)
     bool hasLatency = false;
     unsigned long callLatencyMs = 0;
     unsigned long apduLatencyMs = 0;

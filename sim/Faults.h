@@ -3,7 +3,7 @@
 // source can be replaced without touching the others.
 #pragma once
 
-#include "sim/FaultSpec.h"
+#include "sim/FaultRules.h"
 
 #include <atomic>
 #include <string>

@@ -17,11 +17,11 @@ namespace {
 
 const char* const kCaCommonName = "vessa Simulation Test-CA";
 
-PkeyPtr generateKey(const KeySpec& spec) {
-    if (spec.algorithm == KeyAlgorithm::Rsa) {
-        return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<size_t>(spec.bits)));
+PkeyPtr generateKey(const KeySpec& keySpec) {
+    if (keySpec.algorithm == KeyAlgorithm::Rsa) {
+        return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<size_t>(keySpec.bits)));
     }
-    const char* curve = spec.bits == 192 ? "prime192v1" : "prime256v1";
+    const char* curve = keySpec.bits == 192 ? "prime192v1" : "prime256v1";
     return PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", curve));
 }
 
@@ -157,14 +157,14 @@ bool loadOrCreateCa(CertificateAuthority& ca, std::string& error) {
     return true;
 }
 
-bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const KeySpec& spec,
+bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const KeySpec& keySpec,
                          const CertificateAuthority& ca, KeyMaterial& out, std::string& error) {
     const std::string directory = cardKeyDirectory(card.serial);
     const std::string keyPath = directory + "/" + role + ".key.pem";
     const std::string certificatePath = directory + "/" + role + ".cert.der";
     PkeyPtr key = loadKey(keyPath);
-    if (!key || !keyMatchesSpec(key.get(), spec)) {
-        key = generateKey(spec);
+    if (!key || !keyMatchesSpec(key.get(), keySpec)) {
+        key = generateKey(keySpec);
         if (!key || !writeFileAtomically(keyPath, pemOf(key.get()))) {
             error = "cannot make the " + role + " key of card " + card.serial;
             return false;
@@ -182,7 +182,7 @@ bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const Ke
                      addNameEntry(name.get(), "GN", card.givenName) &&
                      addNameEntry(name.get(), "serialNumber", card.serial);
         const char* usage = role == "sig" ? "critical,digitalSignature,nonRepudiation"
-                            : spec.algorithm == KeyAlgorithm::Rsa
+                            : keySpec.algorithm == KeyAlgorithm::Rsa
                                 ? "critical,digitalSignature,keyEncipherment"
                                 : "critical,digitalSignature,keyAgreement";
         if (named) {
@@ -201,17 +201,17 @@ bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const Ke
 
 } // namespace
 
-bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& spec) {
-    if (spec.algorithm == KeyAlgorithm::Rsa) {
-        return EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA && EVP_PKEY_get_bits(key) == spec.bits;
+bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& keySpec) {
+    if (keySpec.algorithm == KeyAlgorithm::Rsa) {
+        return EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA && EVP_PKEY_get_bits(key) == keySpec.bits;
     }
-    if (spec.algorithm != KeyAlgorithm::Ec || EVP_PKEY_get_base_id(key) != EVP_PKEY_EC) return false;
+    if (keySpec.algorithm != KeyAlgorithm::Ec || EVP_PKEY_get_base_id(key) != EVP_PKEY_EC) return false;
     char group[64] = {0};
     size_t length = 0;
     if (EVP_PKEY_get_utf8_string_param(key, OSSL_PKEY_PARAM_GROUP_NAME, group, sizeof group, &length) != 1) {
         return false;
     }
-    return std::strcmp(group, spec.bits == 192 ? "prime192v1" : "prime256v1") == 0;
+    return std::strcmp(group, keySpec.bits == 192 ? "prime192v1" : "prime256v1") == 0;
 }
 
 bool loadOrCreateCardKeys(const CardSpec& card, CardKeys& out, std::string& error) {

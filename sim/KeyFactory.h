@@ -28,6 +28,6 @@ struct CardKeys {
 bool loadOrCreateCardKeys(const CardSpec& card, CardKeys& out, std::string& error);
 
 // Exposed for tests: whether a key has the algorithm and size that KeySpec asks for.
-bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& spec);
+bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& keySpec);
 
 } // namespace VessaSim

@@ -72,9 +72,9 @@ CK_RV Module::initialize(CK_VOID_PTR rawArgs) {
 
     faults.removeSource(FaultSource::Environment);
     faults.removeSource(FaultSource::ControlFile);
-    if (const char* spec = std::getenv("VESSA_SIM_FAULTS")) {
+    if (const char* faultText = std::getenv("VESSA_SIM_FAULTS")) {
         std::vector<FaultRule> rules;
-        if (parseFaultSpec(spec, rules, error)) {
+        if (parseFaultRules(faultText, rules, error)) {
             for (const auto& rule : rules) faults.add(rule, FaultSource::Environment);
         } else {
             std::fprintf(stderr, "libVessaP11: VESSA_SIM_FAULTS ignored: %s\n", error.c_str());
@@ -171,15 +171,15 @@ void Module::raiseEvent(CK_SLOT_ID slotId) {
     slotEvent.notify_all();
 }
 
-CK_RV Module::insertCard(CK_SLOT_ID slotId, const CardSpec& spec) {
+CK_RV Module::insertCard(CK_SLOT_ID slotId, const CardSpec& description) {
     SlotState* target = slot(slotId);
     if (!target || !target->removable) return CKR_SLOT_ID_INVALID;
     // A card is in one reader at a time.
     for (auto& other : slots) {
-        if (other.card && other.card->serial() == spec.serial && other.id != slotId) removeCard(other.id);
+        if (other.card && other.card->serial() == description.serial && other.id != slotId) removeCard(other.id);
     }
     if (target->card) removeCard(slotId);
-    target->card = std::make_shared<Card>(spec);
+    target->card = std::make_shared<Card>(description);
     raiseEvent(slotId);
     return CKR_OK;
 }
@@ -280,7 +280,7 @@ void Module::applyControl(const ControlState& state, bool initial) {
         if (m_appliedFaults.count(entry.first)) continue;
         std::vector<FaultRule> rules;
         std::string error;
-        if (parseFaultSpec(entry.second, rules, error)) {
+        if (parseFaultRules(entry.second, rules, error)) {
             for (const auto& rule : rules) faults.add(rule, FaultSource::ControlFile, entry.first);
         }
     }

@@ -10,7 +10,7 @@ namespace {
 DialogTarget targetFor(Card& card, PinIndex pin) {
     DialogTarget target;
     PinState& state = card.pin(pin);
-    target.cardLabel = card.spec().tokenLabel();
+    target.cardLabel = card.description().tokenLabel();
     target.serial = card.serial();
     target.pin = pin;
     target.pinLength = state.length;

@@ -40,7 +40,7 @@ CK_RV vsim_set_fault(const char* function, const char* serial, CK_RV rv, int tim
 CK_RV vsim_set_malformed(const char* function, const char* serial, int times);
 
 /* Adds faults written in the VESSA_SIM_FAULTS syntax (see sim/README.md). */
-CK_RV vsim_add_faults(const char* spec);
+CK_RV vsim_add_faults(const char* ruleText);
 
 /* Removes every fault, whatever set it (environment, control file, calls). */
 void vsim_clear_faults(void);

@@ -107,18 +107,18 @@ CK_RV getTokenInfo(CK_SLOT_ID slotId, CK_TOKEN_INFO_PTR info) {
     if (!info) return CKR_ARGUMENTS_BAD;
     Card& card = *slot->card;
     card.refreshFromDisk();  // PIN counters used by another process
-    const CardSpec& spec = card.spec();
+    const CardSpec& description = card.description();
     const GenerationProfile& profile = card.profile();
     std::memset(info, 0, sizeof *info);
-    padCopy(info->label, sizeof info->label, spec.tokenLabel());
+    padCopy(info->label, sizeof info->label, description.tokenLabel());
     padCopy(info->manufacturerID, sizeof info->manufacturerID, "vessa");
     padCopy(info->model, sizeof info->model, profile.model);
-    padCopy(info->serialNumber, sizeof info->serialNumber, spec.serial);
+    padCopy(info->serialNumber, sizeof info->serialNumber, description.serial);
     CK_FLAGS flags = CKF_RNG | CKF_PROTECTED_AUTHENTICATION_PATH | CKF_USER_PIN_INITIALIZED;
     // An unpersonalised card is an uninitialised token; the internal token
     // is always ready and needs no login.
-    if (spec.personalised || !profile.isCard) flags |= CKF_TOKEN_INITIALIZED;
-    if (spec.personalised) flags |= CKF_LOGIN_REQUIRED;
+    if (description.personalised || !profile.isCard) flags |= CKF_TOKEN_INITIALIZED;
+    if (description.personalised) flags |= CKF_LOGIN_REQUIRED;
     const PinState& pin = card.pin(PinIdentityLink);
     if (pin.tries < pin.maxTries) flags |= CKF_USER_PIN_COUNT_LOW;
     if (pin.tries == 1) flags |= CKF_USER_PIN_FINAL_TRY;
@@ -170,7 +170,7 @@ CK_RV getMechanismList(CK_SLOT_ID slotId, CK_MECHANISM_TYPE_PTR list, CK_ULONG_P
     if (rv != CKR_OK) return rv;
     if (!count) return CKR_ARGUMENTS_BAD;
     const GenerationProfile& profile = slot->card->profile();
-    const bool personalised = slot->card->spec().personalised;
+    const bool personalised = slot->card->description().personalised;
     auto hasKey = [&](KeyAlgorithm algorithm) {
         return personalised &&
                (profile.signatureKey.algorithm == algorithm || profile.encryptionKey.algorithm == algorithm);
@@ -200,7 +200,7 @@ CK_RV getMechanismInfo(CK_SLOT_ID slotId, CK_MECHANISM_TYPE type, CK_MECHANISM_I
     const GenerationProfile& profile = slot->card->profile();
     const MechanismEntry* entry = findMechanism(type);
     if (!entry) return CKR_MECHANISM_INVALID;
-    if (!entry->digestOnly && (!slot->card->spec().personalised ||
+    if (!entry->digestOnly && (!slot->card->description().personalised ||
                                (profile.signatureKey.algorithm != entry->keyAlgorithm &&
                                 profile.encryptionKey.algorithm != entry->keyAlgorithm))) {
         return CKR_MECHANISM_INVALID;

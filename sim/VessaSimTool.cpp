@@ -4,7 +4,7 @@
 #include "sim/CardSet.h"
 #include "sim/CardStateFile.h"
 #include "sim/ControlFile.h"
-#include "sim/FaultSpec.h"
+#include "sim/FaultRules.h"
 #include "sim/SimPaths.h"
 
 #include <dirent.h>
@@ -185,7 +185,7 @@ int main(int argc, char** argv) {
             control.faults.clear();
         } else {
             std::vector<FaultRule> rules;
-            if (!parseFaultSpec(args[0], rules, error)) return fail(error);
+            if (!parseFaultRules(args[0], rules, error)) return fail(error);
             for (const auto& rule : rules) control.faults[control.nextFaultId()] = faultRuleToString(rule);
         }
     } else if (command == "latency" && (args.size() == 1 || args.size() == 2)) {

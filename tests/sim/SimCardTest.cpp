@@ -174,8 +174,8 @@ TEST_F(SimCard, FaultsFromCallsHitTheChosenCardAndCount) {
     m_sim.clearFaults();
     EXPECT_EQ(p11->C_GetTokenInfo(3, &token), CKR_OK);
 
-    const std::string spec = "C_GetSlotList=CKR_FUNCTION_FAILED*1; *@" + std::string(kAcosA03) + "=0x30";
-    ASSERT_EQ(m_sim.addFaults(spec.c_str()), CKR_OK);
+    const std::string rules = "C_GetSlotList=CKR_FUNCTION_FAILED*1; *@" + std::string(kAcosA03) + "=0x30";
+    ASSERT_EQ(m_sim.addFaults(rules.c_str()), CKR_OK);
     CK_ULONG count = 0;
     EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_FUNCTION_FAILED);
     EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);

@@ -6,7 +6,7 @@
 #include "sim/CardSet.h"
 #include "sim/ControlFile.h"
 #include "sim/Der.h"
-#include "sim/FaultSpec.h"
+#include "sim/FaultRules.h"
 #include "sim/PinEntry.h"
 #include "sim/PinState.h"
 
@@ -18,10 +18,10 @@ using namespace VessaSim;
 
 namespace {
 
-TEST(SimFaultSpec, ParsesEveryFormAndRefusesNonsense) {
+TEST(SimFaultRules, ParsesEveryFormAndRefusesNonsense) {
     std::vector<FaultRule> rules;
     std::string error;
-    ASSERT_TRUE(parseFaultSpec(" C_Sign@1204000000004711=CKR_PIN_LOCKED*2 ; C_GetSlotList=0x30;*@slot:3=malformed*1;",
+    ASSERT_TRUE(parseFaultRules(" C_Sign@1204000000004711=CKR_PIN_LOCKED*2 ; C_GetSlotList=0x30;*@slot:3=malformed*1;",
                                rules, error))
         << error;
     ASSERT_EQ(rules.size(), 3u);
@@ -38,7 +38,7 @@ TEST(SimFaultSpec, ParsesEveryFormAndRefusesNonsense) {
 
     for (const char* bad : {"C_Sign", "Sign=CKR_OK", "C_Sign=CKR_NOTHING", "C_Sign=0x30*x", "C_Sign=12abc"}) {
         std::vector<FaultRule> none;
-        EXPECT_FALSE(parseFaultSpec(bad, none, error)) << bad;
+        EXPECT_FALSE(parseFaultRules(bad, none, error)) << bad;
         EXPECT_TRUE(none.empty());
     }
     EXPECT_EQ(returnCodeName(0x54), "CKR_FUNCTION_NOT_SUPPORTED");

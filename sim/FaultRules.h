@@ -18,7 +18,7 @@ struct FaultRule {
     int times = -1;              // remaining hits; <= 0 means every time
 };
 
-bool parseFaultSpec(const std::string& spec, std::vector<FaultRule>& out, std::string& error);
+bool parseFaultRules(const std::string& ruleText, std::vector<FaultRule>& out, std::string& error);
 std::string faultRuleToString(const FaultRule& rule);
 
 // "CKR_DEVICE_ERROR", "0x30" or "48".

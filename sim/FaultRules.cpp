@@ -1,5 +1,5 @@
 // Parsing and printing of fault rules and PKCS#11 return codes.
-#include "sim/FaultSpec.h"
+#include "sim/FaultRules.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -147,9 +147,9 @@ std::string returnCodeName(CK_RV rv) {
     return buffer;
 }
 
-bool parseFaultSpec(const std::string& spec, std::vector<FaultRule>& out, std::string& error) {
+bool parseFaultRules(const std::string& ruleText, std::vector<FaultRule>& out, std::string& error) {
     std::vector<FaultRule> rules;
-    std::istringstream in(spec);
+    std::istringstream in(ruleText);
     std::string entry;
     while (std::getline(in, entry, ';')) {
         entry = trim(entry);
