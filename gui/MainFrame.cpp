@@ -8,6 +8,7 @@
 #include "base/Config.h"
 #include "gui/Images.h"
 #include "gui/RefreshCardThread.h"
+#include "gui/StatusLine.h"
 #include "gui/Translate.h"
 #include "gui/XpmImage.h"
 #include "token/acPKCS11.h"
@@ -55,9 +56,6 @@ wxEND_EVENT_TABLE()
 
 namespace {
 
-const int kFadeSteps = 50;
-const int kFadeHoldMs = 1500;
-const int kFadeStepMs = 100;
 const int kStartDelayMs = 2;
 const int kNumberColumnWidth = 170;
 const int kChipWidth = 31;
@@ -234,52 +232,15 @@ void MainFrame::MyEnable(bool enable)
 
 void MainFrame::SetStatus(wxString text, bool isError)
 {
-    if (text.empty()) {
-        label_status->Hide();
-        bitmap_status->Hide();
-        return;
-    }
-
-    const wxBitmap icon(XpmToImage(isError ? ButtonCancel : ButtonOk));
-    label_status->Show();
-    bitmap_status->Show();
-    label_status->SetLabel(text);
-    bitmap_status->SetBitmap(icon);
-
-    // A shown/hidden line changes the sizer's minimum; nudging the frame's
-    // size makes GTK lay everything out again at once.
-    const wxSize size = GetSize();
-    SetSize(wxSize(size.GetWidth() + 1, size.GetHeight()));
-    SetSize(size);
-    Layout();
-    wxSafeYield(nullptr, true);
-
-    if (icon.IsOk()) {
-        m_Fade.Init(button_pers_show->GetForegroundColour(), button_pers_show->GetBackgroundColour(),
-                    icon.ConvertToImage(), kFadeSteps);
-        wxTimerEvent firstStep(m_FadeTimer);
-        evt_OnFadeOut(firstStep);
-        m_FadeTimer.Start(kFadeHoldMs, wxTIMER_CONTINUOUS);
-    }
+    StatusLine::Show(this, nullptr, label_status, bitmap_status, text, isError, m_Fade, m_FadeTimer,
+                     button_pers_show->GetForegroundColour(), button_pers_show->GetBackgroundColour());
 }
 
 void MainFrame::evt_OnFadeOut(wxTimerEvent& /*event*/)
 {
     if (bitmap_status == nullptr)
         return;
-    m_Fade.NextStep();
-    if (m_Fade.Finished()) {
-        m_FadeTimer.Stop();
-        label_status->Hide();
-        bitmap_status->Hide();
-        return;
-    }
-    label_status->SetForegroundColour(m_Fade.GetColour());
-    label_status->Refresh();
-    bitmap_status->SetBitmap(wxBitmap(m_Fade.GetImage()));
-    // The first tick ends the hold; from then on the fade runs in short steps.
-    if (m_FadeTimer.GetInterval() != kFadeStepMs)
-        m_FadeTimer.Start(kFadeStepMs, wxTIMER_CONTINUOUS);
+    StatusLine::Step(label_status, bitmap_status, m_Fade, m_FadeTimer);
 }
 
 void MainFrame::evt_OnTimer(wxTimerEvent& /*event*/)

@@ -6,6 +6,7 @@
 #include "crypto/Hash.h"
 #include "gui/FadeOut.h"
 #include "gui/Images.h"
+#include "gui/StatusLine.h"
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
@@ -29,10 +30,6 @@ const char kPresetText[] =
 constexpr int kMinKeyBitsForSha1 = 192;
 constexpr int kMinKeyBitsForSha256 = 256;
 
-// The status line stands unchanged this long before it starts fading.
-constexpr int kFadeHoldMs = 1500;
-constexpr int kFadeStepMs = 100;
-constexpr int kFadeSteps = 50;
 
 
 } // namespace
@@ -259,44 +256,11 @@ void TestDialog::evt_closedlg(wxCommandEvent&) {
 }
 
 void TestDialog::SetStatus(const wxString& text, bool isError) {
-    if (text.empty()) {
-        m_statusText->Hide();
-        m_statusIcon->Hide();
-        return;
-    }
-    const wxBitmap icon = isError ? wxBitmap(ButtonCancel) : wxBitmap(ButtonOk);
-    m_statusIcon->Show();
-    m_statusText->Show();
-    m_statusText->SetLabel(text);
-    m_statusIcon->SetBitmap(icon);
-
-    // GTK only re-measures the centred text after a real size change.
-    const wxSize size = GetSize();
-    SetSize(size.GetWidth() + 1, size.GetHeight());
-    SetSize(size);
-    Layout();
-    wxSafeYield(this, true);
-
-    if (icon.IsOk()) {
-        m_fade->Init(m_closeButton->GetForegroundColour(), m_closeButton->GetBackgroundColour(),
-                     icon.ConvertToImage(), kFadeSteps);
-        wxTimerEvent first(m_fadeTimer);
-        evt_OnFadeOut(first);
-        m_fadeTimer.Start(kFadeHoldMs, wxTIMER_CONTINUOUS);
-    }
+    StatusLine::Show(this, this, m_statusText, m_statusIcon, text, isError, *m_fade, m_fadeTimer,
+                     m_closeButton->GetForegroundColour(), m_closeButton->GetBackgroundColour());
 }
 
 void TestDialog::evt_OnFadeOut(wxTimerEvent&) {
     if (m_statusIcon == nullptr) return;
-    m_fade->NextStep();
-    if (m_fade->Finished()) {
-        m_fadeTimer.Stop();
-        m_statusText->Hide();
-        m_statusIcon->Hide();
-        return;
-    }
-    m_statusText->SetForegroundColour(m_fade->GetColour());
-    m_statusText->Refresh();
-    m_statusIcon->SetBitmap(wxBitmap(m_fade->GetImage()));
-    if (m_fadeTimer.GetInterval() != kFadeStepMs) m_fadeTimer.Start(kFadeStepMs, wxTIMER_CONTINUOUS);
+    StatusLine::Step(m_statusText, m_statusIcon, *m_fade, m_fadeTimer);
 }

@@ -1,0 +1,65 @@
+// Showing and fading the status line; see StatusLine.h.
+#include "gui/StatusLine.h"
+
+#include "gui/FadeOut.h"
+#include "gui/Images.h"
+#include "gui/XpmImage.h"
+
+#include <wx/bitmap.h>
+#include <wx/statbmp.h>
+#include <wx/stattext.h>
+#include <wx/timer.h>
+#include <wx/utils.h>
+
+namespace StatusLine {
+
+void Show(wxWindow* owner, wxWindow* yieldFor, wxStaticText* text, wxStaticBitmap* icon,
+          const wxString& message, bool isError, FadeOut& fade, wxTimer& timer,
+          const wxColour& foreground, const wxColour& background)
+{
+    if (message.empty()) {
+        text->Hide();
+        icon->Hide();
+        return;
+    }
+
+    const wxBitmap bitmap(XpmToImage(isError ? ButtonCancel : ButtonOk));
+    text->Show();
+    icon->Show();
+    text->SetLabel(message);
+    icon->SetBitmap(bitmap);
+
+    // A shown/hidden line changes the sizer's minimum, and GTK only
+    // re-measures the centred text after a real size change: nudging the
+    // window's size lays everything out again at once.
+    const wxSize size = owner->GetSize();
+    owner->SetSize(wxSize(size.GetWidth() + 1, size.GetHeight()));
+    owner->SetSize(size);
+    owner->Layout();
+    wxSafeYield(yieldFor, true);
+
+    if (bitmap.IsOk()) {
+        fade.Init(foreground, background, bitmap.ConvertToImage(), kFadeSteps);
+        Step(text, icon, fade, timer);
+        timer.Start(kFadeHoldMs, wxTIMER_CONTINUOUS);
+    }
+}
+
+void Step(wxStaticText* text, wxStaticBitmap* icon, FadeOut& fade, wxTimer& timer)
+{
+    fade.NextStep();
+    if (fade.Finished()) {
+        timer.Stop();
+        text->Hide();
+        icon->Hide();
+        return;
+    }
+    text->SetForegroundColour(fade.GetColour());
+    text->Refresh();
+    icon->SetBitmap(wxBitmap(fade.GetImage()));
+    // The first tick ends the hold; from then on the fade runs in short steps.
+    if (timer.GetInterval() != kFadeStepMs)
+        timer.Start(kFadeStepMs, wxTIMER_CONTINUOUS);
+}
+
+} // namespace StatusLine
