@@ -4,6 +4,7 @@
 
 #include "sim/Module.h"
 #include "sim/PinDialog.h"
+#include "sim/Guarded.h"
 
 #include <new>
 #include <string>
@@ -11,17 +12,6 @@
 using namespace VessaSim;
 
 namespace {
-
-template <typename Function>
-CK_RV guarded(Function function) {
-    try {
-        return function();
-    } catch (const std::bad_alloc&) {
-        return CKR_HOST_MEMORY;
-    } catch (...) {
-        return CKR_GENERAL_ERROR;
-    }
-}
 
 std::string cardArgument(const char* card) { return (card && *card) ? card : "*"; }
 

@@ -1,23 +1,13 @@
 // The exported PKCS#11 entry points. Each only forwards to the module and
 // makes sure no C++ exception ever crosses into the calling program.
 #include "sim/Calls.h"
+#include "sim/Guarded.h"
 
 #include <new>
 
 using namespace VessaSim;
 
 namespace {
-
-template <typename Function>
-CK_RV guarded(Function function) {
-    try {
-        return function();
-    } catch (const std::bad_alloc&) {
-        return CKR_HOST_MEMORY;
-    } catch (...) {
-        return CKR_GENERAL_ERROR;
-    }
-}
 
 CK_RV notParallel() {
     CK_RV rv = guarded([] { return notSupported(); });
