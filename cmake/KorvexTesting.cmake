@@ -27,6 +27,7 @@ set(KORVEX_TEST_ENV
 function(korvex_add_gtest target)
   cmake_parse_arguments(ARG "GUI" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${target} ${ARG_SOURCES})
+  korvex_layer_headers(${target} tests)
   target_link_libraries(${target} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gmock Threads::Threads)
   if(NOT ARG_GUI)
     target_link_libraries(${target} PRIVATE GTest::gtest_main)

@@ -8,7 +8,7 @@ bash scripts/install-deps.sh
 cmake -S "$ROOT" -B "$ROOT/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$ROOT/build" -j"${JOBS:-2}"
 
-PROGRAM="$ROOT/build/app/VessaCards"
+PROGRAM="$ROOT/build/program/VessaCards"
 if [ ! -x "$PROGRAM" ]; then
   echo "Built the libraries; the program itself is not part of this build yet."
   exit 0

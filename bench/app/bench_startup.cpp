@@ -177,9 +177,9 @@ int main(int argc, char** argv)
     };
     std::vector<Case> cases;
     cases.emplace_back("bare frame + list", kBuild + "/bench/app/bench_bare_frame", env);
-    cases.emplace_back("VessaCards, 4 cards", kBuild + "/app/VessaCards", env);
+    cases.emplace_back("VessaCards, 4 cards", kBuild + "/program/VessaCards", env);
     cases.back().env["VESSA_SIM_CARDS"] = cardSet4;
-    cases.emplace_back("VessaCards, 32 cards", kBuild + "/app/VessaCards", env);
+    cases.emplace_back("VessaCards, 32 cards", kBuild + "/program/VessaCards", env);
     cases.back().env["VESSA_SIM_CARDS"] = cardSet32;
     // Warm-up (disk cache, the simulator's keys), then the cases in turn so
     // that a change in machine load hits all of them alike.

@@ -103,7 +103,7 @@ ProgramRunner::~ProgramRunner()
 
 bool ProgramRunner::Start()
 {
-    const std::string program = BinaryDir() + "/app/VessaCards";
+    const std::string program = BinaryDir() + "/program/VessaCards";
     std::vector<std::string> envText;
     for (const auto& entry : m_env)
         envText.push_back(entry.first + "=" + entry.second);

@@ -1,8 +1,8 @@
 // Application object and program entry.
-#include "app/MyApp.h"
+#include "program/MyApp.h"
 
 #include "app/AppStartup.h"
-#include "app/StartupTiming.h"
+#include "program/StartupTiming.h"
 #include "gui/MainFrame.h"
 
 #include <wx/cmdline.h>

@@ -1,5 +1,5 @@
 // Start-up measurement hook; see StartupTiming.h.
-#include "app/StartupTiming.h"
+#include "program/StartupTiming.h"
 
 #include "gui/MainFrame.h"
 
