@@ -19,6 +19,12 @@ PACKAGES=(
   openssl
   # desktop pieces: PIN dialog and certificate viewer
   pinentry-gnome3 gcr
+  # coverage report per layer (scripts/coverage.sh) and the mutation sampler
+  gcovr python3
+  # translations, desktop entry, AppStream metadata, icons, man pages
+  gettext desktop-file-utils appstream librsvg2-bin man-db
+  # Debian packages: build, check, install in the test
+  debhelper dpkg-dev fakeroot lintian devscripts equivs
 )
 
 missing=()
