@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Runs the mutation sampler (scripts/mutants.py) under a private X server, as
+# the window tests need one. Arguments go to the sampler, e.g.
+#   bash scripts/mutants.sh --seed 20261124 --out mutants.txt
+# A developer's tool: a run of 60 mutants takes the better part of an hour.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+if command -v ccache >/dev/null; then
+  export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+fi
+exec xvfb-run -a -s "-screen 0 1280x1024x24" python3 scripts/mutants.py "$@"
