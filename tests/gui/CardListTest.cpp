@@ -143,7 +143,7 @@ TEST_F(CardListTest, LockingDisablesEveryCommandAndUnlockingReappliesTheRules)
 
 TEST_F(CardListTest, InsertedTypeFourCardAppearsOnTopAfterAReload)
 {
-    ASSERT_EQ(SimInsertCard(kEmptyReader, kLukas.id), static_cast<CK_RV>(CKR_OK));
+    ASSERT_EQ(Sim::InsertCard(kEmptyReader, kLukas.id), static_cast<CK_RV>(CKR_OK));
     Reload();
     ASSERT_EQ(frame->GetCardList()->GetItemCount(), 5);
     ExpectRow(0, kLukas);
@@ -155,7 +155,7 @@ TEST_F(CardListTest, InsertedTypeFourCardAppearsOnTopAfterAReload)
 
 TEST_F(CardListTest, RemovedCardIsGoneAfterAReload)
 {
-    ASSERT_EQ(SimRemoveCard(1), static_cast<CK_RV>(CKR_OK)); // Maria
+    ASSERT_EQ(Sim::RemoveCard(1), static_cast<CK_RV>(CKR_OK)); // Maria
     Reload();
     EXPECT_EQ(RowNumbers(), (std::vector<std::string>{kBlank.serial, kErika.serial, kJohann.serial}));
     EXPECT_EQ(SelectedRow(), 0);
@@ -164,7 +164,7 @@ TEST_F(CardListTest, RemovedCardIsGoneAfterAReload)
 TEST_F(CardListTest, ReloadShowsTheWaitBoxAndLocksTheWindowWhileReading)
 {
     // Slow cards keep the refresh running long enough to look at the window.
-    SimSetLatency(150);
+    Sim::SetLatency(150);
     Click(MainFrame::ID_RELOAD);
     EXPECT_TRUE(frame->IsRefreshRunning());
     EXPECT_TRUE(frame->GetWaitDialog().IsShown());
@@ -172,20 +172,20 @@ TEST_F(CardListTest, ReloadShowsTheWaitBoxAndLocksTheWindowWhileReading)
     EXPECT_FALSE(frame->GetCardList()->IsEnabled());
     EXPECT_EQ(frame->GetCardList()->GetItemCount(), 0);
     WaitForRefresh();
-    SimSetLatency(0);
+    Sim::SetLatency(0);
     EXPECT_EQ(frame->GetCardList()->GetItemCount(), 4);
 }
 
 TEST_F(CardListTest, CardWhoseSessionFailsIsLeftOut)
 {
-    SimSetFault("C_OpenSession", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
+    Sim::SetFault("C_OpenSession", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     Reload();
     EXPECT_EQ(RowNumbers(), (std::vector<std::string>{kBlank.serial, kMaria.serial, kJohann.serial}));
 }
 
 TEST_F(CardListTest, CardWithoutReadableCertificateIsListedAsUnknownHolder)
 {
-    SimSetFault("C_FindObjectsInit", kMaria.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
+    Sim::SetFault("C_FindObjectsInit", kMaria.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     Reload();
     const long row = RowOf(kMaria);
     ASSERT_GE(row, 0);
@@ -196,7 +196,7 @@ TEST_F(CardListTest, CardWithoutReadableCertificateIsListedAsUnknownHolder)
 
 TEST_F(CardListTest, UnreadableSlotListLeavesAnEmptyUnlockedWindow)
 {
-    SimSetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
+    Sim::SetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     Reload();
     EXPECT_EQ(frame->GetCardList()->GetItemCount(), 0);
     EXPECT_EQ(SelectedRow(), -1);
@@ -205,7 +205,7 @@ TEST_F(CardListTest, UnreadableSlotListLeavesAnEmptyUnlockedWindow)
         EXPECT_TRUE(IsEnabled(id)) << id;
 
     // With the module back, the next reload lists the cards again.
-    SimClearFaults();
+    Sim::ClearFaults();
     Reload();
     EXPECT_EQ(frame->GetCardList()->GetItemCount(), 4);
 }
@@ -230,7 +230,7 @@ namespace {
 
 TEST_F(CardListTest, ClosingTheWindowDuringARefreshIsSafe)
 {
-    SimSetLatency(100);
+    Sim::SetLatency(100);
     Click(MainFrame::ID_RELOAD);
     ASSERT_TRUE(frame->IsRefreshRunning());
     frame->Destroy();

@@ -140,10 +140,10 @@ TEST_F(MenuAndKeysTest, PinChoicesReachTheirApplication)
         for (int pin : {VSIM_PIN_SIGNATURE, VSIM_PIN_ENCRYPTION, VSIM_PIN_IDENTITY_LINK}) {
             const int expectedPin = (!choice.puk && pin == choice.pin) ? 2 : 3;
             const int expectedPuk = (choice.puk && pin == choice.pin) ? 9 : 10;
-            EXPECT_EQ(SimPinTries(kJohann.serial, pin), expectedPin) << "PIN " << pin;
-            EXPECT_EQ(SimPukTries(kJohann.serial, pin), expectedPuk) << "PIN " << pin;
+            EXPECT_EQ(Sim::PinTries(kJohann.serial, pin), expectedPin) << "PIN " << pin;
+            EXPECT_EQ(Sim::PukTries(kJohann.serial, pin), expectedPuk) << "PIN " << pin;
         }
-        ASSERT_EQ(SimResetCard(kJohann.serial), static_cast<CK_RV>(CKR_OK));
+        ASSERT_EQ(Sim::ResetState(kJohann.serial), static_cast<CK_RV>(CKR_OK));
     }
 }
 
@@ -203,7 +203,7 @@ TEST_F(MenuAndKeysTest, DoubleClickFallsBackToTheSignatureCertificate)
 {
     SelectCard(kJohann);
     // The first certificate search (for the encryption certificate) fails.
-    SimSetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
     wxListEvent activate(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
     frame->GetEventHandler()->ProcessEvent(activate);
     ASSERT_TRUE(PumpUntil([] { return ViewedCertificates().size() == 1; }));
@@ -260,7 +260,7 @@ TEST_F(MenuAndKeysTest, CtrlCCopiesTheCardNumber)
 
 TEST_F(MenuAndKeysTest, CtrlCWithAnEmptyListLeavesTheClipboardAlone)
 {
-    SimSetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
+    Sim::SetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     Reload();
     ASSERT_EQ(frame->GetCardList()->GetItemCount(), 0);
     SetClipboardText("vorher");
@@ -282,7 +282,7 @@ TEST_F(MenuAndKeysTest, RightClickShowsTheMenuForTheSelectedCard)
 
 TEST_F(MenuAndKeysTest, RightClickOnAnEmptyListStillOffersTheIdentityLink)
 {
-    SimSetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
+    Sim::SetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     Reload();
     const std::vector<std::string> shown = RightClickMenu();
     ASSERT_EQ(shown.size(), 17u);

@@ -69,19 +69,19 @@ TEST_F(PinCommandTest, WrongPinCountsDownAndThenLocks)
         SetPinAnswers({"1111", "2222", "2222"});
         Click(MainFrame::ID_ENC_CHANGE_PIN);
         ExpectStatus("Fehler beim PIN \xC3\x84ndern! PIN falsch!", true);
-        EXPECT_EQ(SimPinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 2 - attempt);
+        EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 2 - attempt);
     }
-    const unsigned long dialogues = SimPinDialogCount();
+    const unsigned long dialogues = Sim::PinDialogCount();
     SetPinAnswers({"1234", "2222", "2222"});
     Click(MainFrame::ID_ENC_CHANGE_PIN);
     ExpectStatus("Fehler beim PIN \xC3\x84ndern! PIN Gesperrt", true);
-    EXPECT_EQ(SimPinDialogCount(), dialogues) << "a locked PIN needs no dialogue";
+    EXPECT_EQ(Sim::PinDialogCount(), dialogues) << "a locked PIN needs no dialogue";
 
     // The PUK brings it back.
     SetPinAnswers({"87654321", "4444", "4444"});
     Click(MainFrame::ID_ENC_PUK);
     ExpectStatus("PIN Entsperren erfolgreich!", false);
-    EXPECT_EQ(SimPinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 3);
+    EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 3);
     EXPECT_EQ(Prompts(), (std::vector<std::string>{"PUK:", "Neue PIN:", "Neue PIN wiederholen:"}));
 }
 
@@ -100,7 +100,7 @@ TEST_F(PinCommandTest, UnblockResultsHaveTheirOwnTexts)
     Click(MainFrame::ID_SIG_PUK);
     ExpectStatus("Fehler beim PIN entsperren! PIN/PUK falsch!", true);
 
-    SimSetFault("C_SetAttributeValue", kJohann.serial, CKR_PIN_LOCKED, 1);
+    Sim::SetFault("C_SetAttributeValue", kJohann.serial, CKR_PIN_LOCKED, 1);
     Click(MainFrame::ID_SIG_PUK);
     ExpectStatus("Fehler beim PIN entsperren! PUK Gesperrt", true);
 
@@ -120,7 +120,7 @@ TEST_F(PinCommandTest, IdentityLinkPinUsesItsOwnAreaAndPuk)
     SetPinAnswers({"11223344", "4321", "4321"});
     Click(MainFrame::ID_PERS_PUK);
     ExpectStatus("PIN Entsperren erfolgreich!", false);
-    EXPECT_EQ(SimPinTries(kJohann.serial, VSIM_PIN_IDENTITY_LINK), 3);
+    EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_IDENTITY_LINK), 3);
 }
 
 TEST_F(PinCommandTest, ECardUnblockThroughThePopupShowsTheCardsAnswer)
@@ -136,24 +136,24 @@ TEST_F(PinCommandTest, ECardUnblockThroughThePopupShowsTheCardsAnswer)
 TEST_F(PinCommandTest, UnpersonalisedCardIsRefused)
 {
     SelectCard(kBlank);
-    const unsigned long dialogues = SimPinDialogCount();
+    const unsigned long dialogues = Sim::PinDialogCount();
     SetPinAnswers({"123456", "654321", "654321"});
     for (int id : {MainFrame::ID_SIG_CHANGE_PIN, MainFrame::ID_ENC_PUK, MainFrame::ID_SIG_TEST}) {
         frame->SetStatus(wxEmptyString, false);
         Click(id);
         ExpectStatus("Dieser Befehl ist mit einer leeren Karte nicht erlaubt!", true);
     }
-    EXPECT_EQ(SimPinDialogCount(), dialogues);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogues);
 }
 
 TEST_F(PinCommandTest, CardPulledAfterTheListWasReadDoesNothing)
 {
     SelectCard(kMaria);
-    ASSERT_EQ(SimRemoveCard(1), static_cast<CK_RV>(CKR_OK));
-    const unsigned long dialogues = SimPinDialogCount();
+    ASSERT_EQ(Sim::RemoveCard(1), static_cast<CK_RV>(CKR_OK));
+    const unsigned long dialogues = Sim::PinDialogCount();
     Click(MainFrame::ID_SIG_CHANGE_PIN);
     EXPECT_FALSE(StatusShown());
-    EXPECT_EQ(SimPinDialogCount(), dialogues);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogues);
 }
 
 TEST_F(PinCommandTest, EveryResultCodeHasItsText)

@@ -19,7 +19,7 @@ protected:
     }
     void TearDown() override
     {
-        SimClearFaults();
+        Sim::ClearFaults();
         m_p11->destroy();
         delete m_p11;
     }
@@ -53,7 +53,7 @@ TEST_F(RefreshThreadTest, ReadsOneEntryPerCardInReaderOrder)
 
 TEST_F(RefreshThreadTest, FailingSlotListGivesNoEntries)
 {
-    SimSetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, 1);
     EXPECT_TRUE(Run().empty());
     EXPECT_EQ(Run().size(), 4u);
 }
@@ -63,7 +63,7 @@ TEST_F(RefreshThreadTest, UnreadableTokenInformationLeavesTheTypeUnknown)
     // Erika's token information fails: the slot enumeration skips her card,
     // and the card read in her place looks at her token position (a position
     // counts every slot with a token), so that row gets no type.
-    SimSetFault("C_GetTokenInfo", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
+    Sim::SetFault("C_GetTokenInfo", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     const ListEntryVector rows = Run();
     ASSERT_EQ(rows.size(), 3u);
     EXPECT_EQ(rows[0]->typeName, kJohann.typeName);

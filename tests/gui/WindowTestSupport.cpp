@@ -1,28 +1,17 @@
-// Environment, simulator control and event pumping for the main-window tests.
+// Card set and window fixture of the main-window tests.
 #include "tests/gui/WindowTestSupport.h"
 
 #include "gui/Images.h"
-#include "sim/SimControl.h"
 
 #include <wx/app.h>
 #include <wx/bitmap.h>
-#include <wx/dialog.h>
-#include <wx/evtloop.h>
 #include <wx/image.h>
 #include <wx/listctrl.h>
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
-#include <wx/utils.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <thread>
-#include <typeinfo>
 
-#include <dlfcn.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace WindowTests {
@@ -36,20 +25,6 @@ const TestCard kLukas = {"lukas", "3031000000003333", "Lukas Huber", 4, "vessa p
 const TestCard kSophie = {"sophie", "3032000000003434", "Sophie Wagner", 5, "vessa premium e-Card G3B"};
 
 namespace {
-
-std::string g_scratch;
-
-std::string Env(const char* name, const char* fallback)
-{
-    const char* value = std::getenv(name);
-    return value != nullptr && *value != '\0' ? value : fallback;
-}
-
-void WriteFile(const std::string& path, const std::string& text)
-{
-    std::ofstream out(path);
-    out << text;
-}
 
 const char kCardSet[] = R"(<cardset>
   <reader name="Vessa Reader 0">
@@ -80,108 +55,35 @@ const char kCardSet[] = R"(<cardset>
 </cardset>
 )";
 
-// Looks a control function up in the loaded module.
-void* SimSymbol(const char* name)
-{
-    void* module = dlopen("libVessaP11.so", RTLD_LAZY | RTLD_NOLOAD);
-    if (module == nullptr)
-        return nullptr;
-    void* symbol = dlsym(module, name);
-    dlclose(module);
-    return symbol;
-}
-
-template <typename F>
-F SimFunction(const char* name)
-{
-    F function = reinterpret_cast<F>(SimSymbol(name));
-    if (function == nullptr)
-        ADD_FAILURE() << "simulator control function " << name << " not found";
-    return function;
-}
-
 } // namespace
 
-void PrepareProcess()
+} // namespace WindowTests
+
+void PrepareGuiTestProcess()
 {
-    if (!g_scratch.empty())
-        return;
-    std::string pattern = Env("TMPDIR", "/tmp/") + "/guitest-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (mkdtemp(buffer.data()) == nullptr) {
-        std::perror("mkdtemp");
-        std::exit(1);
-    }
-    g_scratch = buffer.data();
-
-    // Private card state per process, so every test starts from factory
-    // PINs; the generated keys are shared to save their generation time.
-    setenv("VESSA_SIM_STATE_DIR", (g_scratch + "/sim-state").c_str(), 1);
-    setenv("VESSA_SIM_KEY_DIR", (BinaryDir() + "/test-scratch/gui-sim-keys").c_str(), 1);
-    setenv("VESSA_SIM_PINENTRY", (SourceDir() + "/tests/support/fake-pinentry").c_str(), 1);
-    setenv("FAKE_PINENTRY_SCRIPT", (g_scratch + "/pin-answers").c_str(), 1);
-    setenv("FAKE_PINENTRY_LOG", (g_scratch + "/pin-dialog.log").c_str(), 1);
-    setenv("KORVEX_ALLUSERS_DIR", (g_scratch + "/etc/").c_str(), 1);
-    setenv("TMPDIR", (g_scratch + "/tmp/").c_str(), 1);
-    std::system(("mkdir -p '" + g_scratch + "/tmp' '" + g_scratch + "/etc' '" + g_scratch + "/bin'").c_str());
-    WriteFile(g_scratch + "/cardset.xml", kCardSet);
-
+    using namespace WindowTests;
+    PrepareSimulator(kCardSet);
     // Stand-in certificate viewer: keeps a copy of every file it is given.
-    const std::string viewer = g_scratch + "/bin/certViewerApp";
-    WriteFile(viewer, "#!/bin/sh\nn=$(ls '" + g_scratch + "'/viewed-*.cer 2>/dev/null | wc -l)\n"
-                      "cp \"$1\" '" + g_scratch + "'/viewed-$n.cer.part && mv '" + g_scratch +
-                      "'/viewed-$n.cer.part '" + g_scratch + "'/viewed-$n.cer\n");
-    chmod(viewer.c_str(), 0755);
-    setenv("PATH", (g_scratch + "/bin:" + Env("PATH", "/usr/bin:/bin")).c_str(), 1);
-    UseTestCardSet(true);
+    const std::string& scratch = ScratchDir();
+    WriteText(scratch + "/bin/certViewerApp",
+              "#!/bin/sh\nn=$(ls '" + scratch + "'/viewed-*.cer 2>/dev/null | wc -l)\n"
+              "cp \"$1\" '" + scratch + "'/viewed-$n.cer.part && mv '" + scratch + "'/viewed-$n.cer.part '" +
+                  scratch + "'/viewed-$n.cer\n",
+              true);
 }
 
-const std::string& ScratchDir()
-{
-    return g_scratch;
-}
-
-std::string SourceDir()
-{
-    return Env("KORVEX_SOURCE_DIR", ".");
-}
-
-std::string BinaryDir()
-{
-    return Env("KORVEX_BINARY_DIR", ".");
-}
+namespace WindowTests {
 
 void UseTestCardSet(bool testSet)
 {
-    if (testSet)
-        setenv("VESSA_SIM_CARDS", (g_scratch + "/cardset.xml").c_str(), 1);
-    else
-        unsetenv("VESSA_SIM_CARDS");
-}
-
-void SetPinAnswers(std::initializer_list<std::string> answers)
-{
-    const std::string script = g_scratch + "/pin-answers";
-    std::string text;
-    for (const std::string& answer : answers)
-        text += answer + "\n";
-    WriteFile(script, text);
-    std::remove((script + ".pos").c_str());
-    std::remove((g_scratch + "/pin-dialog.log").c_str());
-}
-
-std::vector<unsigned char> ReadBytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    UseCardSet(testSet ? kCardSet : "");
 }
 
 std::vector<std::string> ViewedCertificates()
 {
     std::vector<std::string> files;
     for (int n = 0;; ++n) {
-        const std::string path = g_scratch + "/viewed-" + std::to_string(n) + ".cer";
+        const std::string path = ScratchDir() + "/viewed-" + std::to_string(n) + ".cer";
         if (access(path.c_str(), R_OK) != 0)
             return files;
         files.push_back(path);
@@ -190,144 +92,7 @@ std::vector<std::string> ViewedCertificates()
 
 std::vector<unsigned char> IssuedCertificate(const TestCard& card, bool signature)
 {
-    return ReadBytes(Env("VESSA_SIM_KEY_DIR", "") + "/" + card.serial +
-                     (signature ? "/sig.cert.der" : "/enc.cert.der"));
-}
-
-std::vector<std::string> PinDialogLog()
-{
-    std::ifstream in(g_scratch + "/pin-dialog.log");
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-CK_RV SimInsertCard(CK_SLOT_ID slot, const char* card)
-{
-    auto insert = SimFunction<CK_RV (*)(CK_SLOT_ID, const char*)>("vsim_insert_card");
-    return insert != nullptr ? insert(slot, card) : CKR_GENERAL_ERROR;
-}
-
-CK_RV SimRemoveCard(CK_SLOT_ID slot)
-{
-    auto remove = SimFunction<CK_RV (*)(CK_SLOT_ID)>("vsim_remove_card");
-    return remove != nullptr ? remove(slot) : CKR_GENERAL_ERROR;
-}
-
-CK_RV SimSetFault(const char* function, const char* serial, CK_RV rv, int times)
-{
-    auto fault = SimFunction<CK_RV (*)(const char*, const char*, CK_RV, int)>("vsim_set_fault");
-    return fault != nullptr ? fault(function, serial, rv, times) : CKR_GENERAL_ERROR;
-}
-
-void SimClearFaults()
-{
-    if (auto clear = SimFunction<void (*)()>("vsim_clear_faults"))
-        clear();
-}
-
-CK_RV SimResetCard(const char* serial)
-{
-    auto reset = SimFunction<CK_RV (*)(const char*)>("vsim_reset_state");
-    return reset != nullptr ? reset(serial) : CKR_GENERAL_ERROR;
-}
-
-void SimSetLatency(unsigned long callMs)
-{
-    if (auto latency = SimFunction<void (*)(unsigned long, unsigned long)>("vsim_set_latency"))
-        latency(callMs, 0);
-}
-
-namespace {
-
-bool SimTries(const char* serial, int pin, int& pinTries, int& pukTries)
-{
-    auto tries = SimFunction<CK_RV (*)(const char*, int, int*, int*)>("vsim_get_pin_tries");
-    pinTries = pukTries = -100;
-    return tries != nullptr && tries(serial, pin, &pinTries, &pukTries) == CKR_OK;
-}
-
-} // namespace
-
-int SimPinTries(const char* serial, int pin)
-{
-    int pinTries, pukTries;
-    SimTries(serial, pin, pinTries, pukTries);
-    return pinTries;
-}
-
-int SimPukTries(const char* serial, int pin)
-{
-    int pinTries, pukTries;
-    SimTries(serial, pin, pinTries, pukTries);
-    return pukTries;
-}
-
-unsigned long SimPinDialogCount()
-{
-    auto count = SimFunction<unsigned long (*)()>("vsim_pin_dialog_count");
-    return count != nullptr ? count() : 0;
-}
-
-void Pump(int ms)
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    do {
-        wxEventLoopBase* loop = wxEventLoopBase::GetActive();
-        while (loop != nullptr && loop->Pending())
-            loop->Dispatch();
-        wxTheApp->ProcessPendingEvents();
-        if (loop != nullptr)
-            loop->ProcessIdle();
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    } while (std::chrono::steady_clock::now() < end);
-}
-
-bool PumpUntil(const std::function<bool()>& done, double seconds)
-{
-    const auto end = std::chrono::steady_clock::now() +
-                     std::chrono::milliseconds(static_cast<long>(seconds * 1000));
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return done();
-        Pump(5);
-    }
-    return true;
-}
-
-bool BitmapShowsPicture(const wxBitmap& bitmap, const char* const* xpm)
-{
-    if (!bitmap.IsOk())
-        return false;
-    wxImage shown = bitmap.ConvertToImage();
-    wxImage expected = wxBitmap(xpm).ConvertToImage();
-    if (shown.GetSize() != expected.GetSize())
-        return false;
-    if (!expected.HasAlpha())
-        expected.InitAlpha();
-    int compared = 0;
-    for (int y = 0; y < expected.GetHeight(); ++y) {
-        for (int x = 0; x < expected.GetWidth(); ++x) {
-            if (expected.GetAlpha(x, y) == 0 || (shown.HasAlpha() && shown.GetAlpha(x, y) == 0))
-                continue;
-            // Faded pixels go through premultiplied alpha: allow rounding.
-            if (std::abs(shown.GetRed(x, y) - expected.GetRed(x, y)) > 3 ||
-                std::abs(shown.GetGreen(x, y) - expected.GetGreen(x, y)) > 3 ||
-                std::abs(shown.GetBlue(x, y) - expected.GetBlue(x, y)) > 3)
-                return false;
-            ++compared;
-        }
-    }
-    return compared > 0;
-}
-
-int ModalRecorder::Enter(wxDialog* dialog)
-{
-    seen.push_back({typeid(*dialog).name(), dialog->GetTitle()});
-    if (inspect)
-        inspect(dialog);
-    return wxID_CANCEL;
+    return TestSupport::IssuedCertificate(card.serial, signature);
 }
 
 void MainWindowTest::SetUp()

@@ -1,12 +1,13 @@
-// Entry point of the main-window tests: prepares the simulated cards, starts
+// Entry point of the GUI tests: prepares the simulated cards, starts
 // the toolkit with an active event loop that the tests pump, and turns the
 // toolkit's assertions into test failures.
-#include "tests/gui/WindowTestSupport.h"
+#include "tests/support/GuiKit.h"
 
 #include <wx/app.h>
 #include <wx/evtloop.h>
 #include <wx/image.h>
 #include <wx/init.h>
+#include <wx/toplevel.h>
 
 #include <gtest/gtest.h>
 
@@ -15,7 +16,7 @@
 
 namespace {
 
-class WindowTestApp : public wxApp {
+class GuiTestApp : public wxApp {
 public:
     bool OnInit() override
     {
@@ -41,10 +42,10 @@ int main(int argc, char** argv)
     if (testing::GTEST_FLAG(list_tests))
         return RUN_ALL_TESTS();
 
-    WindowTests::PrepareProcess();
+    PrepareGuiTestProcess();
     // Xvfb has no accessibility bus; its client would only leak D-Bus buffers.
     setenv("NO_AT_BRIDGE", "1", 1);
-    wxApp::SetInstance(new WindowTestApp());
+    wxApp::SetInstance(new GuiTestApp());
     if (!wxEntryStart(argc, argv) || !wxTheApp->CallOnInit()) {
         std::fprintf(stderr, "cannot start the toolkit (no display?)\n");
         return 1;
@@ -57,7 +58,7 @@ int main(int argc, char** argv)
         result = RUN_ALL_TESTS();
         for (wxWindow* window : wxTopLevelWindows)
             window->Destroy();
-        WindowTests::Pump(20);
+        TestSupport::Pump(20);
     }
     wxTheApp->OnExit();
     wxEntryCleanup();
