@@ -57,7 +57,7 @@ protected:
         std::remove(CertPath().c_str());
         // The stand-in viewer records the path it was given and a copy of
         // the file as it found it.
-        WriteTextFile(BinDir() + "/certViewerApp",
+        WriteText(BinDir() + "/certViewerApp",
                       "#!/bin/sh\ncp \"$1\" '" + record + ".cer'\nprintf '%s\\n' \"$@\" > '" +
                           record + "'\n",
                       true);
@@ -68,7 +68,7 @@ protected:
     }
 
     std::string RecordedArguments() const {
-        const std::vector<unsigned char> bytes = ReadFileBytes(record);
+        const std::vector<unsigned char> bytes = ReadBytes(record);
         return std::string(bytes.begin(), bytes.end());
     }
 
@@ -79,9 +79,9 @@ TEST_F(CardDataTest, SignatureCertificateGoesToAPrivateFileAndTheViewer) {
     ASSERT_TRUE(SelectCard(kJohann));
     ASSERT_TRUE(Frame()->ShowCert(true));
 
-    const std::vector<unsigned char> expected = ReadFileBytes(CertificateFile(kJohann, true));
+    const std::vector<unsigned char> expected = ReadBytes(CertificateFile(kJohann, true));
     ASSERT_FALSE(expected.empty());
-    EXPECT_EQ(ReadFileBytes(CertPath()), expected);
+    EXPECT_EQ(ReadBytes(CertPath()), expected);
     struct stat info;
     ASSERT_EQ(lstat(CertPath().c_str(), &info), 0);
     EXPECT_TRUE(S_ISREG(info.st_mode));
@@ -89,20 +89,20 @@ TEST_F(CardDataTest, SignatureCertificateGoesToAPrivateFileAndTheViewer) {
 
     ASSERT_TRUE(WaitForFile(record, 10));
     EXPECT_EQ(RecordedArguments(), CertPath() + "\n");
-    EXPECT_EQ(ReadFileBytes(record + ".cer"), expected);
+    EXPECT_EQ(ReadBytes(record + ".cer"), expected);
 }
 
 TEST_F(CardDataTest, EncryptionCertificateIsShownByItsButton) {
     ASSERT_TRUE(SelectCard(kMaria));
     wxCommandEvent event(wxEVT_BUTTON, MainFrame::ID_ENC_SHOW);
     Frame()->evt_enc_show(event);
-    EXPECT_EQ(ReadFileBytes(CertPath()), ReadFileBytes(CertificateFile(kMaria, false)));
+    EXPECT_EQ(ReadBytes(CertPath()), ReadBytes(CertificateFile(kMaria, false)));
     EXPECT_TRUE(WaitForFile(record, 10));
 }
 
 TEST_F(CardDataTest, PlantedSymbolicLinkIsReplacedNotFollowed) {
     const std::string victim = ScratchDir() + "/victim";
-    WriteTextFile(victim, "do not touch");
+    WriteText(victim, "do not touch");
     chmod(victim.c_str(), 0644);
     ASSERT_EQ(symlink(victim.c_str(), CertPath().c_str()), 0);
 
@@ -110,13 +110,13 @@ TEST_F(CardDataTest, PlantedSymbolicLinkIsReplacedNotFollowed) {
     wxCommandEvent event(wxEVT_BUTTON, MainFrame::ID_SIG_SHOW_CERT);
     Frame()->evt_sig_show_cert(event);
 
-    const std::vector<unsigned char> untouched = ReadFileBytes(victim);
+    const std::vector<unsigned char> untouched = ReadBytes(victim);
     EXPECT_EQ(std::string(untouched.begin(), untouched.end()), "do not touch");
     struct stat info;
     ASSERT_EQ(lstat(CertPath().c_str(), &info), 0);
     EXPECT_TRUE(S_ISREG(info.st_mode));
     EXPECT_EQ(info.st_mode & 07777, 0600u);
-    EXPECT_EQ(ReadFileBytes(CertPath()), ReadFileBytes(CertificateFile(kJohann, true)));
+    EXPECT_EQ(ReadBytes(CertPath()), ReadBytes(CertificateFile(kJohann, true)));
 }
 
 TEST_F(CardDataTest, FinishedViewersLeaveNoZombies) {
@@ -133,10 +133,10 @@ TEST_F(CardDataTest, FinishedViewersLeaveNoZombies) {
 TEST_F(CardDataTest, DoubleClickFallsBackToTheSignatureCertificate) {
     ASSERT_TRUE(SelectCard(kJohann));
     // The first certificate search (for the encryption certificate) fails.
-    SetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
     wxListEvent event(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
     Frame()->evt_ItemDoubleClick(event);
-    EXPECT_EQ(ReadFileBytes(CertPath()), ReadFileBytes(CertificateFile(kJohann, true)));
+    EXPECT_EQ(ReadBytes(CertPath()), ReadBytes(CertificateFile(kJohann, true)));
     EXPECT_TRUE(WaitForFile(record, 10));
 }
 

@@ -1,24 +1,15 @@
-// Toolkit side of the dialog tests; see GuiSupport.h.
+// Shared main window and fixtures of the dialog tests; see GuiSupport.h.
 #include "tests/dialogs/GuiSupport.h"
 
 #include "gui/MainFrame.h"
 #include "token/acPKCS11.h"
 
-#include <wx/app.h>
-#include <wx/bitmap.h>
-#include <wx/dcclient.h>
-#include <wx/dcmemory.h>
 #include <wx/image.h>
 #include <wx/listctrl.h>
-#include <wx/utils.h>
 
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <cstdlib>
-#include <thread>
 
-#include <dlfcn.h>
+void PrepareGuiTestProcess() { DialogTests::PrepareEnvironment(); }
 
 namespace DialogTests {
 
@@ -28,8 +19,6 @@ MainFrame* g_frame = nullptr;
 
 } // namespace
 
-wxString Utf8(const char* text) { return wxString::FromUTF8(text); }
-
 void CardDialogTest::SetUp() {
     Frame();
     ResetCards();
@@ -38,25 +27,8 @@ void CardDialogTest::SetUp() {
 
 void CardDialogTest::TearDown() { ResetCards(); }
 
-void Pump(int ms) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    do {
-        wxTheApp->ProcessPendingEvents();
-        wxTheApp->Yield(true);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    } while (std::chrono::steady_clock::now() < end);
-}
-
-bool PumpUntil(const std::function<bool()>& done, double seconds) {
-    const auto end = std::chrono::steady_clock::now() +
-                     std::chrono::milliseconds(static_cast<long>(seconds * 1000));
-    while (!done() && std::chrono::steady_clock::now() < end) Pump(10);
-    return done();
-}
-
 MainFrame* Frame() {
     if (g_frame == nullptr) {
-        PrepareEnvironment();
         g_frame = new MainFrame(nullptr);
         g_frame->Show();
         // The start timer begins the first card-list load once events run.
@@ -93,37 +65,13 @@ std::vector<unsigned char> ReadObject(const Card& card, const std::string& label
     return value;
 }
 
-void SaveScreenshot(wxWindow* window, const std::string& name) {
+void ExpectScreenshot(wxWindow* window, const std::string& name) {
     const char* dir = std::getenv("KORVEX_SCREENSHOT_DIR");
-    if (dir == nullptr || *dir == '\0') return;
-    window->Raise();
-    window->Refresh();
-    window->Update();
-    Pump(400);
-    // GTK 3 cannot read pixels back through a window DC, so they come from
-    // the X window itself. The toolkit already has GTK loaded; its functions
-    // are looked up there because the GTK headers are not installed.
-    using GetWindow = void* (*)(void*);
-    using Width = int (*)(void*);
-    using FromWindow = void* (*)(void*, int, int, int, int);
-    using SaveV = int (*)(void*, const char*, const char*, char**, char**, void**);
-    using Unref = void (*)(void*);
-    auto getWindow = reinterpret_cast<GetWindow>(dlsym(RTLD_DEFAULT, "gtk_widget_get_window"));
-    auto width = reinterpret_cast<Width>(dlsym(RTLD_DEFAULT, "gdk_window_get_width"));
-    auto height = reinterpret_cast<Width>(dlsym(RTLD_DEFAULT, "gdk_window_get_height"));
-    auto fromWindow = reinterpret_cast<FromWindow>(dlsym(RTLD_DEFAULT, "gdk_pixbuf_get_from_window"));
-    auto save = reinterpret_cast<SaveV>(dlsym(RTLD_DEFAULT, "gdk_pixbuf_savev"));
-    auto unref = reinterpret_cast<Unref>(dlsym(RTLD_DEFAULT, "g_object_unref"));
-    ASSERT_TRUE(getWindow && width && height && fromWindow && save && unref);
-
-    void* gdkWindow = getWindow(window->GetHandle());
-    ASSERT_NE(gdkWindow, nullptr);
-    void* pixbuf = fromWindow(gdkWindow, 0, 0, width(gdkWindow), height(gdkWindow));
-    ASSERT_NE(pixbuf, nullptr);
-    const std::string path = std::string(dir) + "/" + name + ".png";
-    const bool saved = save(pixbuf, path.c_str(), "png", nullptr, nullptr, nullptr) != 0;
-    unref(pixbuf);
-    EXPECT_TRUE(saved) << "cannot save " << path;
+    const std::string path = (dir != nullptr && *dir != '\0' ? std::string(dir) : ScratchDir()) + "/" + name;
+    ASSERT_TRUE(SaveScreenshot(window, path)) << path;
+    wxImage picture(wxString::FromUTF8(path + ".png"), wxBITMAP_TYPE_PNG);
+    ASSERT_TRUE(picture.IsOk()) << path;
+    EXPECT_EQ(picture.GetSize(), window->GetSize()) << path;
 }
 
 } // namespace DialogTests

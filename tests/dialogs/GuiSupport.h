@@ -1,15 +1,15 @@
-// Toolkit side of the dialog tests: the test application, one shared main
-// window whose token object the tests use, and event pumping helpers.
+// Toolkit side of the dialog tests: one shared main window whose token object
+// the tests use, and the fixtures around it. Event pumping, dialogs and
+// screenshots come from the shared fixture library.
 #pragma once
 
-#include "tests/dialogs/SimEnvironment.h"
-
-#include <wx/string.h>
+#include "tests/dialogs/DialogCards.h"
+#include "tests/support/GuiKit.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
+#include <vector>
 
 class MainFrame;
 class wxWindow;
@@ -23,21 +23,15 @@ namespace DialogTests {
 MainFrame* Frame();
 Korvex::acPKCS11* Token();
 
-// Runs the event loop's pending work for about `ms` milliseconds.
-void Pump(int ms);
-// Pumps until `done` holds or `seconds` pass; returns `done()`.
-bool PumpUntil(const std::function<bool()>& done, double seconds);
-
 // Selects the main window's row of the card with this serial.
 bool SelectCard(const Card& card);
 
 // Reads one data object of a card through the token layer.
 std::vector<unsigned char> ReadObject(const Card& card, const std::string& label);
 
-// Saves the window's client area as PNG when KORVEX_SCREENSHOT_DIR is set.
-void SaveScreenshot(wxWindow* window, const std::string& name);
-
-wxString Utf8(const char* text);
+// Saves the window as <name>.png (into KORVEX_SCREENSHOT_DIR when set, the
+// scratch folder otherwise) and checks that a picture of its size came out.
+void ExpectScreenshot(wxWindow* window, const std::string& name);
 
 // Base of the dialog fixtures: the shared window has loaded the module and
 // the card list before a test sets any fault, every card starts in factory

@@ -118,7 +118,7 @@ TEST_F(InfoboxBereichTest, SelectingTheSameItemAgainDoesNotReadTheCard) {
     const wxString shown = Binary();
     ASSERT_FALSE(shown.empty());
     // A read now would fail and clear the pages.
-    SetFault("C_OpenSession", kJohann.serial, CKR_DEVICE_ERROR, -1);
+    Sim::SetFault("C_OpenSession", kJohann.serial, CKR_DEVICE_ERROR, -1);
     Select("Personenbindung");
     EXPECT_EQ(Binary(), shown);
     Select("RFU2");
@@ -185,7 +185,7 @@ TEST_F(InfoboxBereichTest, FailedProtectionSwitchLeavesTheList) {
 }
 
 TEST_F(InfoboxBereichTest, UnreadableInfoboxFileGivesEmptyListAndTheWriterDialog) {
-    SetFault("C_FindObjectsInit", kMaria.serial, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_FindObjectsInit", kMaria.serial, CKR_DEVICE_ERROR, 1);
     Open(kMaria, Korvex::TOKEN_ACOS_A04);
     EXPECT_TRUE(dialog->GetList()->IsEmpty());
     EXPECT_EQ(dialog->noPersBShown, 1);
@@ -215,7 +215,7 @@ TEST_F(InfoboxBereichTest, Screenshot) {
     auto* pages = dynamic_cast<wxNotebook*>(dialog->GetTextPage()->GetParent());
     ASSERT_NE(pages, nullptr);
     pages->SetSelection(1);
-    SaveScreenshot(dialog, "infobox");
+    ExpectScreenshot(dialog, "infobox");
 }
 
 } // namespace

@@ -42,7 +42,7 @@ wxString ButtonLabel(wxWindow* window, int id) {
 std::string PlantRecordingWriter(const std::string& dir) {
     const std::string record = ScratchDir() + "/writer-args";
     std::remove(record.c_str());
-    WriteTextFile(dir + "/VessaPlus", "#!/bin/sh\nprintf '%s\\n' \"$0\" \"$@\" > '" + record + "'\n",
+    WriteText(dir + "/VessaPlus", "#!/bin/sh\nprintf '%s\\n' \"$0\" \"$@\" > '" + record + "'\n",
                   true);
     return record;
 }
@@ -96,7 +96,7 @@ TEST_F(NoPersBTest, StartsTheWriterFromTheConfiguredDirectory) {
     dialog.evt_write_persb(event);
     ASSERT_TRUE(WaitForFile(record, 10));
     Pump(300);  // lets the toolkit notice the writer's end and release its record
-    const std::vector<unsigned char> args = ReadFileBytes(record);
+    const std::vector<unsigned char> args = ReadBytes(record);
     EXPECT_EQ(std::string(args.begin(), args.end()), dir + "/VessaPlus\n-z\n");
 }
 
@@ -109,7 +109,7 @@ TEST_F(NoPersBTest, WithoutTheSettingTheWriterIsFoundOnThePath) {
     dialog.evt_write_persb(event);
     ASSERT_TRUE(WaitForFile(record, 10));
     Pump(300);
-    const std::vector<unsigned char> args = ReadFileBytes(record);
+    const std::vector<unsigned char> args = ReadBytes(record);
     const std::string text(args.begin(), args.end());
     EXPECT_NE(text.find("VessaPlus\n-z\n"), std::string::npos) << text;
     std::remove((BinDir() + "/VessaPlus").c_str());
@@ -151,7 +151,7 @@ TEST_F(NoPersBTest, CompanionWritesTheIdentityLinkThatTheViewerThenShows) {
 TEST_F(NoPersBTest, Screenshot) {
     NoPersB* dialog = new NoPersB(Frame(), wxID_ANY);
     dialog->Show();
-    SaveScreenshot(dialog, "no-identity-link");
+    ExpectScreenshot(dialog, "no-identity-link");
     dialog->Destroy();
 }
 

@@ -147,7 +147,7 @@ TEST_F(TestDialogTest, CancelledOrWrongPinFailsTheSignature) {
 
 TEST_F(TestDialogTest, SessionFailureIsReported) {
     Open(kJohann, Korvex::APPL_SIGNATURE);
-    SetFault("C_OpenSession", kJohann.serial, CKR_DEVICE_ERROR, 2);
+    Sim::SetFault("C_OpenSession", kJohann.serial, CKR_DEVICE_ERROR, 2);
     Sign();
     EXPECT_EQ(Status(), "Fehler beim Aufbau der Verbindung zur Karte");
     Verify();
@@ -165,7 +165,7 @@ TEST_F(TestDialogTest, EmptyTextCannotBeHashed) {
 
 TEST_F(TestDialogTest, HashChoiceErrors) {
     // Without token information the key size is unknown: no hash is offered.
-    SetFault("C_GetTokenInfo", "*", CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_GetTokenInfo", "*", CKR_DEVICE_ERROR, 1);
     Open(kJohann, Korvex::APPL_SIGNATURE);
     EXPECT_TRUE(HashEntries().empty());
     Sign();
@@ -215,7 +215,7 @@ TEST_F(TestDialogTest, Screenshot) {
     SetPinAnswers({"123456"});
     Sign();
     ASSERT_EQ(Status(), "Signatur erfolgreich!");
-    SaveScreenshot(dialog, "test-dialog");
+    ExpectScreenshot(dialog, "test-dialog");
 }
 
 } // namespace

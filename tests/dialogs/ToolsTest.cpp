@@ -3,7 +3,7 @@
 // the identity-link builder and the VessaPlus companion on simulated cards.
 #include "base/ShowCertificate.h"
 #include "formats/Personenbindung.h"
-#include "tests/dialogs/SimEnvironment.h"
+#include "tests/dialogs/DialogCards.h"
 #include "token/acPKCS11.h"
 #include "tools/IdentityLinkBuilder.h"
 
@@ -42,7 +42,7 @@ CommandResult RunCommand(const std::string& command) {
 }
 
 std::string ReadText(const std::string& path) {
-    const std::vector<unsigned char> bytes = ReadFileBytes(path);
+    const std::vector<unsigned char> bytes = ReadBytes(path);
     return std::string(bytes.begin(), bytes.end());
 }
 
@@ -59,19 +59,19 @@ TEST(WritePrivateFile, CreatesAnOwnerOnlyFileWithTheBytes) {
     ASSERT_EQ(lstat(path.c_str(), &info), 0);
     EXPECT_TRUE(S_ISREG(info.st_mode));
     EXPECT_EQ(info.st_mode & 07777, 0600u);
-    EXPECT_EQ(ReadFileBytes(path), std::vector<unsigned char>(data, data + sizeof data));
+    EXPECT_EQ(ReadBytes(path), std::vector<unsigned char>(data, data + sizeof data));
 
     // An existing, longer file is replaced, not partly overwritten.
     const unsigned char shorter[] = {0x05, 0x00};
     ASSERT_TRUE(Korvex::WritePrivateFile(path, shorter, sizeof shorter));
-    EXPECT_EQ(ReadFileBytes(path), std::vector<unsigned char>(shorter, shorter + 2));
+    EXPECT_EQ(ReadBytes(path), std::vector<unsigned char>(shorter, shorter + 2));
 }
 
 TEST(WritePrivateFile, NeverWritesThroughALinkOrIntoADirectory) {
     PrepareEnvironment();
     const std::string victim = ScratchDir() + "/victim-file";
     const std::string link = ScratchDir() + "/link.cer";
-    WriteTextFile(victim, "keep");
+    WriteText(victim, "keep");
     std::remove(link.c_str());
     ASSERT_EQ(symlink(victim.c_str(), link.c_str()), 0);
     const unsigned char data[] = {1, 2, 3};
@@ -102,7 +102,7 @@ TEST(ShowCertificate, StartsTheViewerFromThePathWithTheFileAndReapsIt) {
     PrepareEnvironment();
     const std::string record = ScratchDir() + "/show-args";
     std::remove(record.c_str());
-    WriteTextFile(BinDir() + "/certViewerApp",
+    WriteText(BinDir() + "/certViewerApp",
                   "#!/bin/sh\nprintf '%s|' \"$#\" \"$@\" > '" + record + "'\n", true);
     ASSERT_TRUE(Korvex::ShowCertificate("/some where/vessacards_cert.cer"));
     ASSERT_TRUE(WaitForFile(record, 10));
@@ -159,7 +159,7 @@ TEST_F(CertViewerApp, DumpsTheCertificateAsTextWithoutDisplay) {
 
 TEST_F(CertViewerApp, HandsTheFileToTheDesktopViewerWhenADisplayIsThere) {
     const std::string record = ScratchDir() + "/gcr-args";
-    WriteTextFile(fakeBin + "/gcr-viewer", "#!/bin/sh\nprintf '%s' \"$1\" > '" + record + "'\n",
+    WriteText(fakeBin + "/gcr-viewer", "#!/bin/sh\nprintf '%s' \"$1\" > '" + record + "'\n",
                   true);
     const CommandResult result = RunCommand("DISPLAY=:99 PATH='" + fakeBin + ":/usr/bin:/bin' '" +
                                      launcher + "' '" + cert + "'");
