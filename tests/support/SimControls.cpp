@@ -1,7 +1,6 @@
 // Looks the control functions up in the loaded module; see SimControls.h.
 #include "tests/support/SimControls.h"
 
-#include "sim/SimControl.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 // fails the running test.
 #pragma once
 
-#include <p11-kit/pkcs11.h>
+#include "sim/SimControl.h"
 
 namespace TestSupport::Sim {
 

@@ -59,7 +59,7 @@ TEST_F(TokenCardDataTest, ECardDataIsReadByName)
 
     length = 4;
     EXPECT_FALSE(p11->ReadGrunddaten(buffer, length));
-    Sim::malformed("C_CardAttribute", kECard, 1);
+    Sim::SetMalformed("C_CardAttribute", kECard, 1);
     length = sizeof(buffer);
     EXPECT_FALSE(p11->ReadEHIC(buffer, length));
     EXPECT_EQ(length, sizeof(buffer));
@@ -73,7 +73,7 @@ TEST_F(TokenCardDataTest, IdentityLinkIsWrittenAfterTheModulesLogin)
 {
     const Bytes data = identityLink(300);
     std::string error;
-    setPinAnswers({"4321"});
+    SetPinAnswers({"4321"});
     ASSERT_TRUE(p11->UpdatePersonenbindung(std::string(kAcos03).substr(0, 12), data, error)) << error;
     EXPECT_EQ(p11->GetSessionHandle(), 0u);
 
@@ -83,14 +83,14 @@ TEST_F(TokenCardDataTest, IdentityLinkIsWrittenAfterTheModulesLogin)
     EXPECT_EQ(stored, data);
 
     // Exactly the 1024-byte buffer still fits.
-    setPinAnswers({"4321"});
+    SetPinAnswers({"4321"});
     EXPECT_TRUE(p11->UpdatePersonenbindung(kAcos04, identityLink(1024), error)) << error;
 }
 
 TEST_F(TokenCardDataTest, IdentityLinkRefusals)
 {
     std::string error;
-    const unsigned long dialogs = Sim::pinDialogs();
+    const unsigned long dialogs = Sim::PinDialogCount();
     // Too large for the value buffer: refused before any card is looked up.
     EXPECT_FALSE(p11->UpdatePersonenbindung("9999999999999999", identityLink(1025), error));
     EXPECT_EQ(error, "Falsche Update Daten für die Smartcard");
@@ -99,21 +99,21 @@ TEST_F(TokenCardDataTest, IdentityLinkRefusals)
     EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(127), error));
     EXPECT_EQ(error, "Falsche Update Daten für die Smartcard");
     EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(128, 0x31), error));
-    EXPECT_EQ(Sim::pinDialogs(), dialogs);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogs);
     EXPECT_EQ(Log::errors(), (Lines{"Falsche Update Daten für die Smartcard (3)",
                                     "Keine Smartcard gefunden für CIN= 9999999999999999",
                                     "Falsche Update Daten für die Smartcard (1)",
                                     "Falsche Update Daten für die Smartcard (2)"}));
 
     Log::clear();
-    setPinAnswers({"CANCEL"});
+    SetPinAnswers({"CANCEL"});
     EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(200), error));
     EXPECT_EQ(error, "Fehler beim Initialisieren des Kartenobjektes. (CLogin)");
-    Sim::fault("C_SetAttributeValue", kAcos03, CKR_DEVICE_MEMORY, 1);
-    setPinAnswers({"4321"});
+    Sim::SetFault("C_SetAttributeValue", kAcos03, CKR_DEVICE_MEMORY, 1);
+    SetPinAnswers({"4321"});
     EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(200), error));
     EXPECT_EQ(error, "Fehler beim modifizieren des Kartenobjektes. (C_SetAttributeValue)");
-    Sim::fault("C_OpenSession", kAcos03, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_OpenSession", kAcos03, CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(p11->UpdatePersonenbindung(kAcos03, identityLink(200), error));
     EXPECT_EQ(error, "Fehler beim öffnen der Kartensession");
     EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_Login0x50", "PKCS11 Proc_C_SetAttributeValue0x31",
@@ -130,7 +130,7 @@ TEST_F(TokenCardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
 
     Bytes value;
     bool isPrivate = false;
-    setPinAnswers({"4321"});  // a protected object's value needs the PIN
+    SetPinAnswers({"4321"});  // a protected object's value needs the PIN
     ASSERT_TRUE(p11->ReadDataObject("0x03", value, isPrivate));
     EXPECT_TRUE(isPrivate);
     ASSERT_TRUE(p11->WriteDataObject("0x03", value, false));

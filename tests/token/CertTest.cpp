@@ -86,7 +86,7 @@ TEST_F(TokenCertTest, MissingCertificateSessionOrOversizedValueFail)
 
     Log::clear();
     ASSERT_TRUE(openCard(kAcos));
-    Sim::fault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
     EXPECT_EQ(Log::errors().back(), "PKCS11 FindObjects ERROR");
 }

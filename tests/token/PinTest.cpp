@@ -17,15 +17,15 @@ const char* const kG3A = kCards[4].serial;   // e-card: no PUK, PIN status, code
 TEST_F(TokenPinTest, ChangeSucceedsAndTheNewPinIsInForce)
 {
     ASSERT_TRUE(openCard(kAcos));
-    setPinAnswers({"123456", "654321", "654321", "654321", "123456", "123456"});
+    SetPinAnswers({"123456", "654321", "654321", "654321", "123456", "123456"});
     EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_OK);
     EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_OK);  // old PIN now 654321
-    EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_SIGNATURE), 3);
+    EXPECT_EQ(Sim::PinTries(kAcos, VSIM_PIN_SIGNATURE), 3);
     EXPECT_TRUE(Log::errors().empty());
     EXPECT_TRUE(Log::hasMessage("ChangePIN"));
 
     // The identity-link area is a data object, not a key.
-    setPinAnswers({"4321", "1111", "1111", "1111", "4321", "4321"});
+    SetPinAnswers({"4321", "1111", "1111", "1111", "4321", "4321"});
     EXPECT_EQ(p11->ChangePIN(APPL_IDENTITY_LINK), Korvex::PKCS11_OK);
     EXPECT_EQ(p11->ChangePIN(APPL_IDENTITY_LINK), Korvex::PKCS11_OK);
 }
@@ -33,11 +33,11 @@ TEST_F(TokenPinTest, ChangeSucceedsAndTheNewPinIsInForce)
 TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
 {
     ASSERT_TRUE(openCard(kAcos));
-    setPinAnswers({"CANCEL", "9999", "1111", "1111", "9999", "1111", "1111", "9999", "1111", "1111"});
+    SetPinAnswers({"CANCEL", "9999", "1111", "1111", "9999", "1111", "1111", "9999", "1111", "1111"});
     EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_CANCELED);
     for (int triesLeft : {2, 1, 0}) {
         EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
-        EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_ENCRYPTION), triesLeft);
+        EXPECT_EQ(Sim::PinTries(kAcos, VSIM_PIN_ENCRYPTION), triesLeft);
     }
     EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_LOCKED);
     Lines expected(3, "Proc_C_SetAttributeValue returned CKR_PIN_INCORRECT");
@@ -46,18 +46,18 @@ TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
     EXPECT_EQ(Log::errors(), expected);
 
     // The PUK unblocks it again.
-    setPinAnswers({"87654321", "2468", "2468"});
+    SetPinAnswers({"87654321", "2468", "2468"});
     EXPECT_EQ(p11->UnblockPIN(APPL_ENCRYPTION), Korvex::PKCS11_OK);
-    EXPECT_EQ(Sim::pinTries(kAcos, VSIM_PIN_ENCRYPTION), 3);
+    EXPECT_EQ(Sim::PinTries(kAcos, VSIM_PIN_ENCRYPTION), 3);
 }
 
 TEST_F(TokenPinTest, UnblockOnAnECardIsAnError)
 {
     ASSERT_TRUE(openCard(kG3A));
-    unsigned long dialogs = Sim::pinDialogs();
+    unsigned long dialogs = Sim::PinDialogCount();
     EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
     EXPECT_EQ(Log::errors(), Lines{"Proc_C_SetAttributeValue returned 0x54"});
-    EXPECT_EQ(Sim::pinDialogs(), dialogs);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogs);
 }
 
 TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
@@ -68,23 +68,23 @@ TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
 
     ASSERT_TRUE(openCard(kAcos));
     Log::clear();
-    unsigned long dialogs = Sim::pinDialogs();
+    unsigned long dialogs = Sim::PinDialogCount();
     EXPECT_EQ(p11->ChangePIN(static_cast<Korvex::ApplType>(5)), Korvex::PKCS11_ERROR);
     EXPECT_EQ(p11->GenericPINCommand(static_cast<Korvex::ApplType>(5), 0x200, false, false),
               Korvex::PKCS11_ERROR);
     EXPECT_TRUE(Log::errors().empty());
-    EXPECT_EQ(Sim::pinDialogs(), dialogs);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogs);
 }
 
 TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
 {
     ASSERT_TRUE(openCard(kAcos));
-    setPinAnswers({"999999", "111111", "111111", "999999", "111111", "111111", "999999", "111111", "111111"});
+    SetPinAnswers({"999999", "111111", "111111", "999999", "111111", "111111", "999999", "111111", "111111"});
     for (int attempt = 0; attempt < 3; ++attempt)
         EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
     // Now really locked: CKR_PIN_LOCKED reads as a wrong PIN in this form.
     EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_INCORRECT);
-    setPinAnswers({"CANCEL"});
+    SetPinAnswers({"CANCEL"});
     EXPECT_EQ(p11->GenericPINCommand(APPL_IDENTITY_LINK, 0x200, false, false), Korvex::PKCS11_CANCELED);
     EXPECT_TRUE(Log::errors().empty());
 }
@@ -100,16 +100,16 @@ TEST_F(TokenPinTest, InitPinForcesTheSoftwarePinOnAcosCardsForNewClients)
     Log::clear();
 
     // A module refusing the marker is asked once more without it.
-    Sim::fault("C_SetAttributeValue", kAcos, CKR_FUNCTION_FAILED, 1);
-    setPinAnswers({"123456", "222222", "222222"});
-    unsigned long dialogs = Sim::pinDialogs();
+    Sim::SetFault("C_SetAttributeValue", kAcos, CKR_FUNCTION_FAILED, 1);
+    SetPinAnswers({"123456", "222222", "222222"});
+    unsigned long dialogs = Sim::PinDialogCount();
     EXPECT_EQ(p11->InitPIN(APPL_SIGNATURE), Korvex::PKCS11_OK);
     EXPECT_TRUE(Log::hasMessage("acPKCS11::_GenericPINCommand: force Software Pin"));
-    EXPECT_EQ(Sim::pinDialogs(), dialogs + 1);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogs + 1);
 
     // Not for the encryption PIN, nor on an e-card.
     Log::clear();
-    setPinAnswers({"1234", "4444", "4444", "123456", "222222", "222222"});
+    SetPinAnswers({"1234", "4444", "4444", "123456", "222222", "222222"});
     EXPECT_EQ(p11->InitPIN(APPL_ENCRYPTION), Korvex::PKCS11_OK);
     ASSERT_TRUE(openCard(kG3A, true));
     p11->ReadATR(true);  // the cached ATR is still the other card's
@@ -137,7 +137,7 @@ TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
     EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_OK);
     EXPECT_EQ(state, Korvex::PIN_STATE_TRIES_LEFT);
     EXPECT_EQ(tries, 3);
-    setPinAnswers({"1111", "5555", "5555"});
+    SetPinAnswers({"1111", "5555", "5555"});
     EXPECT_EQ(p11->ChangePIN(APPL_ENCRYPTION), Korvex::PKCS11_PIN_INCORRECT);
     EXPECT_EQ(p11->GetPINStatus(APPL_IDENTITY_LINK, state, tries), Korvex::PKCS11_OK);
     EXPECT_EQ(tries, 2);

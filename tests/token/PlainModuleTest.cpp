@@ -26,7 +26,7 @@ TEST_F(TokenPlainModuleTest, StandardOperationsWork)
 
     ASSERT_TRUE(openCard(kCards[1].serial));
     EXPECT_TRUE(p11->LoadSigningCertificate(true));
-    setPinAnswers({"123456", "123456", "654321", "654321"});
+    SetPinAnswers({"123456", "123456", "654321", "654321"});
     unsigned char out[512];
     unsigned long length = sizeof(out);
     Korvex::SignKey kind = Korvex::SIGN_KEY_EC;

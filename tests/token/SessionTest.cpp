@@ -36,7 +36,7 @@ TEST_F(TokenSessionTest, FailedOpenIsLoggedAndKeepsTheSlotIndex)
 {
     ASSERT_TRUE(openCard(kCards[0].serial));
     EXPECT_EQ(p11->GetSlotIndex(), 0);
-    Sim::fault("C_OpenSession", kCards[1].serial, CKR_TOKEN_NOT_RECOGNIZED, 1);
+    Sim::SetFault("C_OpenSession", kCards[1].serial, CKR_TOKEN_NOT_RECOGNIZED, 1);
     EXPECT_FALSE(p11->OpenSession(1, false));
     EXPECT_EQ(p11->GetSessionHandle(), 0u);
     EXPECT_EQ(p11->GetSlotIndex(), 0);
@@ -67,7 +67,7 @@ TEST_F(TokenSessionTest, ReadsTheCardNumberOverApdus)
     }
 
     ASSERT_TRUE(openCard(kCards[0].serial));
-    Sim::fault("C_CardTransmit", kCards[0].serial, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_CardTransmit", kCards[0].serial, CKR_DEVICE_ERROR, 1);
     std::string cin;
     EXPECT_FALSE(p11->GetCinCsn(cin));
     EXPECT_EQ(Log::errors(), (Lines{"Failed C_CardTransmit, rv = 0x30", "sendAPDU failed", "error select DF DEC"}));
@@ -94,15 +94,15 @@ TEST_F(TokenSessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailures)
 
     Log::clear();
     const char* serial = kCards[1].serial;
-    Sim::fault("C_FindObjectsInit", serial, CKR_OPERATION_ACTIVE, 1);
+    Sim::SetFault("C_FindObjectsInit", serial, CKR_OPERATION_ACTIVE, 1);
     EXPECT_FALSE(p11->FindObjects(&search, 1, handles, 1, found));
-    Sim::fault("C_FindObjects", serial, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_FindObjects", serial, CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(p11->FindObjects(&search, 1, handles, 1, found));
     // That search was left open; the simulator refuses a new one on the
     // same session, as a strict module may.
     EXPECT_FALSE(p11->FindObjects(&search, 1, handles, 1, found));
     ASSERT_TRUE(openCard(serial));
-    Sim::fault("C_FindObjectsFinal", serial, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_FindObjectsFinal", serial, CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(p11->FindObjects(&search, 1, handles, 1, found));
     EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_FindObjectsInit0x90", "PKCS11 Proc_C_FindObjects0x30",
                                     "PKCS11 Proc_C_FindObjectsInit0x90", "PKCS11 Proc_C_FindObjectsFinal0x30"}));
@@ -111,7 +111,7 @@ TEST_F(TokenSessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailures)
 TEST_F(TokenSessionTest, OversizedObjectCountIsCutToTheArray)
 {
     ASSERT_TRUE(openCard(kCards[1].serial));
-    Sim::malformed("C_FindObjects", kCards[1].serial, VSIM_ALWAYS);
+    Sim::SetMalformed("C_FindObjects", kCards[1].serial, VSIM_ALWAYS);
     CK_OBJECT_CLASS keyClass = CKO_PRIVATE_KEY;
     CK_ATTRIBUTE search = {CKA_CLASS, &keyClass, sizeof(keyClass)};
     CK_OBJECT_HANDLE handles[1];
@@ -125,7 +125,7 @@ TEST_F(TokenSessionTest, OversizedObjectCountIsCutToTheArray)
 TEST_F(TokenSessionTest, CardPulledOutBetweenCallsFailsCleanly)
 {
     ASSERT_TRUE(openCard(kCards[1].serial));
-    Sim::removeCard(1);
+    Sim::RemoveCard(1);
 
     CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
     EXPECT_FALSE(p11->FindObject("SK.CH.SIG", CKO_PRIVATE_KEY, handle));
@@ -140,7 +140,7 @@ TEST_F(TokenSessionTest, CardPulledOutBetweenCallsFailsCleanly)
     ASSERT_TRUE(p11->GetSlots(slots, true));
     EXPECT_EQ(slots.size(), kListedCards - 1);
     EXPECT_EQ(p11->findSlotForCin(kCards[1].serial), -1);
-    Sim::insertCard(1, kCards[1].serial);
+    Sim::InsertCard(1, kCards[1].serial);
     EXPECT_EQ(p11->findSlotForCin(kCards[1].serial), 1);
 }
 

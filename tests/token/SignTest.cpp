@@ -64,7 +64,7 @@ TEST_F(TokenSignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
         ASSERT_TRUE(openCard(c.serial));
         Bytes certificate = certificateOf(*p11, c.signatureKey);
         ASSERT_FALSE(certificate.empty());
-        setPinAnswers({c.signatureKey ? "123456" : "1234"});
+        SetPinAnswers({c.signatureKey ? "123456" : "1234"});
         Korvex::SignKey kind = c.keyKind == Korvex::SIGN_KEY_RSA ? Korvex::SIGN_KEY_EC : Korvex::SIGN_KEY_RSA;
         std::optional<Bytes> signature = signRaw(*p11, text, kind, c.signatureKey, c.alg);
         ASSERT_TRUE(signature);
@@ -85,7 +85,7 @@ TEST_F(TokenSignTest, SignAndVerifyAFinishedDigestOnTheCard)
     for (bool signatureKey : {true, false}) {
         const std::string suffix = signatureKey ? "SIG" : "EKEY";
         Bytes certificate = certificateOf(*p11, signatureKey);
-        setPinAnswers({signatureKey ? "123456" : "1234"});
+        SetPinAnswers({signatureKey ? "123456" : "1234"});
         Bytes signature = {0xAA};  // appended to, not replaced
         ASSERT_TRUE(p11->Sign("SK.CH." + suffix, digest, signature, Korvex::HashAlreadyHashed));
         ASSERT_EQ(signature.front(), 0xAA);
@@ -100,7 +100,7 @@ TEST_F(TokenSignTest, SignAndVerifyAFinishedDigestOnTheCard)
 
     // The short Verify form checks with SHA-1 over the data itself.
     const Bytes text = bytes("Kurzform");
-    setPinAnswers({"123456"});
+    SetPinAnswers({"123456"});
     Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
     std::optional<Bytes> signature = signRaw(*p11, text, kind, true, Korvex::HashSha1);
     ASSERT_TRUE(signature);
@@ -126,7 +126,7 @@ TEST_F(TokenSignTest, InputChecksComeBeforeTheCard)
     EXPECT_FALSE(signRaw(*p11, big, kind, true, Korvex::HashSha256));
     EXPECT_FALSE(signRaw(*p11, big, kind, true, Korvex::HashMd5, 10));
     EXPECT_EQ(Log::errors(), (Lines{"Data size too long: 2049 bytes", "PKCS11 Unbekannter Signaturalgorihtmus"}));
-    setPinAnswers({"123456"});
+    SetPinAnswers({"123456"});
     EXPECT_TRUE(signRaw(*p11, big, kind, true, Korvex::HashSha256, 2048));
 }
 
@@ -136,15 +136,15 @@ TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
     const Bytes text = bytes("abc");
     Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
 
-    setPinAnswers({"CANCEL"});
+    SetPinAnswers({"CANCEL"});
     EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
-    Sim::fault("C_SignInit", kAcos, CKR_KEY_FUNCTION_NOT_PERMITTED, 1);
+    Sim::SetFault("C_SignInit", kAcos, CKR_KEY_FUNCTION_NOT_PERMITTED, 1);
     EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
-    Sim::fault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
+    Sim::SetFault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
     Bytes signature;
     EXPECT_FALSE(p11->Sign("SK.CH.EKEY", text, signature, Korvex::HashSha256));  // EC needs a digest
-    Sim::fault("C_Sign", kAcos, CKR_DEVICE_MEMORY, 1);
+    Sim::SetFault("C_Sign", kAcos, CKR_DEVICE_MEMORY, 1);
     EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
     EXPECT_FALSE(p11->Sign("SK.CH.NONE", text, signature, Korvex::HashSha1));
     EXPECT_TRUE(signature.empty());
@@ -153,7 +153,7 @@ TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
                                     "PKCS11 Unbekannter Signaturalgorihtmus", "PKCS11 Proc_C_Sign0x31"}));
 
     Log::clear();
-    Sim::fault("C_VerifyInit", kAcos, CKR_KEY_TYPE_INCONSISTENT, 1);
+    Sim::SetFault("C_VerifyInit", kAcos, CKR_KEY_TYPE_INCONSISTENT, 1);
     EXPECT_FALSE(p11->Verify("PK.CH.SIG", text, text, Korvex::HashSha1));
     EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_VerifyInit0x63"});
 
@@ -161,8 +161,8 @@ TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
     // session: the failed size query above left its operation open.)
     p11->CloseSession();
     ASSERT_TRUE(openCard(kAcos));
-    Sim::malformed("C_Sign", kAcos, VSIM_ALWAYS);
-    setPinAnswers({"123456", "123456"});
+    Sim::SetMalformed("C_Sign", kAcos, VSIM_ALWAYS);
+    SetPinAnswers({"123456", "123456"});
     EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
     EXPECT_EQ(Log::errors().back(), "PKCS11 buffer size error");
     EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
@@ -184,7 +184,7 @@ TEST_F(TokenSignTest, KeyKindsLabelsAndHashChoice)
 
     // The text form signs with the signature key and the card's hash choice.
     Bytes certificate = certificateOf(*p11, true);
-    setPinAnswers({"123456"});
+    SetPinAnswers({"123456"});
     unsigned char out[512];
     unsigned long length = sizeof(out);
     ASSERT_TRUE(p11->signString("Hallo", out, length));

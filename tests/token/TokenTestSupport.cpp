@@ -2,7 +2,6 @@
 #include "tests/token/TokenTestSupport.h"
 
 #include "base/Config.h"
-#include "sim/SimControl.h"
 #include "tests/token/ShimControl.h"
 #include "token/ClientVersion.h"
 #include "token/LoadFreeLib.h"
@@ -15,8 +14,6 @@
 #include <dlfcn.h>
 #include <stdlib.h>
 
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 namespace tokentest {
@@ -36,14 +33,8 @@ const char kOddG4Serial[] = "3014000000000009";
 
 namespace {
 
-std::string g_tempDir;
 Lines g_errors;
 Lines g_messages;
-
-void writeFile(const std::string& path, const std::string& content)
-{
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
-}
 
 void captureError(const char* line) { g_errors.emplace_back(line); }
 void captureMessage(const char* line) { g_messages.emplace_back(line); }
@@ -70,86 +61,23 @@ std::string cardSetXml()
     return xml.str();
 }
 
-// One private directory per test process: the tests of one binary may run
-// side by side under ctest, and each changes PINs and configuration.
-class SimEnvironment : public ::testing::Environment {
+// The card set and a private environment for the test process; the module
+// stays mapped for the whole process: each test still finalises and closes
+// it through the token layer, but the module's own caches are not unmapped
+// under LeakSanitizer's feet (the simulator does not free them on unload).
+class TokenEnvironment : public ::testing::Environment {
 public:
     void SetUp() override
     {
-        const char* tmp = getenv("TMPDIR");
-        std::string pattern = std::string(tmp != nullptr && *tmp ? tmp : "/tmp/") + "/token-XXXXXX";
-        std::vector<char> buffer(pattern.begin(), pattern.end());
-        buffer.push_back('\0');
-        ASSERT_NE(mkdtemp(buffer.data()), nullptr);
-        g_tempDir = buffer.data();
-
-        // Keys are slow to make; share them between the test processes.
-        const char* shared = getenv("VESSA_SIM_STATE_DIR");
-        std::string keys = shared != nullptr && *shared ? std::string(shared) + "/keys" : g_tempDir + "/keys";
-        if (getenv("VESSA_SIM_KEY_DIR") == nullptr)
-            setenv("VESSA_SIM_KEY_DIR", keys.c_str(), 1);
-        setenv("VESSA_SIM_STATE_DIR", (g_tempDir + "/state").c_str(), 1);
-        std::filesystem::create_directories(g_tempDir + "/etc");
-        std::filesystem::create_directories(g_tempDir + "/home");
-        setenv("KORVEX_ALLUSERS_DIR", (g_tempDir + "/etc/").c_str(), 1);
-        setenv("HOME", (g_tempDir + "/home").c_str(), 1);
-
-        const char* source = getenv("KORVEX_SOURCE_DIR");
-        std::string root = source != nullptr && *source ? source : KORVEX_TEST_SOURCE_DIR;
-        setenv("VESSA_SIM_PINENTRY", (root + "/tests/support/fake-pinentry").c_str(), 1);
-        setenv("FAKE_PINENTRY_SCRIPT", (g_tempDir + "/pin-script").c_str(), 1);
-
-        writeFile(g_tempDir + "/cards.xml", cardSetXml());
-        setenv("VESSA_SIM_CARDS", (g_tempDir + "/cards.xml").c_str(), 1);
-        unsetenv("VESSA_SIM_FAULTS");
-
-        // Keep the simulator mapped for the whole process: each test still
-        // finalises and closes it through the token layer, but the module's
-        // own caches are not unmapped under LeakSanitizer's feet (the
-        // simulator does not free them on unload).
+        TestSupport::PrepareSimulator(cardSetXml());
         dlopen("libVessaP11.so", RTLD_LAZY);
-    }
-
-    void TearDown() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(g_tempDir, ignored);
     }
 };
 
 ::testing::Environment* const g_environment =
-    ::testing::AddGlobalTestEnvironment(new SimEnvironment);
-
-template <typename Fn>
-Fn simSymbol(const char* name)
-{
-    // The token layer has loaded the module; look into that same copy.
-    void* module = dlopen("libVessaP11.so", RTLD_LAZY | RTLD_NOLOAD);
-    if (module == nullptr)
-        return nullptr;
-    Fn fn = reinterpret_cast<Fn>(dlsym(module, name));
-    dlclose(module);
-    return fn;
-}
-
-#define SIM_CALL(name, ...)                                                   \
-    do {                                                                      \
-        auto fn = simSymbol<decltype(&name)>(#name);                          \
-        ASSERT_NE(fn, nullptr) << "simulator lacks " #name;                   \
-        fn(__VA_ARGS__);                                                      \
-    } while (0)
+    ::testing::AddGlobalTestEnvironment(new TokenEnvironment);
 
 } // namespace
-
-void setPinAnswers(const Lines& answers)
-{
-    std::string text;
-    for (const std::string& answer : answers)
-        text += answer + "\n";
-    std::string script = g_tempDir + "/pin-script";
-    std::filesystem::remove(script + ".pos");
-    writeFile(script, text);
-}
 
 void setClientVersion(const std::string& text)
 {
@@ -181,42 +109,14 @@ bool Log::hasMessage(const std::string& line)
     return std::find(g_messages.begin(), g_messages.end(), line) != g_messages.end();
 }
 
-void Sim::clearFaults() { SIM_CALL(vsim_clear_faults); }
-void Sim::resetState() { SIM_CALL(vsim_reset_state, nullptr); }
-void Sim::fault(const char* function, const char* serial, CK_RV rv, int times)
-{
-    SIM_CALL(vsim_set_fault, function, serial, rv, times);
-}
-void Sim::malformed(const char* function, const char* serial, int times)
-{
-    SIM_CALL(vsim_set_malformed, function, serial, times);
-}
-void Sim::removeCard(CK_SLOT_ID slot) { SIM_CALL(vsim_remove_card, slot); }
-void Sim::insertCard(CK_SLOT_ID slot, const char* card) { SIM_CALL(vsim_insert_card, slot, card); }
-
-int Sim::pinTries(const char* serial, int pin)
-{
-    auto fn = simSymbol<decltype(&vsim_get_pin_tries)>("vsim_get_pin_tries");
-    int tries = -100, pukTries = -100;
-    if (fn == nullptr || fn(serial, pin, &tries, &pukTries) != CKR_OK)
-        return -100;
-    return tries;
-}
-
-unsigned long Sim::pinDialogs()
-{
-    auto fn = simSymbol<decltype(&vsim_pin_dialog_count)>("vsim_pin_dialog_count");
-    return fn != nullptr ? fn() : 0;
-}
-
 void TokenTest::SetUp()
 {
     Log::install();
     p11 = std::make_unique<Token>();
     ASSERT_TRUE(Token::IsInitialized());
-    Sim::clearFaults();
-    Sim::resetState();
-    setPinAnswers({});
+    Sim::ClearFaults();
+    Sim::ResetState();
+    SetPinAnswers({});
     Log::clear();
 }
 

@@ -1,9 +1,10 @@
-// Shared pieces of the token tests: a private simulator environment per test
-// process, captured log lines, the simulator's control functions, a fixture
-// that loads the module per test, and signature checks with OpenSSL.
+// Shared pieces of the token tests on top of the shared fixture library:
+// their card set, captured log lines, a fixture that loads the module per
+// test, the fault shims, and signature checks with OpenSSL.
 #pragma once
 
-#include "sim/SimControl.h"
+#include "tests/support/SimControls.h"
+#include "tests/support/TestEnvironment.h"
 #include "token/acPKCS11.h"
 
 #include <gtest/gtest.h>
@@ -32,8 +33,6 @@ constexpr size_t kListedCards = 10; // readers 0..9; 10 is empty, 11 is built in
 using Lines = std::vector<std::string>;
 using Bytes = std::vector<unsigned char>;
 
-// Answers for the fake pinentry, consumed in order from now on.
-void setPinAnswers(const Lines& answers);
 // Points the client version entry at text ("" removes it).
 void setClientVersion(const std::string& text);
 
@@ -46,17 +45,10 @@ struct Log {
     static bool hasMessage(const std::string& line);
 };
 
-// The simulator's control functions, looked up in the loaded module.
-struct Sim {
-    static void clearFaults();
-    static void resetState();
-    static void fault(const char* function, const char* serial, CK_RV rv, int times);
-    static void malformed(const char* function, const char* serial, int times);
-    static void removeCard(CK_SLOT_ID slot);
-    static void insertCard(CK_SLOT_ID slot, const char* card);
-    static int pinTries(const char* serial, int pin);
-    static unsigned long pinDialogs();
-};
+// The simulator's controls and the scripted PIN dialogue of the shared
+// fixture library.
+namespace Sim = TestSupport::Sim;
+using TestSupport::SetPinAnswers;
 
 // Loads the module (through the token object) for every test and unloads it
 // afterwards, so each test starts from factory card state without faults.
