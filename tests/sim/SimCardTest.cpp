@@ -236,7 +236,7 @@ TEST_F(SimEnvironmentFaults, EnvironmentSetsFaultsAndLatencyForTheProcess) {
 
     // The control tool changes faults and latency of the running module.
     int status = 0;
-    runCommand(std::string(VSIM_TOOL) + " latency 0 && " + VSIM_TOOL + " fault 'C_GetSessionInfo=CKR_DEVICE_REMOVED*1'",
+    RunCommand(std::string(VSIM_TOOL) + " latency 0 && " + VSIM_TOOL + " fault 'C_GetSessionInfo=CKR_DEVICE_REMOVED*1'",
                status);
     ASSERT_EQ(status, 0);
     CK_ULONG count = 0;
@@ -250,7 +250,7 @@ TEST_F(SimEnvironmentFaults, EnvironmentSetsFaultsAndLatencyForTheProcess) {
 
 TEST_F(SimCard, TwoThreadsAtOnceAndNoThreadWaitsForAnotherOnesDialogue) {
     setenv("FAKE_PINENTRY_DELAY", "1.5", 1);
-    scriptPins({"123456"});
+    SetPinAnswers({"123456"});
     CK_SESSION_HANDLE signer = openSession(0);
     CK_OBJECT_HANDLE key = findObject(signer, CKO_PRIVATE_KEY, "SK.CH.SIG");
     CK_MECHANISM mechanism = {CKM_SHA1_RSA_PKCS, nullptr, 0};

@@ -122,10 +122,10 @@ TEST_F(SimCrypto, EveryMechanismSignsVerifiablyWithItsKey) {
         const Bytes& data = c.mechanism == CKM_RSA_PKCS ? digestInfo
                             : c.mechanism == CKM_ECDSA  ? Bytes(32, 0x42)
                                                         : kMessage;
-        scriptPins({c.pin});
+        SetPinAnswers({c.pin});
         Bytes signature;
         ASSERT_EQ(signWith(session, key, c.mechanism, data, signature), CKR_OK);
-        EXPECT_EQ(dialogLog().size() >= 4 ? dialogLog()[2] : "",
+        EXPECT_EQ(PinDialogLog().size() >= 4 ? PinDialogLog()[2] : "",
                   std::string("SETPROMPT ") + (c.suffix[0] == 'S' ? "Signatur-PIN:" : "Geheimhaltungs-PIN:"));
         PkeyPtr publicKey = certificateKey(session, c.suffix);
         ASSERT_TRUE(publicKey);
@@ -165,19 +165,19 @@ TEST_F(SimCrypto, SigningAsksThePinOnlyForTheRealSignature) {
     ASSERT_EQ(p11->C_SignUpdate(session, data.data(), 4), CKR_OK);
     ASSERT_EQ(p11->C_SignUpdate(session, data.data() + 4, data.size() - 4), CKR_OK);
     EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_OPERATION_ACTIVE);
-    scriptPins({"CANCEL"});
+    SetPinAnswers({"CANCEL"});
     EXPECT_EQ(p11->C_SignFinal(session, signature.data(), &length), CKR_FUNCTION_CANCELED);
     EXPECT_EQ(p11->C_SignFinal(session, signature.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
     ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
     ASSERT_EQ(p11->C_SignUpdate(session, data.data(), data.size()), CKR_OK);
-    scriptPins({"123456"});
+    SetPinAnswers({"123456"});
     length = signature.size();
     ASSERT_EQ(p11->C_SignFinal(session, signature.data(), &length), CKR_OK);
     PkeyPtr publicKey = certificateKey(session, "SIG");
     EXPECT_TRUE(opensslVerifies(publicKey.get(), CKM_SHA256_RSA_PKCS, data, signature));
 
     // A wrong PIN costs a try and ends the operation; a locked PIN asks nothing.
-    scriptPins({"000000", "000000", "000000"});
+    SetPinAnswers({"000000", "000000", "000000"});
     for (int attempt = 0; attempt < 3; ++attempt) {
         ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
         EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_PIN_INCORRECT);

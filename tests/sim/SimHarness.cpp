@@ -2,6 +2,8 @@
 #include "SimHarness.h"
 
 #include <dlfcn.h>
+
+#include <filesystem>
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -17,13 +19,6 @@ template <typename Pointer>
 bool resolve(void* handle, const char* name, Pointer& out) {
     out = reinterpret_cast<Pointer>(dlsym(handle, name));
     return out != nullptr;
-}
-
-std::string temporaryBase() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string base = (tmp && *tmp) ? tmp : "/tmp/";
-    if (base.back() != '/') base += '/';
-    return base;
 }
 
 } // namespace
@@ -48,22 +43,12 @@ void SimLibrary::close() {
 }
 
 void SimTest::SetUp() {
-    std::string pattern = temporaryBase() + "simtest-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    m_dir = pattern;
+    PrepareSimulator("");
+    // A fresh state directory per test, even when one process runs them all.
+    static int tests = 0;
+    m_dir = ScratchDir() + "/test-" + std::to_string(++tests);
+    std::filesystem::create_directories(m_dir);
     setenv("VESSA_SIM_STATE_DIR", (m_dir + "/state").c_str(), 1);
-    // Keys are slow to make; every test shares one key directory per build.
-    const char* binary = std::getenv("KORVEX_BINARY_DIR");
-    const std::string keys = binary ? std::string(binary) + "/test-scratch/sim-keys" : temporaryBase() + "sim-keys";
-    setenv("VESSA_SIM_KEY_DIR", keys.c_str(), 1);
-    setenv("VESSA_SIM_PINENTRY", VSIM_FAKE_PINENTRY, 1);
-    setenv("FAKE_PINENTRY_SCRIPT", (m_dir + "/pins").c_str(), 1);
-    setenv("FAKE_PINENTRY_LOG", (m_dir + "/pins.log").c_str(), 1);
-    unsetenv("FAKE_PINENTRY_DELAY");
-    unsetenv("VESSA_SIM_CARDS");
-    unsetenv("VESSA_SIM_FAULTS");
-    unsetenv("VESSA_SIM_LATENCY_MS");
-    unsetenv("VESSA_SIM_APDU_LATENCY_MS");
     prepareEnvironment();
     ASSERT_TRUE(m_sim.open()) << dlerror();
     p11 = m_sim.p11;
@@ -80,7 +65,7 @@ void SimTest::TearDown() {
     p11 = nullptr;
     if (!m_dir.empty()) {
         int status = 0;
-        runCommand("rm -rf '" + m_dir + "'", status);
+        RunCommand("rm -rf '" + m_dir + "'", status);
     }
 }
 
@@ -90,22 +75,6 @@ void SimTest::reload() {
     ASSERT_TRUE(m_sim.open());
     p11 = m_sim.p11;
     ASSERT_EQ(p11->C_Initialize(nullptr), CKR_OK);
-}
-
-void SimTest::scriptPins(std::initializer_list<std::string> answers) {
-    std::string text;
-    for (const auto& answer : answers) text += answer + "\n";
-    writeText(m_dir + "/pins", text);
-    std::remove((m_dir + "/pins.pos").c_str());
-    std::remove((m_dir + "/pins.log").c_str());
-}
-
-std::vector<std::string> SimTest::dialogLog() const {
-    std::vector<std::string> lines;
-    std::istringstream in(readText(m_dir + "/pins.log"));
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
 }
 
 CK_SESSION_HANDLE SimTest::openSession(CK_SLOT_ID slot, bool readWrite) {
@@ -153,32 +122,6 @@ int SimTest::pinTries(const char* serial, int pin) {
     int pukTries = -2;
     EXPECT_EQ(m_sim.pinTries(serial, pin, &tries, &pukTries), CKR_OK);
     return tries;
-}
-
-void writeText(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-}
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
-
-std::string runCommand(const std::string& command, int& status) {
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) {
-        status = -1;
-        return output;
-    }
-    char buffer[4096];
-    size_t got;
-    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, got);
-    status = pclose(pipe);
-    return output;
 }
 
 } // namespace SimTesting

@@ -1,8 +1,10 @@
-// Test fixture for the simulated card module: every test gets its own state
-// directory, a scripted pinentry and a freshly loaded, initialised module.
+// Test fixture for the simulated card module on the shared fixture library:
+// every test gets its own state directory, a scripted pinentry and a freshly
+// loaded, initialised module.
 #pragma once
 
 #include "sim/SimControl.h"
+#include "tests/support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
 #include <p11-kit/pkcs11.h>
@@ -13,7 +15,8 @@
 
 namespace SimTesting {
 
-using Bytes = std::vector<unsigned char>;
+// Environment, PIN script and file helpers of the shared fixture library.
+using namespace TestSupport;
 
 // Serials of the built-in demo set.
 constexpr const char* kAcosA04 = "1204000000004711";  // slot 0, infobox file
@@ -57,10 +60,6 @@ protected:
     // C_Finalize, dlclose, dlopen, C_Initialize: what a program restart does.
     void reload();
 
-    // Answers for the next PIN dialogues, one per GETPIN.
-    void scriptPins(std::initializer_list<std::string> answers);
-    std::vector<std::string> dialogLog() const;
-
     CK_SESSION_HANDLE openSession(CK_SLOT_ID slot, bool readWrite = false);
     CK_OBJECT_HANDLE findObject(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, const std::string& label);
     std::vector<CK_OBJECT_HANDLE> findAll(CK_SESSION_HANDLE session, CK_ATTRIBUTE* pattern, CK_ULONG count);
@@ -72,11 +71,5 @@ protected:
     SimLibrary m_sim;
     CK_FUNCTION_LIST_PTR p11 = nullptr;
 };
-
-// Writes a file (for card sets and similar test input).
-void writeText(const std::string& path, const std::string& text);
-std::string readText(const std::string& path);
-// Runs a shell command, returns its standard output and sets `status`.
-std::string runCommand(const std::string& command, int& status);
 
 } // namespace SimTesting

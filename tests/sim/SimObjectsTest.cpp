@@ -56,7 +56,7 @@ protected:
 
 TEST_F(SimObjects, KeysAndCertificatesNameTheHolderAndFitTogether) {
     const Bytes caDer = [&] {
-        std::string text = readText(std::string(getenv("VESSA_SIM_KEY_DIR")) + "/ca.cert.der");
+        std::string text = ReadText(std::string(getenv("VESSA_SIM_KEY_DIR")) + "/ca.cert.der");
         return Bytes(text.begin(), text.end());
     }();
     struct Card {
@@ -203,9 +203,9 @@ TEST_F(SimObjects, ProtectedEntriesAskForTheIdentityLinkPinWhenRead) {
     EXPECT_EQ(m_sim.dialogCount(), before);
     Bytes value(query.ulValueLen);
     query.pValue = value.data();
-    scriptPins({"CANCEL"});
+    SetPinAnswers({"CANCEL"});
     EXPECT_EQ(p11->C_GetAttributeValue(session, entry, &query, 1), CKR_FUNCTION_CANCELED);
-    scriptPins({"4321"});
+    SetPinAnswers({"4321"});
     ASSERT_EQ(p11->C_GetAttributeValue(session, entry, &query, 1), CKR_OK);
     EXPECT_NE(std::string(value.begin(), value.end()).find("Maria Musterfrau"), std::string::npos);
     // The successful entry logged the token in: no second question.
@@ -227,9 +227,9 @@ TEST_F(SimObjects, WritingTheIdentityLinkNeedsReadWriteAndThePinAndPersists) {
     CK_UTF8CHAR label[] = "X";
     CK_ATTRIBUTE relabel = {CKA_LABEL, label, 1};
     EXPECT_EQ(p11->C_SetAttributeValue(session, link, &relabel, 1), CKR_ATTRIBUTE_READ_ONLY);
-    scriptPins({"0000"});
+    SetPinAnswers({"0000"});
     EXPECT_EQ(write(session, link, record), CKR_PIN_INCORRECT);
-    scriptPins({"4321"});
+    SetPinAnswers({"4321"});
     ASSERT_EQ(write(session, link, record), CKR_OK);
     unsigned char type = 0;
     Korvex::ByteArray data;
@@ -255,7 +255,7 @@ TEST_F(SimObjects, SwitchingProtectionMovesTheContentOutOfTheInfoboxFile) {
     CK_BBOOL protect = CK_TRUE;
     CK_ATTRIBUTE change[] = {{CKA_VALUE, const_cast<unsigned char*>(content.data()), content.size()},
                              {CKA_PRIVATE, &protect, sizeof protect}};
-    scriptPins({"4321"});
+    SetPinAnswers({"4321"});
     ASSERT_EQ(p11->C_SetAttributeValue(session, entry, change, 2), CKR_OK);
     unsigned char type = 0;
     Korvex::ByteArray data;
@@ -269,7 +269,7 @@ TEST_F(SimObjects, SwitchingProtectionMovesTheContentOutOfTheInfoboxFile) {
     EXPECT_EQ(readAttribute(session, entry, CKA_PRIVATE), Bytes{CK_TRUE});
     CK_BBOOL unprotect = CK_FALSE;
     CK_ATTRIBUTE back = {CKA_PRIVATE, &unprotect, sizeof unprotect};
-    scriptPins({"4321"});
+    SetPinAnswers({"4321"});
     ASSERT_EQ(p11->C_SetAttributeValue(session, entry, &back, 1), CKR_OK);
     ASSERT_TRUE(infobox(session).GetEntry(2, type, data));
     EXPECT_EQ(type & 1, 0);

@@ -20,7 +20,7 @@ protected:
         return findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG");
     }
     bool logContains(const std::string& text) {
-        const auto lines = dialogLog();
+        const auto lines = PinDialogLog();
         return std::any_of(lines.begin(), lines.end(),
                            [&](const std::string& line) { return line.find(text) != std::string::npos; });
     }
@@ -30,7 +30,7 @@ TEST_F(SimPins, ChangeRunsThreeStepDialogueAndKeepsTheNewPin) {
     CK_SESSION_HANDLE session = openSession(0);
     CK_OBJECT_HANDLE key = signatureKey(session);
     ASSERT_NE(key, CK_INVALID_HANDLE);
-    scriptPins({"123456", "654321", "654321"});
+    SetPinAnswers({"123456", "654321", "654321"});
     ASSERT_EQ(setVendorAttribute(session, key, kChange), CKR_OK);
     EXPECT_TRUE(logContains("SETPROMPT Aktuelle PIN:"));
     EXPECT_TRUE(logContains("SETPROMPT Neue PIN wiederholen:"));
@@ -41,14 +41,14 @@ TEST_F(SimPins, ChangeRunsThreeStepDialogueAndKeepsTheNewPin) {
     reload();
     session = openSession(0);
     key = signatureKey(session);
-    scriptPins({"123456", "111111", "111111"});
+    SetPinAnswers({"123456", "111111", "111111"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_PIN_INCORRECT);
     EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 2);
     reload();
     EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 2);
     session = openSession(0);
     key = signatureKey(session);
-    scriptPins({"654321", "111111", "111111"});
+    SetPinAnswers({"654321", "111111", "111111"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_OK);
     EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
 }
@@ -56,7 +56,7 @@ TEST_F(SimPins, ChangeRunsThreeStepDialogueAndKeepsTheNewPin) {
 TEST_F(SimPins, WrongPinsLockAndOnlyThePukUnblocks) {
     CK_SESSION_HANDLE session = openSession(0);
     CK_OBJECT_HANDLE key = findObject(session, CKO_PRIVATE_KEY, "SK.CH.EKEY");
-    scriptPins({"0000", "1111", "1111", "0000", "1111", "1111", "0000", "1111", "1111"});
+    SetPinAnswers({"0000", "1111", "1111", "0000", "1111", "1111", "0000", "1111", "1111"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_PIN_INCORRECT);
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_PIN_INCORRECT);
     EXPECT_TRUE(logContains("SETERROR Achtung: die Geheimhaltungs-PIN hat nur noch 2 Versuche!"));
@@ -67,7 +67,7 @@ TEST_F(SimPins, WrongPinsLockAndOnlyThePukUnblocks) {
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_PIN_LOCKED);
     EXPECT_EQ(m_sim.dialogCount(), dialogs) << "a locked PIN must not open a dialogue";
 
-    scriptPins({"99999999", "4444", "4444", "87654321", "4444", "4444"});
+    SetPinAnswers({"99999999", "4444", "4444", "87654321", "4444", "4444"});
     EXPECT_EQ(setVendorAttribute(session, key, kUnblock), CKR_PIN_INCORRECT);
     int tries = 0;
     int pukTries = 0;
@@ -77,30 +77,30 @@ TEST_F(SimPins, WrongPinsLockAndOnlyThePukUnblocks) {
     ASSERT_EQ(m_sim.pinTries(kAcosA04, VSIM_PIN_ENCRYPTION, &tries, &pukTries), CKR_OK);
     EXPECT_EQ(tries, 3);
     EXPECT_EQ(pukTries, 10);
-    scriptPins({"4444", "5555", "5555"});
+    SetPinAnswers({"4444", "5555", "5555"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_OK);
 }
 
 TEST_F(SimPins, CancelFormatAndMismatchLeaveTheCounterAlone) {
     CK_SESSION_HANDLE session = openSession(0);
     CK_OBJECT_HANDLE key = signatureKey(session);
-    scriptPins({"123456", "CANCEL"});
+    SetPinAnswers({"123456", "CANCEL"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_FUNCTION_CANCELED);
-    scriptPins({"12345", "654321", "654321"});
+    SetPinAnswers({"12345", "654321", "654321"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_PIN_LEN_RANGE);
-    scriptPins({"123456", "65432a", "65432a"});
+    SetPinAnswers({"123456", "65432a", "65432a"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_PIN_LEN_RANGE);
-    scriptPins({"123456", "654321", "654322"});
+    SetPinAnswers({"123456", "654321", "654322"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_PIN_INVALID);
     EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
     // An empty script means the user closes every dialogue.
-    scriptPins({});
+    SetPinAnswers({});
     EXPECT_EQ(setVendorAttribute(session, key, kUnblock), CKR_FUNCTION_CANCELED);
     // 0x80000002 alone is only a marker; with the command it changes nothing.
     EXPECT_EQ(setVendorAttribute(session, key, 0x80000002UL), CKR_OK);
     CK_BBOOL one = CK_TRUE;
     CK_ATTRIBUTE forced[] = {{kChange, &one, 1}, {0x80000002UL, &one, 1}};
-    scriptPins({"123456", "222222", "222222"});
+    SetPinAnswers({"123456", "222222", "222222"});
     EXPECT_EQ(p11->C_SetAttributeValue(session, key, forced, 2), CKR_OK);
 }
 
@@ -113,7 +113,7 @@ TEST_F(SimPins, ADialogueThatCannotRunIsAFailureNotACancel) {
     // its own; only cancel and timeout count as the user's choice.
     auto pinentryAnswering = [&](const std::string& error) {
         const std::string path = m_dir + "/erring-pinentry";
-        writeText(path, "#!/bin/sh\necho 'OK ready'\nwhile read line; do case \"$line\" in GETPIN) echo '" + error +
+        WriteText(path, "#!/bin/sh\necho 'OK ready'\nwhile read line; do case \"$line\" in GETPIN) echo '" + error +
                             "';; *) echo OK;; esac; done\n");
         chmod(path.c_str(), 0700);
         setenv("VESSA_SIM_PINENTRY", path.c_str(), 1);
@@ -131,7 +131,7 @@ TEST_F(SimPins, ECardsCannotUnblockAndIdentityLinkPinLivesOnTheDataObject) {
     EXPECT_EQ(setVendorAttribute(session, signatureKey(session), kUnblock), CKR_FUNCTION_NOT_SUPPORTED);
     CK_OBJECT_HANDLE link = findObject(session, CKO_DATA, "PERSONENBINDUNG");
     ASSERT_NE(link, CK_INVALID_HANDLE);
-    scriptPins({"4321", "8765", "8765"});
+    SetPinAnswers({"4321", "8765", "8765"});
     EXPECT_EQ(setVendorAttribute(session, link, kChange), CKR_OK);
     EXPECT_TRUE(logContains("Infobox-PIN"));
     int tries = 0;
@@ -144,7 +144,7 @@ TEST_F(SimPins, ECardsCannotUnblockAndIdentityLinkPinLivesOnTheDataObject) {
 
 TEST_F(SimPins, LoginAsksOnTheProtectedPathOrChecksTheGivenPin) {
     CK_SESSION_HANDLE session = openSession(3);
-    scriptPins({"4321"});
+    SetPinAnswers({"4321"});
     ASSERT_EQ(p11->C_Login(session, CKU_USER, nullptr, 0), CKR_OK);
     EXPECT_TRUE(logContains("SETPROMPT Infobox-PIN:"));
     EXPECT_EQ(p11->C_Login(session, CKU_USER, nullptr, 0), CKR_USER_ALREADY_LOGGED_IN);
@@ -178,7 +178,7 @@ TEST_F(SimPins, SetPinChangesTheIdentityLinkPinInReadWriteSessions) {
     EXPECT_EQ(p11->C_SetPIN(session, oldPin, 4, newPin, 4), CKR_OK);
     EXPECT_EQ(p11->C_Login(session, CKU_USER, newPin, 4), CKR_OK);
     ASSERT_EQ(p11->C_Logout(session), CKR_OK);
-    scriptPins({"1357", "2468", "2468"});
+    SetPinAnswers({"1357", "2468", "2468"});
     EXPECT_EQ(p11->C_SetPIN(session, nullptr, 0, nullptr, 0), CKR_OK);
     CK_UTF8CHAR latest[] = "2468";
     EXPECT_EQ(p11->C_Login(session, CKU_USER, latest, 4), CKR_OK);
@@ -187,28 +187,28 @@ TEST_F(SimPins, SetPinChangesTheIdentityLinkPinInReadWriteSessions) {
 TEST_F(SimPins, ResetRestoresFactoryPinsAndCounters) {
     CK_SESSION_HANDLE session = openSession(0);
     CK_OBJECT_HANDLE key = signatureKey(session);
-    scriptPins({"123456", "999999", "999999", "000000", "1", "1"});
+    SetPinAnswers({"123456", "999999", "999999", "000000", "1", "1"});
     ASSERT_EQ(setVendorAttribute(session, key, kChange), CKR_OK);
     ASSERT_EQ(setVendorAttribute(session, key, kChange), CKR_PIN_LEN_RANGE);
     CK_UTF8CHAR wrong[] = "0000";
     ASSERT_EQ(p11->C_Login(session, CKU_USER, wrong, 4), CKR_PIN_INCORRECT);
     ASSERT_EQ(m_sim.resetState(kAcosA04), CKR_OK);
     EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
-    scriptPins({"123456", "222222", "222222"});
+    SetPinAnswers({"123456", "222222", "222222"});
     EXPECT_EQ(setVendorAttribute(session, key, kChange), CKR_OK);
 
     // The control tool resets a running module and the files on disk.
     CK_UTF8CHAR wrongAgain[] = "0001";
     ASSERT_EQ(p11->C_Login(session, CKU_USER, wrongAgain, 4), CKR_PIN_INCORRECT);
     int status = 0;
-    runCommand(std::string(VSIM_TOOL) + " reset " + kAcosA04, status);
+    RunCommand(std::string(VSIM_TOOL) + " reset " + kAcosA04, status);
     ASSERT_EQ(status, 0);
     CK_ULONG count = 0;
     ASSERT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
     EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
     reload();
     session = openSession(0);
-    scriptPins({"123456", "333333", "333333"});
+    SetPinAnswers({"123456", "333333", "333333"});
     EXPECT_EQ(setVendorAttribute(session, signatureKey(session), kChange), CKR_OK);
 }
 

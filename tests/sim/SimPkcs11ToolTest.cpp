@@ -22,7 +22,7 @@ protected:
 #ifdef VSIM_SANITIZER_PRELOAD
         environment = "LD_PRELOAD='" VSIM_SANITIZER_PRELOAD "' ASAN_OPTIONS=detect_leaks=0 ";
 #endif
-        return runCommand(environment + command + " 2>&1", status);
+        return RunCommand(environment + command + " 2>&1", status);
     }
     std::string tool(const std::string& arguments, int& status) {
         return run("pkcs11-tool --module '" VSIM_MODULE_PATH "' " + arguments, status);
@@ -55,7 +55,7 @@ TEST_F(SimPkcs11Tool, ListsSlotsTokensAndObjects) {
 
 TEST_F(SimPkcs11Tool, SignsWithBothKeysThroughTheProtectedPath) {
     const std::string data = m_dir + "/data.txt";
-    writeText(data, "Sehr geehrte Damen und Herren, bitte signieren.");
+    WriteText(data, "Sehr geehrte Damen und Herren, bitte signieren.");
     int status = 0;
     const std::string certificate = m_dir + "/sig.der";
     std::string read = tool("--slot 1 --read-object --type cert --id 01 -o '" + certificate + "'", status);
@@ -66,7 +66,7 @@ TEST_F(SimPkcs11Tool, SignsWithBothKeysThroughTheProtectedPath) {
     ASSERT_EQ(status, 0) << publicKey;
 
     // Login asks the identity-link PIN, the signature key its own PIN.
-    scriptPins({"4321", "123456"});
+    SetPinAnswers({"4321", "123456"});
     std::string sign = tool("--slot 1 --login --sign --id 01 -m SHA256-RSA-PKCS -i '" + data + "' -o '" + m_dir +
                                 "/sig.bin'",
                             status);
@@ -76,12 +76,12 @@ TEST_F(SimPkcs11Tool, SignsWithBothKeysThroughTheProtectedPath) {
                                status);
     EXPECT_EQ(status, 0) << verified;
     EXPECT_NE(verified.find("Verified OK"), std::string::npos);
-    const auto log = dialogLog();
+    const auto log = PinDialogLog();
     ASSERT_EQ(log.size(), 8u);
     EXPECT_EQ(log[2], "SETPROMPT Infobox-PIN:");
     EXPECT_EQ(log[6], "SETPROMPT Signatur-PIN:");
 
-    scriptPins({"4321", "1234"});
+    SetPinAnswers({"4321", "1234"});
     sign = tool("--slot 1 --login --sign --id 02 -m ECDSA-SHA1 --signature-format openssl -i '" + data + "' -o '" +
                     m_dir + "/ec.bin'",
                 status);
@@ -98,7 +98,7 @@ TEST_F(SimPkcs11Tool, SignsWithBothKeysThroughTheProtectedPath) {
     EXPECT_NE(inside.find("Signature is valid"), std::string::npos) << inside;
 
     // A cancelled dialogue makes the tool fail, not hang.
-    scriptPins({"CANCEL"});
+    SetPinAnswers({"CANCEL"});
     tool("--slot 1 --login --sign --id 01 -m SHA256-RSA-PKCS -i '" + data + "' -o '" + m_dir + "/x.bin'", status);
     EXPECT_NE(status, 0);
 }

@@ -30,7 +30,7 @@ protected:
         std::string command = VSIM_OTHER_PROCESS;
         for (const auto& arg : args) command += " '" + arg + "'";
         int status = -1;
-        std::string output = runCommand(command, status);
+        std::string output = RunCommand(command, status);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == expectedStatus) << command << " -> " << status;
         return output;
     }
@@ -163,7 +163,7 @@ TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
 }
 
 TEST_F(SimSharedState, EntriesAddedOrResetElsewhereComeAndGoOnAnInfoboxCard) {
-    writeText(m_dir + "/cards.xml", R"(<cardset><reader name="R"><card generation="ACOS-A05"
+    WriteText(m_dir + "/cards.xml", R"(<cardset><reader name="R"><card generation="ACOS-A05"
         serial="1205000000002323" given="Lena" family="Leerbox" identitylink="false"/></reader></cardset>)");
     setenv("VESSA_SIM_CARDS", (m_dir + "/cards.xml").c_str(), 1);
     reload();

@@ -111,7 +111,7 @@ TEST_F(SimSlots, ModuleLevelMisuseIsAnsweredNotCrashed) {
 
 TEST_F(SimSlots, CardSetFileDefinesReadersAndCards) {
     const std::string path = m_dir + "/cards.xml";
-    writeText(path,
+    WriteText(path,
               "<cardset>\n"
               "  <reader name=\"Leser A\"><card id=\"a\" generation=\"ecard-g3b\" serial=\"3032000000000077\"\n"
               "      given=\"Hanna\" family=\"Berg\" birth=\"1999-09-09\"/></reader>\n"
@@ -129,7 +129,7 @@ TEST_F(SimSlots, CardSetFileDefinesReadersAndCards) {
 
     // A damaged card set stops the module from starting instead of showing
     // readers nobody asked for.
-    writeText(path, "<cardset><reader name=\"X\"><card generation=\"ACOS-A09\" serial=\"1\"/></reader></cardset>");
+    WriteText(path, "<cardset><reader name=\"X\"><card generation=\"ACOS-A09\" serial=\"1\"/></reader></cardset>");
     ASSERT_EQ(p11->C_Finalize(nullptr), CKR_OK);
     EXPECT_EQ(p11->C_Initialize(nullptr), CKR_GENERAL_ERROR);
     unsetenv("VESSA_SIM_CARDS");
@@ -138,9 +138,9 @@ TEST_F(SimSlots, CardSetFileDefinesReadersAndCards) {
 
 TEST_F(SimSlots, SixtyFourCardsFromAGeneratedSet) {
     int status = 0;
-    std::string xml = runCommand(std::string(VSIM_TOOL) + " cardset 64", status);
+    std::string xml = RunCommand(std::string(VSIM_TOOL) + " cardset 64", status);
     ASSERT_EQ(status, 0);
-    writeText(m_dir + "/many.xml", xml);
+    WriteText(m_dir + "/many.xml", xml);
     setenv("VESSA_SIM_CARDS", (m_dir + "/many.xml").c_str(), 1);
     reload();
     std::vector<CK_SLOT_ID> slots = slotList(p11, true);
@@ -205,30 +205,30 @@ TEST_F(SimSlots, BlockingWaitWakesOnInsertAndOnFinalize) {
 TEST_F(SimSlots, ControlToolChangesARunningModule) {
     int status = 0;
     const std::string tool = VSIM_TOOL;
-    runCommand(tool + " remove 1", status);
+    RunCommand(tool + " remove 1", status);
     ASSERT_EQ(status, 0);
     CK_SLOT_ID event = 99;
     EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 2, 3, 4, 6, 7}));
     ASSERT_EQ(p11->C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr), CKR_OK);
     EXPECT_EQ(event, 1u);
 
-    runCommand(tool + " insert 'Vessa Reader 5' lukas", status);
+    RunCommand(tool + " insert 'Vessa Reader 5' lukas", status);
     ASSERT_EQ(status, 0);
     std::thread waiter([&] { EXPECT_EQ(p11->C_WaitForSlotEvent(0, &event, nullptr), CKR_OK); });
     waiter.join();
     EXPECT_EQ(event, kEmptySlot);
-    std::string listing = runCommand(tool + " list", status);
+    std::string listing = RunCommand(tool + " list", status);
     EXPECT_NE(listing.find("5  Vessa Reader 5: ECARD-G3A  3031000000003333  Lukas Huber"), std::string::npos) << listing;
 
     // The changes outlive the program; "clear" restores the card set.
     reload();
     EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 2, 3, 4, 5, 6, 7}));
-    runCommand(tool + " clear", status);
+    RunCommand(tool + " clear", status);
     EXPECT_EQ(slotList(p11, true), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 6, 7}));
 
-    runCommand(tool + " insert 99 anna", status);
+    RunCommand(tool + " insert 99 anna", status);
     EXPECT_NE(status, 0);
-    runCommand(tool + " remove 7", status);  // the internal slot
+    RunCommand(tool + " remove 7", status);  // the internal slot
     EXPECT_NE(status, 0);
 }
 
