@@ -2,7 +2,9 @@
 // written whole after every change: first to a temporary file in the same
 // directory, synced, then renamed over the old one, so a crash never leaves a
 // half-written settings file. A file that did not parse is copied aside before
-// it is replaced, so nobody's hand-edited settings vanish silently.
+// it is replaced, so nobody's hand-edited settings vanish silently. Whatever
+// the user's machine holds at a settings path (a directory, garbage, a huge
+// file) leaves the defaults in force with one log line; it never aborts.
 #include "base/ConfigImpl_XML.h"
 
 #include "base/FileAndDirectory.h"
@@ -13,7 +15,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <chrono>
+#include <filesystem>
 #include <sstream>
 
 namespace Korvex {
@@ -81,10 +87,41 @@ void SyncDirectory(const std::string& dir)
     }
 }
 
+// Settings files are a few kilobytes; anything far larger is not ours to parse.
+constexpr off_t kMaxSettingsFileBytes = 1 << 20;
+
+void LogUnusable(const std::string& file, const char* reason)
+{
+    LibConfig::LogError(("settings file " + file + " " + reason + "; its defaults are used").c_str());
+}
+
+// A write killed between its temporary file and the rename leaves that file
+// behind. Ours are "<file>.tmp" plus six characters; one older than a minute
+// cannot belong to a write still under way.
+void RemoveStaleTemporaryFiles(const std::string& file)
+{
+    namespace fs = std::filesystem;
+    const fs::path target(file);
+    const std::string prefix = target.filename().string() + ".tmp";
+    std::error_code error;
+    const auto now = fs::file_time_type::clock::now();
+    for (fs::directory_iterator it(target.parent_path(), error), end; !error && it != end; it.increment(error)) {
+        const std::string name = it->path().filename().string();
+        if (name.size() != prefix.size() + 6 || name.compare(0, prefix.size(), prefix) != 0 ||
+            !std::all_of(name.begin() + prefix.size(), name.end(), [](unsigned char c) { return std::isalnum(c); }))
+            continue;
+        std::error_code ignored;
+        const auto written = fs::last_write_time(it->path(), ignored);
+        if (!ignored && it->is_regular_file(ignored) && now - written > std::chrono::minutes(1))
+            fs::remove(it->path(), ignored);
+    }
+}
+
 // Replaces `file` by `data` through a synced temporary file and a rename.
 bool ReplaceFileAtomically(const std::string& file, const std::string& data)
 {
     const std::string dir = RemoveLastPartFromPath(file);
+    RemoveStaleTemporaryFiles(file);
     std::string pattern = file + ".tmpXXXXXX";
     const int fd = ::mkstemp(&pattern[0]);
     if (fd < 0)
@@ -158,15 +195,32 @@ bool ConfigImpl_XML::read(ConfigType type)
     m_trees[slot].clear();
     m_broken[slot] = false;
     const std::string& file = m_files[slot];
-    if (!FileExists(file))
+    struct stat info;
+    if (::stat(file.c_str(), &info) != 0)
+        return false; // missing (or a dangling link): the first write makes it
+    if (!S_ISREG(info.st_mode)) {
+        LogUnusable(file, "is not a regular file");
         return false;
+    }
+    if (info.st_size > kMaxSettingsFileBytes) {
+        LogUnusable(file, "is too large to be settings");
+        m_broken[slot] = true;
+        return false;
+    }
+    const std::string content = ReadCompleteFile(file);
+    if (content.empty()) {
+        if (info.st_size > 0)
+            LogUnusable(file, "cannot be read");
+        return false;
+    }
     try {
-        pt::read_xml(file, m_trees[slot], pt::xml_parser::trim_whitespace);
+        std::istringstream in(content);
+        pt::read_xml(in, m_trees[slot], pt::xml_parser::trim_whitespace);
         return true;
-    } catch (const pt::ptree_error&) {
+    } catch (const std::exception&) {
         m_trees[slot].clear();
-        const std::string content = ReadCompleteFile(file);
-        m_broken[slot] = !content.empty();
+        LogUnusable(file, "is not well-formed XML (kept as .broken at the next save)");
+        m_broken[slot] = true;
         return false;
     }
 }

@@ -12,6 +12,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <functional>
 #include <regex>
 
 using namespace Korvex;
@@ -264,4 +268,69 @@ TEST_F(ConfigTest, BrokenFileIsKeptBeforeTheFirstWrite)
     EXPECT_NE(std::string::npos, ReadText(AllUsersFile()).find("<LogLevel>1</LogLevel>"));
     ASSERT_TRUE(store->SetInteger(15, 2));
     EXPECT_EQ(3u, FileNames(Dir()).size()) << "the copy is made once";
+}
+
+// Whatever sits at the settings path, the store starts with its defaults,
+// says why in one log line, and leaves the user's file as it was.
+TEST_F(ConfigTest, UnusableFilesLeaveTheDefaultsAndStayAsTheyWere)
+{
+    struct Case {
+        const char* what;
+        std::function<void(const std::string&)> make;
+        const char* logged; // reason in the log line, null: silent
+    };
+    const Case cases[] = {
+        {"directory", [](const std::string& f) { mkdir(f.c_str(), 0755); }, "is not a regular file"},
+        {"dangling link", [](const std::string& f) { ASSERT_EQ(0, symlink((f + ".gone").c_str(), f.c_str())); }, nullptr},
+        {"empty", [](const std::string& f) { KorvexTest::WriteText(f, ""); }, nullptr},
+        {"garbage", [](const std::string& f) { KorvexTest::WriteText(f, "PK\x03\x04<<\xff\xfe"); },
+         "is not well-formed XML"},
+        {"truncated", [](const std::string& f) { KorvexTest::WriteText(f, "<config><vessa_Client><Trace><Log"); },
+         "is not well-formed XML"},
+        {"huge", [](const std::string& f) { KorvexTest::WriteText(f, "<config>"); ASSERT_EQ(0, truncate(f.c_str(), 100 << 20)); },
+         "is too large to be settings"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove_all(Dir());
+        ASSERT_TRUE(CreateDirectories(Dir()));
+        c.make(AllUsersFile());
+        struct stat before;
+        ASSERT_EQ(0, lstat(AllUsersFile().c_str(), &before));
+        g_errors.clear();
+        store = NewStore(true);
+        ASSERT_TRUE(store->IsInitialized());
+        long level = 7;
+        EXPECT_FALSE(store->GetInteger(15, level));
+        EXPECT_EQ(7, level);
+        if (c.logged != nullptr) {
+            ASSERT_EQ(1u, g_errors.size());
+            EXPECT_NE(std::string::npos, g_errors[0].find(AllUsersFile() + " " + c.logged)) << g_errors[0];
+        } else {
+            EXPECT_TRUE(g_errors.empty());
+        }
+        struct stat after;
+        ASSERT_EQ(0, lstat(AllUsersFile().c_str(), &after));
+        EXPECT_EQ(before.st_mode, after.st_mode);
+        EXPECT_EQ(before.st_size, after.st_size) << "reading never changes the file";
+        store->Destroy();
+    }
+}
+
+TEST_F(ConfigTest, StaleTemporaryFilesOfKilledWritesGoAtTheNextWrite)
+{
+    store = NewStore(true);
+    const std::string stale = AllUsersFile() + ".tmpAbC123";
+    const std::string recent = AllUsersFile() + ".tmpXyZ789";
+    const std::string foreign = AllUsersFile() + ".tmp-notes";
+    for (const std::string& file : {stale, recent, foreign})
+        KorvexTest::WriteText(file, "partial");
+    const auto old = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(5);
+    std::filesystem::last_write_time(stale, old);
+    std::filesystem::last_write_time(foreign, old);
+    ASSERT_TRUE(store->SetInteger(15, 3));
+    std::vector<std::string> left = FileNames(Dir());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ((std::vector<std::string>{"config", "config.tmp-notes", "config.tmpXyZ789"}), left)
+        << "only our own temporary files, and only stale ones, are removed";
 }

@@ -1,0 +1,107 @@
+// The built program against what a user's machine can hold at its settings
+// and working paths: it starts, shows its cards, ends normally and leaves the
+// user's files as they were.
+#include "tests/e2e/ProgramRunner.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+namespace EndToEnd {
+namespace {
+
+struct BadFile {
+    const char* what;
+    std::function<void(const Sandbox&, ProgramRunner&)> make;
+    std::string (*path)(const Sandbox&); // the file that must stay as it was
+};
+
+std::string UserSettings(const Sandbox& box) { return box.Home() + "/.korvex/vessaclient/config"; }
+std::string AllUsersSettings(const Sandbox& box) { return box.AllUsers() + "/korvex/vessaclient/config"; }
+
+void Write(const std::string& path, const std::string& text)
+{
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+const BadFile kCases[] = {
+    {"user settings are a directory",
+     [](const Sandbox& b, ProgramRunner&) { std::filesystem::create_directories(UserSettings(b)); }, UserSettings},
+    {"all-users settings are binary garbage",
+     [](const Sandbox& b, ProgramRunner&) { Write(AllUsersSettings(b), std::string("\x7f" "ELF\x02\x01\x01\0<<", 10)); },
+     AllUsersSettings},
+    {"user settings are truncated XML",
+     [](const Sandbox& b, ProgramRunner&) { Write(UserSettings(b), "<config><vessa_Client><Trace"); }, UserSettings},
+    {"all-users settings are huge",
+     [](const Sandbox& b, ProgramRunner&) {
+         Write(AllUsersSettings(b), "<config>");
+         ASSERT_EQ(0, truncate(AllUsersSettings(b).c_str(), 100 << 20));
+     },
+     AllUsersSettings},
+    {"user settings are a dangling link",
+     [](const Sandbox& b, ProgramRunner&) {
+         std::filesystem::create_directories(b.Home() + "/.korvex/vessaclient");
+         ASSERT_EQ(0, symlink("/nonexistent/config", UserSettings(b).c_str()));
+     },
+     UserSettings},
+    {"log folder setting names a file",
+     [](const Sandbox& b, ProgramRunner&) {
+         Write(b.Root() + "/not-a-folder", "x");
+         b.WriteSettings("<vessa_Client><Trace><LogLevel>3</LogLevel><Filename>" + b.Root() +
+                         "/not-a-folder/sub</Filename></Trace></vessa_Client>");
+     },
+     AllUsersSettings},
+    {"TMPDIR points nowhere",
+     [](const Sandbox&, ProgramRunner& program) { program.SetEnv("TMPDIR", "/nonexistent/tmp/"); }, UserSettings},
+};
+
+struct Snapshot {
+    bool exists = false;
+    mode_t mode = 0;
+    off_t size = 0;
+};
+
+Snapshot Take(const std::string& path)
+{
+    Snapshot s;
+    struct stat info;
+    if (lstat(path.c_str(), &info) == 0) {
+        s.exists = true;
+        s.mode = info.st_mode;
+        s.size = info.st_size;
+    }
+    return s;
+}
+
+TEST(BadFilesTest, ProgramStartsShowsItsCardsAndLeavesTheFilesAsTheyWere)
+{
+    if (!HaveDisplay())
+        GTEST_SKIP() << "needs an X display (run under xvfb-run)";
+    for (const BadFile& c : kCases) {
+        SCOPED_TRACE(c.what);
+        Sandbox sandbox;
+        ProgramRunner program(sandbox);
+        program.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
+        c.make(sandbox, program);
+        const Snapshot before = Take(c.path(sandbox));
+        ASSERT_TRUE(program.Start());
+        ASSERT_TRUE(program.WaitForExit(90)) << "still running";
+        EXPECT_EQ(program.ExitStatus(), 0) << program.StandardError();
+        EXPECT_NE(program.StandardError().find("rows=6"), std::string::npos) << program.StandardError();
+        const Snapshot after = Take(c.path(sandbox));
+        EXPECT_EQ(before.exists, after.exists);
+        EXPECT_EQ(before.mode, after.mode);
+        if (before.exists && S_ISREG(before.mode)) {
+            EXPECT_EQ(before.size, after.size);
+        }
+    }
+}
+
+} // namespace
+} // namespace EndToEnd
