@@ -128,8 +128,10 @@ CK_RV getTokenInfo(CK_SLOT_ID slotId, CK_TOKEN_INFO_PTR info) {
     info->ulSessionCount = call.module.sessionCount(slotId, false);
     info->ulMaxRwSessionCount = CK_EFFECTIVELY_INFINITE;
     info->ulRwSessionCount = call.module.sessionCount(slotId, true);
-    info->ulMaxPinLen = 8;
-    info->ulMinPinLen = 4;
+    // C_Login as the user checks the identity-link PIN, which has exactly
+    // this many digits; announcing more would promise logins that fail.
+    info->ulMaxPinLen = static_cast<CK_ULONG>(pin.length);
+    info->ulMinPinLen = static_cast<CK_ULONG>(pin.length);
     info->ulTotalPublicMemory = CK_UNAVAILABLE_INFORMATION;
     info->ulFreePublicMemory = CK_UNAVAILABLE_INFORMATION;
     info->ulTotalPrivateMemory = CK_UNAVAILABLE_INFORMATION;

@@ -104,3 +104,28 @@ TEST_F(SimPkcs11Tool, SignsWithBothKeysThroughTheProtectedPath) {
 }
 
 } // namespace
+
+namespace {
+
+// The tool's own self-test on every personalised card of the demo set, with
+// its user login (identity-link PIN) and the signature key's own logins on
+// the protected path: the announced PIN lengths, mechanisms and key sizes
+// must carry it through without an error.
+TEST_F(SimPkcs11Tool, SelfTestPassesOnEveryPersonalisedCard) {
+    CK_TOKEN_INFO info;
+    for (CK_SLOT_ID slot : {CK_SLOT_ID(0), CK_SLOT_ID(1), CK_SLOT_ID(2), CK_SLOT_ID(3), kNoLinkSlot}) {
+        SCOPED_TRACE(slot);
+        ASSERT_EQ(p11->C_GetTokenInfo(slot, &info), CKR_OK);
+        EXPECT_EQ(info.ulMinPinLen, 4u);
+        EXPECT_EQ(info.ulMaxPinLen, 4u);
+        Lines pins{"4321"};
+        pins.insert(pins.end(), 40, "123456");
+        SetPinAnswers(pins);
+        int status = 0;
+        const std::string out = tool("--slot " + std::to_string(slot) + " --test --login", status);
+        EXPECT_EQ(status, 0) << out;
+        EXPECT_NE(out.find("No errors"), std::string::npos) << out;
+    }
+}
+
+} // namespace
