@@ -30,6 +30,7 @@ export ASAN_OPTIONS="${ASAN_OPTIONS:-halt_on_error=1:detect_leaks=1}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 
 failed=()
+summary=()
 for target in "${TARGETS[@]}"; do
   corpus="$WORK/$target"
   mkdir -p "$corpus"
@@ -41,7 +42,11 @@ for target in "${TARGETS[@]}"; do
   if "$BUILD/fuzz/$target" "$corpus" \
       -max_total_time="$SECONDS_PER_TARGET" -timeout=25 -rss_limit_mb=2048 \
       -artifact_prefix="$ARTIFACTS/$target-" -print_final_stats=1 >"$log" 2>&1; then
-    grep -E '^stat::number_of_executed_units|^#[0-9]+.*DONE' "$log" | tail -2
+    done_line=$(grep -E '^#[0-9]+.*DONE' "$log" | tail -1)
+    runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
+    cov=$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$done_line")
+    ft=$(sed -n 's/.* ft: \([0-9]*\).*/\1/p' <<<"$done_line")
+    summary+=("$(printf '%-22s %12s %8s %8s' "$target" "${runs:-?}" "${cov:-?}" "${ft:-?}")")
   else
     echo "!!! $target failed, see $log"
     grep -E 'ERROR|SUMMARY|runtime error|Test unit written' "$log" | head -10
@@ -49,6 +54,9 @@ for target in "${TARGETS[@]}"; do
   fi
 done
 
+echo "=== fuzz: per target (executions, coverage points, features)"
+printf '%-22s %12s %8s %8s\n' target executions cov ft
+printf '%s\n' "${summary[@]}"
 if [ ${#failed[@]} -gt 0 ]; then
   echo "=== fuzz: FAILED: ${failed[*]}"
   exit 1

@@ -9,16 +9,20 @@ namespace VessaSim {
 
 namespace {
 
+// The same blanks as the word reads below, so a hand-edited file with tabs
+// or Windows line ends means what it says.
+const char kBlanks[] = " \t\r\n\f\v";
+
 // The text after the first `count` blank-separated words.
 std::string restAfterWords(const std::string& line, int count) {
     size_t position = 0;
     for (int i = 0; i < count; ++i) {
-        position = line.find_first_not_of(' ', position);
+        position = line.find_first_not_of(kBlanks, position);
         if (position == std::string::npos) return "";
-        position = line.find(' ', position);
+        position = line.find_first_of(kBlanks, position);
         if (position == std::string::npos) return "";
     }
-    position = line.find_first_not_of(' ', position);
+    position = line.find_first_not_of(kBlanks, position);
     return position == std::string::npos ? "" : line.substr(position);
 }
 
@@ -29,7 +33,7 @@ ControlState parseControl(const std::string& text) {
     std::istringstream in(text);
     std::string line;
     while (std::getline(in, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
+        line.erase(line.find_last_not_of(kBlanks) + 1);
         std::istringstream words(line);
         std::string keyword;
         if (!(words >> keyword) || keyword[0] == '#') continue;
