@@ -12,9 +12,9 @@ BUILD=${1:-$ROOT/build-coverage}
 JOBS=${JOBS:-2}
 LAYERS=(base crypto formats token app gui program sim tools)
 
-if command -v ccache >/dev/null; then
-  export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
+# No compiler cache: a cached object carries the note file of the build it
+# was first made in, and gcov then cannot find the sources of this one.
+export CCACHE_DISABLE=1
 cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=Debug -DKORVEX_BUILD_BENCH=OFF \
   -DCMAKE_C_FLAGS=--coverage -DCMAKE_CXX_FLAGS=--coverage \
   -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage >/dev/null

@@ -8,149 +8,85 @@
 namespace WindowTests {
 namespace {
 
-wxString Utf8(const char* text)
-{
-    return wxString::FromUTF8(text);
-}
+const char kChanged[] = "PIN \xC3\x84nderung erfolgreich!";
+const char kUnblocked[] = "PIN Entsperren erfolgreich!";
+const char kCancelled[] = "Abbruch durch Benutzer";
 
 class PinCommandTest : public MainWindowTest {
 protected:
-    void ExpectStatus(const char* text, bool isError)
-    {
-        EXPECT_EQ(StatusText(), Utf8(text));
-        EXPECT_TRUE(StatusShown());
-        if (isError)
-            EXPECT_TRUE(StatusIconIsError()) << "expected the red icon";
-        else
-            EXPECT_TRUE(StatusIconIsSuccess()) << "expected the green icon";
-    }
-
     // The prompts the module showed, in order.
-    std::vector<std::string> Prompts()
+    Lines Prompts()
     {
-        std::vector<std::string> prompts;
-        for (const std::string& line : PinDialogLog()) {
+        Lines prompts;
+        for (const std::string& line : PinDialogLog())
             if (line.compare(0, 10, "SETPROMPT ") == 0)
                 prompts.push_back(line.substr(10));
-        }
         return prompts;
+    }
+    // Runs the command `id` with the dialogue answers and checks the status.
+    void Run(int id, const Lines& answers, const char* status, bool isError)
+    {
+        SetPinAnswers(answers);
+        Click(id);
+        ExpectStatus(status, isError);
     }
 };
 
-TEST_F(PinCommandTest, SignaturePinChangeSucceeds)
+TEST_F(PinCommandTest, ChangeUnblockAndCancelOnEveryApplication)
 {
     SelectCard(kJohann);
-    SetPinAnswers({"123456", "654321", "654321"});
-    Click(MainFrame::ID_SIG_CHANGE_PIN);
-    ExpectStatus("PIN \xC3\x84nderung erfolgreich!", false);
-    EXPECT_EQ(Prompts(), (std::vector<std::string>{"Aktuelle PIN:", "Neue PIN:", "Neue PIN wiederholen:"}));
-
+    Run(MainFrame::ID_SIG_CHANGE_PIN, {"123456", "654321", "654321"}, kChanged, false);
+    EXPECT_EQ(Prompts(), (Lines{"Aktuelle PIN:", "Neue PIN:", "Neue PIN wiederholen:"}));
     // The new PIN is the one the card now wants.
-    SetPinAnswers({"654321", "123456", "123456"});
-    Click(MainFrame::ID_SIG_CHANGE_PIN);
-    ExpectStatus("PIN \xC3\x84nderung erfolgreich!", false);
-}
-
-TEST_F(PinCommandTest, CancelledDialogueShowsTheRedIcon)
-{
-    SelectCard(kMaria);
-    SetPinAnswers({"CANCEL"});
-    Click(MainFrame::ID_ENC_CHANGE_PIN);
-    ExpectStatus("Abbruch durch Benutzer", true);
-    SetPinAnswers({"1234", "CANCEL"});
-    Click(MainFrame::ID_ENC_PUK);
-    ExpectStatus("Abbruch durch Benutzer", true);
-}
-
-TEST_F(PinCommandTest, WrongPinCountsDownAndThenLocks)
-{
-    SelectCard(kJohann);
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        SetPinAnswers({"1111", "2222", "2222"});
-        Click(MainFrame::ID_ENC_CHANGE_PIN);
-        ExpectStatus("Fehler beim PIN \xC3\x84ndern! PIN falsch!", true);
-        EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 2 - attempt);
-    }
-    const unsigned long dialogues = Sim::PinDialogCount();
-    SetPinAnswers({"1234", "2222", "2222"});
-    Click(MainFrame::ID_ENC_CHANGE_PIN);
-    ExpectStatus("Fehler beim PIN \xC3\x84ndern! PIN Gesperrt", true);
-    EXPECT_EQ(Sim::PinDialogCount(), dialogues) << "a locked PIN needs no dialogue";
-
-    // The PUK brings it back.
-    SetPinAnswers({"87654321", "4444", "4444"});
-    Click(MainFrame::ID_ENC_PUK);
-    ExpectStatus("PIN Entsperren erfolgreich!", false);
-    EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 3);
-    EXPECT_EQ(Prompts(), (std::vector<std::string>{"PUK:", "Neue PIN:", "Neue PIN wiederholen:"}));
-}
-
-TEST_F(PinCommandTest, MalformedPinGivesTheGeneralChangeError)
-{
-    SelectCard(kMaria);
-    SetPinAnswers({"12", "654321", "654321"});
-    Click(MainFrame::ID_SIG_CHANGE_PIN);
-    ExpectStatus("Fehler beim PIN \xC3\x84ndern!", true);
-}
-
-TEST_F(PinCommandTest, UnblockResultsHaveTheirOwnTexts)
-{
-    SelectCard(kJohann);
-    SetPinAnswers({"00000000", "111111", "111111"});
-    Click(MainFrame::ID_SIG_PUK);
-    ExpectStatus("Fehler beim PIN entsperren! PIN/PUK falsch!", true);
-
-    Sim::SetFault("C_SetAttributeValue", kJohann.serial, CKR_PIN_LOCKED, 1);
-    Click(MainFrame::ID_SIG_PUK);
-    ExpectStatus("Fehler beim PIN entsperren! PUK Gesperrt", true);
-
-    SetPinAnswers({"12345678", "111111", "222222"}); // repeat differs
-    Click(MainFrame::ID_SIG_PUK);
-    ExpectStatus("Fehler beim PIN entsperren!", true);
-}
-
-TEST_F(PinCommandTest, IdentityLinkPinUsesItsOwnAreaAndPuk)
-{
-    SelectCard(kJohann);
-    ASSERT_TRUE(IsEnabled(MainFrame::ID_PERS_CHANGE));
-    SetPinAnswers({"4321", "9876", "9876"});
-    Click(MainFrame::ID_PERS_CHANGE);
-    ExpectStatus("PIN \xC3\x84nderung erfolgreich!", false);
-
-    SetPinAnswers({"11223344", "4321", "4321"});
-    Click(MainFrame::ID_PERS_PUK);
-    ExpectStatus("PIN Entsperren erfolgreich!", false);
+    Run(MainFrame::ID_SIG_CHANGE_PIN, {"654321", "123456", "123456"}, kChanged, false);
+    Run(MainFrame::ID_PERS_CHANGE, {"4321", "9876", "9876"}, kChanged, false);
+    Run(MainFrame::ID_PERS_PUK, {"11223344", "4321", "4321"}, kUnblocked, false);
     EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_IDENTITY_LINK), 3);
-}
 
-TEST_F(PinCommandTest, ECardUnblockThroughThePopupShowsTheCardsAnswer)
-{
+    SelectCard(kMaria);
+    Run(MainFrame::ID_ENC_CHANGE_PIN, {"CANCEL"}, kCancelled, true);
+    Run(MainFrame::ID_ENC_PUK, {"1234", "CANCEL"}, kCancelled, true);
+    Run(MainFrame::ID_SIG_CHANGE_PIN, {"12", "654321", "654321"}, "Fehler beim PIN \xC3\x84ndern!", true);
+
+    // An e-card cannot unblock: the module refuses without a dialogue.
     SelectCard(kErika);
     ASSERT_FALSE(IsEnabled(MainFrame::ID_SIG_PUK));
     SetPinAnswers({"12345678", "111111", "111111"});
     ChoosePopupItem(MainFrame::ID_POPUP_SIG_PUK);
-    // The module refuses the unblock without a dialogue.
     ExpectStatus("Fehler beim PIN entsperren!", true);
 }
 
-TEST_F(PinCommandTest, UnpersonalisedCardIsRefused)
+TEST_F(PinCommandTest, WrongPinsCountDownLockAndThePukUnblocks)
 {
-    SelectCard(kBlank);
-    const unsigned long dialogues = Sim::PinDialogCount();
-    SetPinAnswers({"123456", "654321", "654321"});
-    for (int id : {MainFrame::ID_SIG_CHANGE_PIN, MainFrame::ID_ENC_PUK, MainFrame::ID_SIG_TEST}) {
-        frame->SetStatus(wxEmptyString, false);
-        Click(id);
-        ExpectStatus("Dieser Befehl ist mit einer leeren Karte nicht erlaubt!", true);
+    SelectCard(kJohann);
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        Run(MainFrame::ID_ENC_CHANGE_PIN, {"1111", "2222", "2222"}, "Fehler beim PIN \xC3\x84ndern! PIN falsch!", true);
+        EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 2 - attempt);
     }
-    EXPECT_EQ(Sim::PinDialogCount(), dialogues);
+    const unsigned long dialogues = Sim::PinDialogCount();
+    Run(MainFrame::ID_ENC_CHANGE_PIN, {"1234", "2222", "2222"}, "Fehler beim PIN \xC3\x84ndern! PIN Gesperrt", true);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogues) << "a locked PIN needs no dialogue";
+    Run(MainFrame::ID_ENC_PUK, {"87654321", "4444", "4444"}, kUnblocked, false);
+    EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 3);
+    EXPECT_EQ(Prompts(), (Lines{"PUK:", "Neue PIN:", "Neue PIN wiederholen:"}));
+
+    Run(MainFrame::ID_SIG_PUK, {"00000000", "111111", "111111"}, "Fehler beim PIN entsperren! PIN/PUK falsch!", true);
+    Sim::SetFault("C_SetAttributeValue", kJohann.serial, CKR_PIN_LOCKED, 1);
+    Run(MainFrame::ID_SIG_PUK, {}, "Fehler beim PIN entsperren! PUK Gesperrt", true);
+    Run(MainFrame::ID_SIG_PUK, {"12345678", "111111", "222222"}, "Fehler beim PIN entsperren!", true);
 }
 
-TEST_F(PinCommandTest, CardPulledAfterTheListWasReadDoesNothing)
+TEST_F(PinCommandTest, BlankOrPulledCardsRunNoDialogue)
 {
-    SelectCard(kMaria);
-    ASSERT_EQ(Sim::RemoveCard(1), static_cast<CK_RV>(CKR_OK));
     const unsigned long dialogues = Sim::PinDialogCount();
+    SelectCard(kBlank);
+    for (int id : {MainFrame::ID_SIG_CHANGE_PIN, MainFrame::ID_ENC_PUK, MainFrame::ID_SIG_TEST}) {
+        frame->SetStatus(wxEmptyString, false);
+        Run(id, {"123456", "654321", "654321"}, "Dieser Befehl ist mit einer leeren Karte nicht erlaubt!", true);
+    }
+    SelectCard(kMaria);
+    frame->SetStatus(wxEmptyString, false);
+    ASSERT_EQ(Sim::RemoveCard(1), static_cast<CK_RV>(CKR_OK));
     Click(MainFrame::ID_SIG_CHANGE_PIN);
     EXPECT_FALSE(StatusShown());
     EXPECT_EQ(Sim::PinDialogCount(), dialogues);
@@ -158,31 +94,28 @@ TEST_F(PinCommandTest, CardPulledAfterTheListWasReadDoesNothing)
 
 TEST_F(PinCommandTest, EveryResultCodeHasItsText)
 {
-    struct Case {
+    const struct {
         Korvex::PKCS11Return result;
         const char* change;
         const char* unblock;
-        bool isError;
-    };
-    const Case cases[] = {
-        {Korvex::PKCS11_OK, "PIN \xC3\x84nderung erfolgreich!", "PIN Entsperren erfolgreich!", false},
-        {Korvex::PKCS11_CANCELED, "Abbruch durch Benutzer", "Abbruch durch Benutzer", true},
+    } cases[] = {
+        {Korvex::PKCS11_OK, kChanged, kUnblocked},
+        {Korvex::PKCS11_CANCELED, kCancelled, kCancelled},
         {Korvex::PKCS11_PIN_INCORRECT, "Fehler beim PIN \xC3\x84ndern! PIN falsch!",
-         "Fehler beim PIN entsperren! PIN/PUK falsch!", true},
+         "Fehler beim PIN entsperren! PIN/PUK falsch!"},
         {Korvex::PKCS11_PIN_LOCKED, "Fehler beim PIN \xC3\x84ndern! PIN Gesperrt",
-         "Fehler beim PIN entsperren! PUK Gesperrt", true},
+         "Fehler beim PIN entsperren! PUK Gesperrt"},
         {Korvex::PKCS11_NOT_SUPPORTED, "PIN \xC3\x84nderung nicht unterst\xC3\xBCtzt!",
-         "PIN Entsperren nicht unterst\xC3\xBCtzt!", true},
-        {Korvex::PKCS11_ERROR, "Fehler beim PIN \xC3\x84ndern!", "Fehler beim PIN entsperren!", true},
-        {static_cast<Korvex::PKCS11Return>(17), "Fehler beim PIN \xC3\x84ndern!",
-         "Fehler beim PIN entsperren!", true},
+         "PIN Entsperren nicht unterst\xC3\xBCtzt!"},
+        {Korvex::PKCS11_ERROR, "Fehler beim PIN \xC3\x84ndern!", "Fehler beim PIN entsperren!"},
+        {static_cast<Korvex::PKCS11Return>(17), "Fehler beim PIN \xC3\x84ndern!", "Fehler beim PIN entsperren!"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(static_cast<int>(c.result));
         frame->SetStatusPinChange(c.result);
-        ExpectStatus(c.change, c.isError);
+        ExpectStatus(c.change, c.result != Korvex::PKCS11_OK);
         frame->SetStatusPinUnblock(c.result);
-        ExpectStatus(c.unblock, c.isError);
+        ExpectStatus(c.unblock, c.result != Korvex::PKCS11_OK);
     }
 }
 

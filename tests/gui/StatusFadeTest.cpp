@@ -27,94 +27,46 @@ wxImage SolidImage(int width, int height, bool withAlpha)
     return image;
 }
 
-TEST(FadeOut, StartsAtStepZeroWithAHundredSteps)
+TEST(FadeOut, StepsColourAndImageScaleWithTheStep)
 {
     FadeOut fade;
     EXPECT_EQ(fade.GetStep(), 0);
     EXPECT_EQ(fade.GetSteps(), 100);
     EXPECT_FALSE(fade.Finished());
-    EXPECT_FLOAT_EQ(fade.GetModifier(), 0.0f);
-}
 
-TEST(FadeOut, StepsStopAtTheLastOne)
-{
-    FadeOut fade;
-    fade.Init(*wxBLACK, *wxWHITE, SolidImage(2, 2, false), 3);
-    fade.NextStep();
-    fade.NextStep();
-    EXPECT_FALSE(fade.Finished());
-    EXPECT_NEAR(fade.GetModifier(), 2.0f / 3.0f, 1e-6);
-    fade.NextStep();
-    fade.NextStep();
-    EXPECT_EQ(fade.GetStep(), 3);
-    EXPECT_TRUE(fade.Finished());
-    EXPECT_FLOAT_EQ(fade.GetModifier(), 1.0f);
-
-    // Init starts over.
-    fade.Init(*wxBLACK, *wxWHITE, SolidImage(2, 2, false), 50);
-    EXPECT_EQ(fade.GetStep(), 0);
-    EXPECT_FALSE(fade.Finished());
-}
-
-TEST(FadeOut, ColourIsTheScaledDifferenceNotABlend)
-{
-    FadeOut fade;
-    fade.Init(wxColour(200, 100, 0), wxColour(50, 180, 255), SolidImage(1, 1, false), 50);
+    // The colour is the scaled difference of the two, not a blend; every
+    // pixel that is not fully transparent fades, truncated.
+    const wxImage source = SolidImage(3, 1, true);
+    fade.Init(wxColour(200, 100, 0), wxColour(50, 180, 255), source, 50);
     EXPECT_EQ(fade.GetColour(), wxColour(0, 0, 0));
-    fade.NextStep(); // 1/50 of (150, 80, 255), truncated
+    fade.NextStep();
     EXPECT_EQ(fade.GetColour(), wxColour(3, 1, 5));
+    EXPECT_EQ(fade.GetImage().GetAlpha(0, 0), 0);
+    EXPECT_EQ(fade.GetImage().GetAlpha(1, 0), 249);
+    EXPECT_EQ(fade.GetImage().GetAlpha(2, 0), 249);
+    EXPECT_EQ(fade.GetImage().GetRed(2, 0), 10);
+    EXPECT_EQ(source.GetAlpha(2, 0), 255);
     for (int i = 1; i < 25; ++i)
         fade.NextStep();
     EXPECT_EQ(fade.GetColour(), wxColour(75, 40, 127));
-    EXPECT_EQ(fade.GetColour().Alpha(), 255);
-    for (int i = 25; i < 50; ++i)
-        fade.NextStep();
-    EXPECT_EQ(fade.GetColour(), wxColour(150, 80, 255));
-}
-
-TEST(FadeOut, EqualColoursGiveBlackThroughout)
-{
-    FadeOut fade;
-    fade.Init(wxColour(90, 90, 90), wxColour(90, 90, 90), SolidImage(1, 1, false), 10);
-    for (int i = 0; i <= 10; ++i) {
-        EXPECT_EQ(fade.GetColour(), wxColour(0, 0, 0)) << "step " << i;
-        fade.NextStep();
-    }
-}
-
-TEST(FadeOut, ImageFadesEveryPixelThatIsNotFullyTransparent)
-{
-    FadeOut fade;
-    const wxImage source = SolidImage(3, 1, true);
-    fade.Init(*wxBLACK, *wxWHITE, source, 50);
-    fade.NextStep(); // 49/50 * 255 = 249.9 -> 249
-    wxImage faded = fade.GetImage();
-    EXPECT_EQ(faded.GetAlpha(0, 0), 0);
-    EXPECT_EQ(faded.GetAlpha(1, 0), 249);
-    EXPECT_EQ(faded.GetAlpha(2, 0), 249);
-    EXPECT_EQ(faded.GetRed(2, 0), 10);
-    // The stored image itself keeps its alpha values.
-    EXPECT_EQ(fade.GetImage().GetAlpha(1, 0), 249);
-    EXPECT_EQ(source.GetAlpha(2, 0), 255);
-
-    for (int i = 1; i < 25; ++i)
-        fade.NextStep();
     EXPECT_EQ(fade.GetImage().GetAlpha(2, 0), 127);
-    for (int i = 25; i < 50; ++i)
+    for (int i = 25; i < 52; ++i)
         fade.NextStep();
+    EXPECT_EQ(fade.GetStep(), 50) << "steps stop at the last one";
+    EXPECT_TRUE(fade.Finished());
+    EXPECT_FLOAT_EQ(fade.GetModifier(), 1.0f);
+    EXPECT_EQ(fade.GetColour(), wxColour(150, 80, 255));
     EXPECT_EQ(fade.GetImage().GetAlpha(2, 0), 0);
-}
 
-TEST(FadeOut, ImageWithoutAlphaFadesLikeAnOpaqueOne)
-{
-    FadeOut fade;
-    fade.Init(*wxBLACK, *wxWHITE, SolidImage(2, 2, false), 4);
+    // Init starts over; an image without alpha fades like an opaque one;
+    // equal colours give black.
+    fade.Init(wxColour(90, 90, 90), wxColour(90, 90, 90), SolidImage(2, 2, false), 4);
+    EXPECT_EQ(fade.GetStep(), 0);
     fade.NextStep();
-    const wxImage faded = fade.GetImage();
-    ASSERT_TRUE(faded.HasAlpha());
-    for (int y = 0; y < 2; ++y)
-        for (int x = 0; x < 2; ++x)
-            EXPECT_EQ(faded.GetAlpha(x, y), 191) << x << "," << y; // 3/4 * 255
+    EXPECT_NEAR(fade.GetModifier(), 0.25f, 1e-6);
+    EXPECT_EQ(fade.GetColour(), wxColour(0, 0, 0));
+    ASSERT_TRUE(fade.GetImage().HasAlpha());
+    EXPECT_EQ(fade.GetImage().GetAlpha(1, 1), 191); // 3/4 * 255
 }
 
 class StatusLineTest : public MainWindowTest {
@@ -132,13 +84,12 @@ TEST_F(StatusLineTest, StatusHoldsThenFadesInFiftySteps)
 {
     const auto start = std::chrono::steady_clock::now();
     frame->SetStatus("Fertig", false);
-    EXPECT_TRUE(StatusShown());
     EXPECT_EQ(frame->GetFade().GetStep(), 1);
     EXPECT_EQ(frame->GetFade().GetSteps(), 50);
     EXPECT_TRUE(frame->GetFadeTimer().IsRunning());
     EXPECT_EQ(frame->GetFadeTimer().GetInterval(), 1500);
     EXPECT_EQ(frame->GetStatusText()->GetForegroundColour(), ExpectedColour(1));
-    EXPECT_TRUE(StatusIconIsSuccess());
+    ExpectStatus("Fertig", false);
     const wxImage icon = frame->GetStatusIcon()->GetBitmap().ConvertToImage();
     ASSERT_TRUE(icon.HasAlpha());
     EXPECT_NEAR(icon.GetAlpha(16, 16), 249, 1);
@@ -158,7 +109,7 @@ TEST_F(StatusLineTest, StatusHoldsThenFadesInFiftySteps)
     EXPECT_GE(seconds, 6.3);
 }
 
-TEST_F(StatusLineTest, NewStatusRestartsTheFade)
+TEST_F(StatusLineTest, NewStatusRestartsTheFadeAndEmptyTextHidesAtOnce)
 {
     frame->SetStatus("Erste Meldung", true);
     Pump(1700);
@@ -166,21 +117,16 @@ TEST_F(StatusLineTest, NewStatusRestartsTheFade)
     frame->SetStatus("Zweite Meldung", false);
     EXPECT_EQ(frame->GetFade().GetStep(), 1);
     EXPECT_EQ(frame->GetFadeTimer().GetInterval(), 1500);
-    EXPECT_EQ(StatusText(), "Zweite Meldung");
-    EXPECT_TRUE(StatusIconIsSuccess());
-}
+    ExpectStatus("Zweite Meldung", false);
 
-TEST_F(StatusLineTest, EmptyTextHidesAtOnceWhileTheTimerRunsOut)
-{
     frame->SetStatus("Meldung", true);
-    EXPECT_TRUE(StatusIconIsError());
+    ExpectStatus("Meldung", true);
     frame->SetStatus(wxEmptyString, false);
     EXPECT_FALSE(frame->GetStatusText()->IsShown());
     EXPECT_FALSE(frame->GetStatusIcon()->IsShown());
-    EXPECT_TRUE(frame->GetFadeTimer().IsRunning());
+    EXPECT_TRUE(frame->GetFadeTimer().IsRunning()); // the timer runs out on its own
     ASSERT_TRUE(PumpUntil([this] { return !frame->GetFadeTimer().IsRunning(); }, 10.0));
     EXPECT_TRUE(frame->GetFade().Finished());
-    EXPECT_FALSE(StatusShown());
 }
 
 } // namespace

@@ -22,7 +22,6 @@ const TestCard kMaria = {"maria", "1204000000004711", "Maria Musterfrau", 1, "ve
 const TestCard kErika = {"erika", "3002000000004242", "Erika Beispiel", 3, "vessa premium e-Card G2"};
 const TestCard kBlank = {"blank", "0000000000000000", "", 2, "vessa premium ACOS 05"};
 const TestCard kLukas = {"lukas", "3031000000003333", "Lukas Huber", 4, "vessa premium e-Card G3A"};
-const TestCard kSophie = {"sophie", "3032000000003434", "Sophie Wagner", 5, "vessa premium e-Card G3B"};
 
 namespace {
 
@@ -49,8 +48,6 @@ const char kCardSet[] = R"(<cardset>
   <spare>
     <card id="lukas" generation="ECARD-G3A" serial="3031000000003333"
           given="Lukas" family="Huber" birth="1971-09-09"/>
-    <card id="sophie" generation="ECARD-G3B" serial="3032000000003434"
-          given="Sophie" family="Wagner" birth="1988-12-24"/>
   </spare>
 </cardset>
 )";
@@ -88,11 +85,6 @@ std::vector<std::string> ViewedCertificates()
             return files;
         files.push_back(path);
     }
-}
-
-std::vector<unsigned char> IssuedCertificate(const TestCard& card, bool signature)
-{
-    return TestSupport::IssuedCertificate(card.serial, signature);
 }
 
 void MainWindowTest::SetUp()
@@ -201,14 +193,12 @@ bool MainWindowTest::StatusShown() const
     return frame->GetStatusText()->IsShown() && frame->GetStatusIcon()->IsShown();
 }
 
-bool MainWindowTest::StatusIconIsError() const
+void MainWindowTest::ExpectStatus(const char* text, bool isError) const
 {
-    return BitmapShowsPicture(frame->GetStatusIcon()->GetBitmap(), ButtonCancel);
-}
-
-bool MainWindowTest::StatusIconIsSuccess() const
-{
-    return BitmapShowsPicture(frame->GetStatusIcon()->GetBitmap(), ButtonOk);
+    EXPECT_EQ(StatusText(), Utf8(text));
+    EXPECT_TRUE(StatusShown());
+    EXPECT_TRUE(BitmapShowsPicture(frame->GetStatusIcon()->GetBitmap(), isError ? ButtonCancel : ButtonOk))
+        << (isError ? "expected the red icon" : "expected the green icon");
 }
 
 } // namespace WindowTests

@@ -33,15 +33,12 @@ extern const TestCard kMaria;  // reader 1, ACOS-A04
 extern const TestCard kErika;  // reader 2, e-Card G2
 extern const TestCard kBlank;  // reader 3, ACOS-A05, not personalised
 extern const TestCard kLukas;  // spare, e-Card G3A
-extern const TestCard kSophie; // spare, e-Card G3B
 const CK_SLOT_ID kEmptyReader = 4;
 
 // Uses the test card set (true) or the module's built-in demo set (false).
 void UseTestCardSet(bool testSet);
 // Files the stand-in certificate viewer was given, oldest first.
 std::vector<std::string> ViewedCertificates();
-// DER of a card's certificate as the simulator issued it.
-std::vector<unsigned char> IssuedCertificate(const TestCard& card, bool signature);
 
 // Brings up the real main window on the simulator and waits for the first
 // refresh; destroys it afterwards.
@@ -49,33 +46,28 @@ class MainWindowTest : public testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
-    // Whether to use the test card set; the demo set otherwise.
     virtual bool UsesTestCardSet() const { return true; }
 
     // Clicks the reload button and waits for the refresh to finish.
     void Reload();
     void WaitForRefresh();
-    // Card numbers of the rows, top to bottom.
     std::vector<std::string> RowNumbers() const;
     std::string RowText(long row, int column) const;
     long SelectedRow() const;
     long RowOf(const TestCard& card) const;
     // Selects a row as a click would (the selection rules run).
-    void SelectRow(long row);
     void SelectCard(const TestCard& card) { SelectRow(RowOf(card)); }
+    void SelectRow(long row);
     bool IsEnabled(int id) const;
-    // Sends a button click of `id` to the window.
     void Click(int id);
-    // Sends a popup-menu choice to the window.
     void ChoosePopupItem(int id);
     wxString StatusText() const;
     bool StatusShown() const;
-    bool StatusIconIsError() const;
-    bool StatusIconIsSuccess() const;
+    // The status line shows `text` with the red (error) or green icon.
+    void ExpectStatus(const char* text, bool isError) const;
 
     MainFrame* frame = nullptr;
-    // Refreshes whose rows the window has shown.
-    int refreshes = 0;
+    int refreshes = 0; // refreshes whose rows the window has shown
 
 private:
     int m_expectedRefreshes = 0;
