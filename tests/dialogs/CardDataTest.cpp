@@ -75,69 +75,44 @@ protected:
     std::string record;
 };
 
-TEST_F(CardDataTest, SignatureCertificateGoesToAPrivateFileAndTheViewer) {
+TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
+    // A link planted where the file goes is replaced, never followed.
+    const std::string victim = ScratchDir() + "/victim";
+    WriteText(victim, "do not touch");
+    ASSERT_EQ(symlink(victim.c_str(), CertPath().c_str()), 0);
     ASSERT_TRUE(SelectCard(kJohann));
-    ASSERT_TRUE(Frame()->ShowCert(true));
+    wxCommandEvent sigShow(wxEVT_BUTTON, MainFrame::ID_SIG_SHOW_CERT);
+    Frame()->evt_sig_show_cert(sigShow);
+    EXPECT_EQ(ReadText(victim), "do not touch");
 
-    const std::vector<unsigned char> expected = ReadBytes(CertificateFile(kJohann, true));
+    const std::vector<unsigned char> expected = IssuedCertificate(kJohann.serial, true);
     ASSERT_FALSE(expected.empty());
     EXPECT_EQ(ReadBytes(CertPath()), expected);
     struct stat info;
     ASSERT_EQ(lstat(CertPath().c_str(), &info), 0);
     EXPECT_TRUE(S_ISREG(info.st_mode));
     EXPECT_EQ(info.st_mode & 07777, 0600u);
-
     ASSERT_TRUE(WaitForFile(record, 10));
     EXPECT_EQ(RecordedArguments(), CertPath() + "\n");
     EXPECT_EQ(ReadBytes(record + ".cer"), expected);
-}
 
-TEST_F(CardDataTest, EncryptionCertificateIsShownByItsButton) {
-    ASSERT_TRUE(SelectCard(kMaria));
-    wxCommandEvent event(wxEVT_BUTTON, MainFrame::ID_ENC_SHOW);
-    Frame()->evt_enc_show(event);
-    EXPECT_EQ(ReadBytes(CertPath()), ReadBytes(CertificateFile(kMaria, false)));
-    EXPECT_TRUE(WaitForFile(record, 10));
-}
-
-TEST_F(CardDataTest, PlantedSymbolicLinkIsReplacedNotFollowed) {
-    const std::string victim = ScratchDir() + "/victim";
-    WriteText(victim, "do not touch");
-    chmod(victim.c_str(), 0644);
-    ASSERT_EQ(symlink(victim.c_str(), CertPath().c_str()), 0);
-
-    ASSERT_TRUE(SelectCard(kJohann));
-    wxCommandEvent event(wxEVT_BUTTON, MainFrame::ID_SIG_SHOW_CERT);
-    Frame()->evt_sig_show_cert(event);
-
-    const std::vector<unsigned char> untouched = ReadBytes(victim);
-    EXPECT_EQ(std::string(untouched.begin(), untouched.end()), "do not touch");
-    struct stat info;
-    ASSERT_EQ(lstat(CertPath().c_str(), &info), 0);
-    EXPECT_TRUE(S_ISREG(info.st_mode));
-    EXPECT_EQ(info.st_mode & 07777, 0600u);
-    EXPECT_EQ(ReadBytes(CertPath()), ReadBytes(CertificateFile(kJohann, true)));
-}
-
-TEST_F(CardDataTest, FinishedViewersLeaveNoZombies) {
-    ASSERT_TRUE(SelectCard(kJohann));
-    for (int i = 0; i < 3; ++i) {
-        std::remove(record.c_str());
-        ASSERT_TRUE(Frame()->ShowCert(i % 2 == 0));
-        ASSERT_TRUE(WaitForFile(record, 10));
-    }
-    usleep(200 * 1000);
-    EXPECT_EQ(ZombieChildren(), 0);
-}
-
-TEST_F(CardDataTest, DoubleClickFallsBackToTheSignatureCertificate) {
-    ASSERT_TRUE(SelectCard(kJohann));
-    // The first certificate search (for the encryption certificate) fails.
+    // The double click falls back to the signature certificate when the
+    // encryption certificate cannot be found.
+    std::remove(record.c_str());
     Sim::SetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
-    wxListEvent event(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
-    Frame()->evt_ItemDoubleClick(event);
-    EXPECT_EQ(ReadBytes(CertPath()), ReadBytes(CertificateFile(kJohann, true)));
-    EXPECT_TRUE(WaitForFile(record, 10));
+    wxListEvent doubleClick(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
+    Frame()->evt_ItemDoubleClick(doubleClick);
+    EXPECT_EQ(ReadBytes(CertPath()), expected);
+    ASSERT_TRUE(WaitForFile(record, 10));
+
+    std::remove(record.c_str());
+    ASSERT_TRUE(SelectCard(kMaria));
+    wxCommandEvent encShow(wxEVT_BUTTON, MainFrame::ID_ENC_SHOW);
+    Frame()->evt_enc_show(encShow);
+    EXPECT_EQ(ReadBytes(CertPath()), IssuedCertificate(kMaria.serial, false));
+    ASSERT_TRUE(WaitForFile(record, 10));
+    usleep(200 * 1000);
+    EXPECT_EQ(ZombieChildren(), 0) << "finished viewers must be reaped";
 }
 
 TEST_F(CardDataTest, UnwritableTemporaryDirectoryStartsNoViewer) {

@@ -45,11 +45,6 @@ void ResetCards() {
     Sim::ResetState(nullptr);
 }
 
-std::string CertificateFile(const Card& card, bool signature) {
-    return std::string(std::getenv("VESSA_SIM_KEY_DIR")) + "/" + card.serial +
-           (signature ? "/sig.cert.der" : "/enc.cert.der");
-}
-
 std::string SpacedHex(const std::vector<unsigned char>& bytes) {
     std::string text;
     char pair[4];

@@ -33,8 +33,6 @@ void PrepareEnvironment();
 std::string BinDir();
 // Factory state of every card, no faults.
 void ResetCards();
-// File of the simulator with a card's certificate.
-std::string CertificateFile(const Card& card, bool signature);
 // Upper-case hex pairs separated by blanks.
 std::string SpacedHex(const std::vector<unsigned char>& bytes);
 

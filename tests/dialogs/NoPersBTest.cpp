@@ -68,50 +68,44 @@ protected:
 };
 
 TEST_F(NoPersBTest, ShowsItsTextsExactly) {
-    NoPersB dialog(Frame(), wxID_ANY);
-    EXPECT_EQ(dialog.GetTitle(), "Keine Personenbindung");
-    const std::vector<wxString> texts = StaticTexts(&dialog);
-    ASSERT_EQ(texts.size(), 3u);
-    EXPECT_EQ(texts[0], "Sie haben noch keine \nZMR Stammzahl (Personenbindung)\nauf Ihrer Karte.");
-    EXPECT_EQ(texts[1],
-              Utf8("Die Personenbindung stellt eine Verbindung zwischen Ihrem \nqualifizierten "
-                   "Zertifikat und Ihrer Stammzahl her.\nDa Sie im Zertifikat nur durch Ihren "
-                   "Namen identifiziert sind, \nwären sonst Verwechslungen zwischen mehreren "
-                   "Personen möglich."));
-    EXPECT_EQ(texts[2], "Zum Aufbringen der Personenbindung auf Ihre Karte muss ein \nexternes "
-                        "Program gestartet werden.");
-    EXPECT_EQ(ButtonLabel(&dialog, 5465), "Personenbindung aufbringen");
-    EXPECT_EQ(ButtonLabel(&dialog, 5466), Utf8("Schließen"));
+    NoPersB* dialog = new NoPersB(Frame(), wxID_ANY);
+    EXPECT_EQ(dialog->GetTitle(), "Keine Personenbindung");
+    EXPECT_EQ(StaticTexts(dialog),
+              (std::vector<wxString>{
+                  "Sie haben noch keine \nZMR Stammzahl (Personenbindung)\nauf Ihrer Karte.",
+                  Utf8("Die Personenbindung stellt eine Verbindung zwischen Ihrem \nqualifizierten "
+                       "Zertifikat und Ihrer Stammzahl her.\nDa Sie im Zertifikat nur durch Ihren "
+                       "Namen identifiziert sind, \nwären sonst Verwechslungen zwischen mehreren "
+                       "Personen möglich."),
+                  "Zum Aufbringen der Personenbindung auf Ihre Karte muss ein \nexternes Program gestartet werden."}));
+    EXPECT_EQ(ButtonLabel(dialog, 5465), "Personenbindung aufbringen");
+    EXPECT_EQ(ButtonLabel(dialog, 5466), Utf8("Schließen"));
+    dialog->Show();
+    ExpectScreenshot(dialog, "no-identity-link");
+    dialog->Destroy();
 }
 
-TEST_F(NoPersBTest, StartsTheWriterFromTheConfiguredDirectory) {
-    const std::string dir = ScratchDir() + "/writer dir";
-    mkdir(dir.c_str(), 0700);
-    const std::string record = PlantRecordingWriter(dir);
-    SetWriterDirectory(dir);
-    EXPECT_EQ(NoPersB::WriterCommandLine(), wxString::FromUTF8(("\"" + dir + "/VessaPlus\" -z").c_str()));
-
-    NoPersB dialog(Frame(), wxID_ANY);
-    wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
-    dialog.evt_write_persb(event);
-    ASSERT_TRUE(WaitForFile(record, 10));
-    Pump(300);  // lets the toolkit notice the writer's end and release its record
-    const std::vector<unsigned char> args = ReadBytes(record);
-    EXPECT_EQ(std::string(args.begin(), args.end()), dir + "/VessaPlus\n-z\n");
-}
-
-TEST_F(NoPersBTest, WithoutTheSettingTheWriterIsFoundOnThePath) {
-    ForgetWriterDirectory();
-    EXPECT_EQ(NoPersB::WriterCommandLine(), "\"VessaPlus\" -z");
-    const std::string record = PlantRecordingWriter(BinDir());
-    NoPersB dialog(Frame(), wxID_ANY);
-    wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
-    dialog.evt_write_persb(event);
-    ASSERT_TRUE(WaitForFile(record, 10));
-    Pump(300);
-    const std::vector<unsigned char> args = ReadBytes(record);
-    const std::string text(args.begin(), args.end());
-    EXPECT_NE(text.find("VessaPlus\n-z\n"), std::string::npos) << text;
+TEST_F(NoPersBTest, StartsTheWriterFromTheConfiguredDirectoryOrThePath) {
+    const std::string configured = ScratchDir() + "/writer dir";
+    mkdir(configured.c_str(), 0700);
+    for (const std::string& dir : {configured, std::string()}) {
+        SCOPED_TRACE(dir);
+        const std::string record = PlantRecordingWriter(dir.empty() ? BinDir() : dir);
+        if (dir.empty()) {
+            ForgetWriterDirectory();
+            EXPECT_EQ(NoPersB::WriterCommandLine(), "\"VessaPlus\" -z");
+        } else {
+            SetWriterDirectory(dir);
+            EXPECT_EQ(NoPersB::WriterCommandLine(), wxString::FromUTF8(("\"" + dir + "/VessaPlus\" -z").c_str()));
+        }
+        NoPersB dialog(Frame(), wxID_ANY);
+        wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
+        dialog.evt_write_persb(event);
+        ASSERT_TRUE(WaitForFile(record, 10));
+        Pump(300);  // lets the toolkit notice the writer's end and release its record
+        const std::string args = ReadText(record);
+        EXPECT_NE(args.find((dir.empty() ? "" : dir + "/") + "VessaPlus\n-z\n"), std::string::npos) << args;
+    }
     std::remove((BinDir() + "/VessaPlus").c_str());
 }
 
@@ -146,13 +140,6 @@ TEST_F(NoPersBTest, CompanionWritesTheIdentityLinkThatTheViewerThenShows) {
     EXPECT_TRUE(text.StartsWith("Vorname: Otto\r\nNachname: Ohnebindung\r\nGeburtsdatum: "))
         << text;
     EXPECT_NE(text.Find("IssueInstant: 20"), wxNOT_FOUND) << text;
-}
-
-TEST_F(NoPersBTest, Screenshot) {
-    NoPersB* dialog = new NoPersB(Frame(), wxID_ANY);
-    dialog->Show();
-    ExpectScreenshot(dialog, "no-identity-link");
-    dialog->Destroy();
 }
 
 } // namespace

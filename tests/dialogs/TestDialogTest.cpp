@@ -59,83 +59,65 @@ protected:
     }
 };
 
-TEST_F(TestDialogTest, OffersHashesByKeySizeAndShowsKeyAlgorithm) {
-    Open(kJohann, Korvex::APPL_SIGNATURE);  // RSA 1536
-    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "RSA");
-    EXPECT_EQ(HashEntries(), (std::vector<wxString>{"SHA-1", "RIPEMD-160", "SHA-256"}));
-    EXPECT_EQ(dialog->GetHashChoice()->GetStringSelection(), "SHA-256");
-    dialog->Destroy();
-
-    Open(kJohann, Korvex::APPL_ENCRYPTION);  // EC P-192
-    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "ECC");
-    EXPECT_EQ(HashEntries(), (std::vector<wxString>{"SHA-1", "RIPEMD-160"}));
-    EXPECT_EQ(dialog->GetHashChoice()->GetStringSelection(), "RIPEMD-160");
-    dialog->Destroy();
-
-    Open(kMaria, Korvex::APPL_ENCRYPTION);  // EC P-256
-    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "ECC");
-    EXPECT_EQ(HashEntries().size(), 3u);
-    EXPECT_EQ(dialog->GetHashChoice()->GetStringSelection(), "SHA-256");
+TEST_F(TestDialogTest, OffersHashesByKeySizeWithThePresetText) {
+    const struct {
+        const Card& card;
+        Korvex::ApplType appl;
+        const char* algorithm;
+        std::vector<wxString> hashes;
+        const char* preselected;
+    } cases[] = {
+        {kJohann, Korvex::APPL_SIGNATURE, "RSA", {"SHA-1", "RIPEMD-160", "SHA-256"}, "SHA-256"},  // RSA 1536
+        {kJohann, Korvex::APPL_ENCRYPTION, "ECC", {"SHA-1", "RIPEMD-160"}, "RIPEMD-160"},         // P-192
+        {kMaria, Korvex::APPL_ENCRYPTION, "ECC", {"SHA-1", "RIPEMD-160", "SHA-256"}, "SHA-256"},  // P-256
+    };
+    for (const auto& c : cases) {
+        Open(c.card, c.appl);
+        EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), c.algorithm);
+        EXPECT_EQ(HashEntries(), c.hashes);
+        EXPECT_EQ(dialog->GetHashChoice()->GetStringSelection(), c.preselected);
+        EXPECT_EQ(dialog->GetTextField()->GetValue(),
+                  "Das ist ein Test!\n\nDie Signatur dieses Textes wird nur virtuell erstellt und "
+                  "nicht abgespeichert.");
+        EXPECT_TRUE(dialog->GetSignatureField()->GetValue().empty());
+        EXPECT_FALSE(StatusShown());
+        dialog->Destroy();
+    }
+    Open(kJohann, Korvex::APPL_IDENTITY_LINK);  // no key
+    EXPECT_EQ(Status(), Utf8("Ungültige Karte"));
+    EXPECT_TRUE(HashEntries().empty());
 }
 
-TEST_F(TestDialogTest, PresetTextAndEmptySignatureField) {
-    Open(kJohann, Korvex::APPL_SIGNATURE);
-    EXPECT_EQ(dialog->GetTextField()->GetValue(),
-              "Das ist ein Test!\n\nDie Signatur dieses Textes wird nur virtuell erstellt und "
-              "nicht abgespeichert.");
-    EXPECT_TRUE(dialog->GetSignatureField()->GetValue().empty());
-    EXPECT_FALSE(StatusShown());
-}
-
-TEST_F(TestDialogTest, SignsOnTheCardAndTheCardVerifies) {
-    Open(kJohann, Korvex::APPL_SIGNATURE);
-    SetPinAnswers({"123456"});
-    Sign();
-    EXPECT_EQ(Status(), "Signatur erfolgreich!");
-    EXPECT_TRUE(StatusShown());
-    EXPECT_TRUE(dialog->GetStatusIcon()->IsShown());
-    // RSA 1536: 192 signature bytes, shown in Base64.
-    const std::vector<unsigned char> signature =
-        Korvex::b64Decode(dialog->GetSignatureField()->GetValue().ToStdString());
-    EXPECT_EQ(signature.size(), 192u);
-
-    Verify();
-    EXPECT_EQ(Status(), Utf8("Signaturprüfung erfolgreich!"));
-}
-
-TEST_F(TestDialogTest, VerificationFailsAfterTextOrHashChanged) {
+TEST_F(TestDialogTest, SignsOnTheCardAndTheCardVerifiesWhatWasSigned) {
     Open(kJohann, Korvex::APPL_SIGNATURE);
     SetPinAnswers({"123456", "123456"});
-    Sign();
-    ASSERT_EQ(Status(), "Signatur erfolgreich!");
+    SignAndVerify();
+    EXPECT_TRUE(dialog->GetStatusIcon()->IsShown());
+    // RSA 1536: 192 signature bytes, shown in Base64.
+    EXPECT_EQ(Korvex::b64Decode(dialog->GetSignatureField()->GetValue().ToStdString()).size(), 192u);
+    ExpectScreenshot(dialog, "test-dialog");
 
     const wxString original = dialog->GetTextField()->GetValue();
     dialog->GetTextField()->SetValue(original + "!");
     Verify();
     EXPECT_EQ(Status(), "Fehler beim Verifizieren der Signatur");
-
     dialog->GetTextField()->SetValue(original);
     SelectHash("SHA-1");
     Verify();
     EXPECT_EQ(Status(), "Fehler beim Verifizieren der Signatur");
+    SignAndVerify();  // signed again with the newly chosen hash
+    dialog->Destroy();
 
-    // Signed again with the newly chosen hash, the check passes.
-    SignAndVerify();
-}
-
-TEST_F(TestDialogTest, EllipticCurveKeysSignAndVerify) {
     Open(kErika, Korvex::APPL_SIGNATURE);  // EC P-192 signature key
-    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "ECC");
     SetPinAnswers({"123456"});
     SignAndVerify();
     dialog->Destroy();
-
     Open(kMaria, Korvex::APPL_ENCRYPTION);  // the encryption key asks its own PIN
     SetPinAnswers({"1234"});
     SignAndVerify();
 }
 
-TEST_F(TestDialogTest, CancelledOrWrongPinFailsTheSignature) {
+TEST_F(TestDialogTest, EveryFailureHasItsText) {
     Open(kJohann, Korvex::APPL_SIGNATURE);
     SetPinAnswers({"CANCEL", "000000"});
     Sign();
@@ -143,52 +125,38 @@ TEST_F(TestDialogTest, CancelledOrWrongPinFailsTheSignature) {
     EXPECT_TRUE(dialog->GetSignatureField()->GetValue().empty());
     Sign();
     EXPECT_EQ(Status(), "Fehler beim Signieren");
-}
 
-TEST_F(TestDialogTest, SessionFailureIsReported) {
-    Open(kJohann, Korvex::APPL_SIGNATURE);
     Sim::SetFault("C_OpenSession", kJohann.serial, CKR_DEVICE_ERROR, 2);
     Sign();
     EXPECT_EQ(Status(), "Fehler beim Aufbau der Verbindung zur Karte");
     Verify();
     EXPECT_EQ(Status(), "Fehler beim Aufbau der Verbindung zur Karte");
-}
 
-TEST_F(TestDialogTest, EmptyTextCannotBeHashed) {
-    Open(kJohann, Korvex::APPL_SIGNATURE);
+    const wxString original = dialog->GetTextField()->GetValue();
     dialog->GetTextField()->Clear();
     Sign();
     EXPECT_EQ(Status(), "Fehler beim Hashen des Textes");
     Verify();
     EXPECT_EQ(Status(), "Fehler beim Hashen des Textes");
-}
+    dialog->GetTextField()->SetValue(original);
 
-TEST_F(TestDialogTest, HashChoiceErrors) {
-    // Without token information the key size is unknown: no hash is offered.
-    Sim::SetFault("C_GetTokenInfo", "*", CKR_DEVICE_ERROR, 1);
-    Open(kJohann, Korvex::APPL_SIGNATURE);
-    EXPECT_TRUE(HashEntries().empty());
-    Sign();
-    EXPECT_EQ(Status(), Utf8("Ungültiger Hashwert ausgewählt"));
-    dialog->Destroy();
-
-    Open(kJohann, Korvex::APPL_SIGNATURE);
     dialog->GetHashChoice()->Append("MD5");
     SelectHash("MD5");
     Korvex::HashAlgorithm algorithm = Korvex::HashSha256;
     EXPECT_FALSE(dialog->GetHashAlgorithm(algorithm));
     EXPECT_EQ(algorithm, Korvex::HashSha1);
     EXPECT_EQ(Status(), Utf8("Ungültiger Hashwert"));
-
     SelectHash("RIPEMD-160");
     EXPECT_TRUE(dialog->GetHashAlgorithm(algorithm));
     EXPECT_EQ(algorithm, Korvex::HashRipemd160);
-}
+    dialog->Destroy();
 
-TEST_F(TestDialogTest, IdentityLinkAreaIsNoKey) {
-    Open(kJohann, Korvex::APPL_IDENTITY_LINK);
-    EXPECT_EQ(Status(), Utf8("Ungültige Karte"));
+    // Without token information the key size is unknown: no hash is offered.
+    Sim::SetFault("C_GetTokenInfo", "*", CKR_DEVICE_ERROR, 1);
+    Open(kJohann, Korvex::APPL_SIGNATURE);
     EXPECT_TRUE(HashEntries().empty());
+    Sign();
+    EXPECT_EQ(Status(), Utf8("Ungültiger Hashwert ausgewählt"));
 }
 
 TEST_F(TestDialogTest, StatusLineFadesOutAndEmptyTextHidesIt) {
@@ -208,14 +176,6 @@ TEST_F(TestDialogTest, StatusLineFadesOutAndEmptyTextHidesIt) {
     ASSERT_TRUE(StatusShown());
     dialog->SetStatus(wxEmptyString, false);
     EXPECT_FALSE(StatusShown());
-}
-
-TEST_F(TestDialogTest, Screenshot) {
-    Open(kJohann, Korvex::APPL_SIGNATURE);
-    SetPinAnswers({"123456"});
-    Sign();
-    ASSERT_EQ(Status(), "Signatur erfolgreich!");
-    ExpectScreenshot(dialog, "test-dialog");
 }
 
 } // namespace
