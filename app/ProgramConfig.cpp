@@ -89,6 +89,8 @@ const ConfigRow kConfigRows[] = {
     {58, 1, kDriver, "MiniDriverVersion"},
     {59, 0, kDriver, "MiniDriverMinVersion"},
     {60, 1, kDriver, "MiniDriverMinVersion"},
+    {61, 0, nullptr, "AutoRefresh"},
+    {62, 1, nullptr, "AutoRefresh"},
 };
 
 } // namespace

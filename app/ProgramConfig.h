@@ -16,7 +16,8 @@ enum ConfigEntry : unsigned {
     CFG_LOG_LEVEL = 15,        // logging on when 1 or more
     CFG_LOG_FILENAME = 17,     // log directory or .log file; also path entry 0
     CFG_ORBELIA_INSTALLDIR = 26, // installation folder of the identity-link writer
-    CFG_LANGUAGE = 28          // user interface language (toolkit language number)
+    CFG_LANGUAGE = 28,         // user interface language (toolkit language number)
+    CFG_AUTO_REFRESH = 62      // 0: no automatic card-list refresh on insert and remove
 };
 
 // Path entry of the log file (relative to the user directory).

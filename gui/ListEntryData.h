@@ -2,10 +2,12 @@
 // thread and the window through shared pointers.
 #pragma once
 
+#include "token/CardPinStates.h"
 #include "token/acPKCS11Types.h"
 
 #include <wx/string.h>
 
+#include <ctime>
 #include <memory>
 #include <vector>
 
@@ -14,6 +16,12 @@ struct ListEntryData {
     wxString holder;   // common name of the signing certificate, or "unbekannt"
     wxString typeName; // display name of the card type, empty when unknown
     int type = Korvex::TOKEN_UNKNOWN; // TokenType, stored as the row's item data
+    unsigned long slotId = 0;          // the reader the card was read in
+    Korvex::CardPinStates pins;        // what the card told about its PINs
+    // Validity of the signature certificate (UTC seconds), 0 when unknown.
+    std::time_t validFrom = 0;
+    std::time_t validTo = 0;
+    wxString issuer;                   // common name of its issuer
 };
 
 typedef std::vector<std::shared_ptr<ListEntryData>> ListEntryVector;

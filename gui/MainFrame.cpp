@@ -6,14 +6,17 @@
 #include "app/ProgramConfig.h"
 #include "app/VessaCardsLogger.h"
 #include "base/Config.h"
+#include "gui/CardStatusText.h"
 #include "gui/Images.h"
 #include "gui/RefreshCardThread.h"
 #include "gui/StatusLine.h"
 #include "gui/Translate.h"
 #include "gui/XpmImage.h"
+#include "token/ReturnCodeNames.h"
 #include "token/acPKCS11.h"
 
 #include <wx/bmpbuttn.h>
+#include <wx/dcmemory.h>
 #include <wx/button.h>
 #include <wx/icon.h>
 #include <wx/imaglist.h>
@@ -26,6 +29,7 @@
 #include <wx/utils.h>
 
 #include <cstdlib>
+#include <iostream>
 
 const std::string EMPTY_CARD = "0000000000000000";
 
@@ -45,6 +49,7 @@ wxBEGIN_EVENT_TABLE(MainFrame, wxFrame)
     EVT_BUTTON(ID_RELOAD, MainFrame::evt_reload)
     EVT_TIMER(ID_START_TIMER, MainFrame::evt_OnTimer)
     EVT_TIMER(ID_FADE_TIMER, MainFrame::evt_OnFadeOut)
+    EVT_TIMER(ID_WATCH_TIMER, MainFrame::evt_OnWatchTimer)
     EVT_LIST_ITEM_SELECTED(ID_CARD_LIST, MainFrame::evt_ItemSelected)
     EVT_LIST_ITEM_RIGHT_CLICK(ID_CARD_LIST, MainFrame::evt_ItemRightClick)
     EVT_LIST_ITEM_ACTIVATED(ID_CARD_LIST, MainFrame::evt_ItemDoubleClick)
@@ -59,6 +64,25 @@ namespace {
 const int kStartDelayMs = 2;
 const int kNumberColumnWidth = 170;
 const int kChipWidth = 31;
+const int kValidUntilWidth = 170;
+// Often enough that a card shows within a second of its insertion, seldom
+// enough that the look costs nothing noticeable.
+const int kWatchIntervalMs = 200;
+
+// The chip with a red mark: a PIN of that card is locked or on its last try.
+wxBitmap WarningChip()
+{
+    wxBitmap bitmap(XpmToImage(chip_small_xpm));
+    wxMemoryDC dc(bitmap);
+    dc.SetPen(wxPen(wxColour(140, 0, 0)));
+    dc.SetBrush(wxBrush(wxColour(220, 30, 30)));
+    dc.DrawCircle(kChipWidth - 7, 15, 6);
+    dc.SetPen(wxPen(*wxWHITE, 2));
+    dc.DrawLine(kChipWidth - 7, 11, kChipWidth - 7, 16);
+    dc.DrawPoint(kChipWidth - 7, 18);
+    dc.SelectObject(wxNullBitmap);
+    return bitmap;
+}
 
 } // namespace
 
@@ -91,12 +115,15 @@ MainFrame::MainFrame(wxWindow* parent)
     bitmap_status = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(XpmToImage(ButtonOk)));
     label_status = new wxStaticText(panel_main, wxID_ANY, wxEmptyString, wxDefaultPosition,
                                     wxDefaultSize, wxALIGN_CENTRE_HORIZONTAL);
+    for (wxStaticText*& label : label_pin_state)
+        label = new wxStaticText(panel_main, wxID_ANY, wxEmptyString);
 
     set_properties();
     do_layout();
 
     m_ImageList = new wxImageList(kChipWidth, 22);
     m_ChipImageIndex = m_ImageList->Add(wxBitmap(XpmToImage(chip_small_xpm)));
+    m_WarningImageIndex = m_ImageList->Add(WarningChip());
     // The small list owns the image list; the normal one only borrows it.
     list_ctrl_cards->SetImageList(m_ImageList, wxIMAGE_LIST_NORMAL);
     list_ctrl_cards->AssignImageList(m_ImageList, wxIMAGE_LIST_SMALL);
@@ -114,10 +141,14 @@ MainFrame::MainFrame(wxWindow* parent)
     list_ctrl_cards->InsertColumn(0, Tr("Kartennummer"), wxLIST_FORMAT_LEFT, kNumberColumnWidth);
     list_ctrl_cards->InsertColumn(1, Tr("Ausgestellt für"), wxLIST_FORMAT_LEFT, 350);
     list_ctrl_cards->InsertColumn(2, Tr("Kartentyp"), wxLIST_FORMAT_LEFT, 190);
+    list_ctrl_cards->InsertColumn(3, Tr("Gültig bis"), wxLIST_FORMAT_LEFT, kValidUntilWidth);
 
     m_P11 = new Korvex::acPKCS11();
     if (!m_P11->init()) {
-        wxMessageDialog box(nullptr, "Error loading PKCS#11 library", "Error", wxOK);
+        const wxString message =
+            "Error loading PKCS#11 library\n" + ModuleFailureText(Korvex::acPKCS11::GetLoadReport());
+        std::cerr << message.utf8_str() << std::endl;
+        wxMessageDialog box(nullptr, message, "Error", wxOK);
         box.ShowModal();
         // Nothing can be done without the module; the status says the user
         // was told, not that the program failed.
@@ -125,6 +156,12 @@ MainFrame::MainFrame(wxWindow* parent)
     }
     m_FadeTimer.SetOwner(this, ID_FADE_TIMER);
     m_StartTimer.SetOwner(this, ID_START_TIMER);
+    m_WatchTimer.SetOwner(this, ID_WATCH_TIMER);
+    long autoRefresh = 1;
+    if (Korvex::Config::GetHandle(0)->GetInteger(VessaCards::CFG_AUTO_REFRESH, autoRefresh))
+        m_AutoRefresh = autoRefresh != 0;
+    if (m_AutoRefresh)
+        m_WatchTimer.Start(kWatchIntervalMs);
     // The first card-list load starts as soon as the event loop runs.
     m_StartTimer.Start(kStartDelayMs, wxTIMER_ONE_SHOT);
 }
@@ -133,6 +170,7 @@ MainFrame::~MainFrame()
 {
     m_StartTimer.Stop();
     m_FadeTimer.Stop();
+    m_WatchTimer.Stop();
     if (m_Thread != nullptr) {
         // The thread still works with the token object; let it finish first.
         m_Thread->Wait();
@@ -151,7 +189,7 @@ void MainFrame::set_properties()
     button_reload->SetToolTip(Tr("Kartenliste neu laden"));
     label_status->SetFont(wxFont(11, wxFONTFAMILY_DEFAULT, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_BOLD));
     // Room for six rows.
-    list_ctrl_cards->SetMinSize(wxSize(714, 200));
+    list_ctrl_cards->SetMinSize(wxSize(714 + kValidUntilWidth, 200));
     // A sixteen-digit card number must fit its column next to the chip
     // image; shrink the list's font until it does.
     const int numberSpace = kNumberColumnWidth - kChipWidth - 20;
@@ -188,6 +226,9 @@ void MainFrame::do_layout()
         sizer_enc->Add(button, 0, wxEXPAND | wxALL, 3);
     for (wxButton* button : persButtons)
         sizer_pers->Add(button, 0, wxEXPAND | wxALL, 3);
+    sizer_sig->Add(label_pin_state[Korvex::APPL_SIGNATURE], 0, wxEXPAND | wxALL, 3);
+    sizer_enc->Add(label_pin_state[Korvex::APPL_ENCRYPTION], 0, wxEXPAND | wxALL, 3);
+    sizer_pers->Add(label_pin_state[Korvex::APPL_IDENTITY_LINK], 0, wxEXPAND | wxALL, 3);
 
     wxBoxSizer* sizer_groups = new wxBoxSizer(wxHORIZONTAL);
     sizer_groups->Add(sizer_sig, 1, wxEXPAND | wxRIGHT, 6);
@@ -222,11 +263,36 @@ void MainFrame::MyEnable(bool enable)
     };
     for (wxWindow* control : controls)
         control->Enable(enable);
-    if (enable) {
-        // Unlocking re-enables everything; the card-type rules take back
-        // what the selected card does not allow.
-        wxListEvent none;
-        evt_ItemSelected(none);
+    if (enable)
+        ApplySelectionRules();
+}
+
+wxStaticText* MainFrame::GetPinStateText(Korvex::ApplType appl) const
+{
+    return appl >= Korvex::APPL_SIGNATURE && appl <= Korvex::APPL_IDENTITY_LINK ? label_pin_state[appl] : nullptr;
+}
+
+wxString MainFrame::ModuleFailureText(const Korvex::ModuleLoadReport& report)
+{
+    const wxString library = wxString::FromUTF8(report.library.c_str());
+    const wxString path = wxString::FromUTF8(report.path.c_str());
+    switch (report.failure) {
+    case Korvex::MODULE_NOT_FOUND:
+        return wxString::Format(Tr("Die Moduldatei %s wurde im Bibliothekspfad nicht gefunden (LD_LIBRARY_PATH: %s)."),
+                                library,
+                                report.searchPath.empty() ? Tr("nicht gesetzt")
+                                                          : wxString::FromUTF8(report.searchPath.c_str()));
+    case Korvex::MODULE_NOT_LOADABLE:
+        return wxString::Format(Tr("Die Moduldatei %s lässt sich nicht laden: %s"), library,
+                                wxString::FromUTF8(report.loaderText.c_str()));
+    case Korvex::MODULE_ENTRY_MISSING:
+        return wxString::Format(Tr("Dem Modul %s fehlt der Einsprungpunkt %s."), path,
+                                wxString::FromUTF8(report.entryPoint.c_str()));
+    case Korvex::MODULE_INIT_FAILED:
+        return wxString::Format(Tr("C_Initialize des Moduls %s ist fehlgeschlagen: %s"), path,
+                                wxString::FromUTF8(Korvex::ReturnCodeName(report.rv).c_str()));
+    default:
+        return wxString::Format(Tr("Das Modul %s antwortet nicht wie erwartet."), path);
     }
 }
 

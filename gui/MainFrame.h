@@ -4,6 +4,7 @@
 // whole run and dispatches every card command on the GUI thread.
 #pragma once
 
+#include "gui/CardWatch.h"
 #include "gui/FadeOut.h"
 #include "gui/ListEntryData.h"
 #include "gui/PleaseWait.h"
@@ -61,7 +62,8 @@ public:
         ID_POPUP_SIG_SHOW = 5461,
         ID_POPUP_PERS_SHOW = 5462,
         ID_POPUP_ENC_TEST = 5463,
-        ID_POPUP_SIG_TEST = 5464
+        ID_POPUP_SIG_TEST = 5464,
+        ID_WATCH_TIMER = 5470
     };
 
     // Loads the token module; when that fails it tells the user and ends the
@@ -89,11 +91,29 @@ public:
     virtual void evt_ListKeyDown(wxListEvent& event);
     virtual void evt_ThreadFinished(wxCommandEvent& event);
     virtual void evt_OnPopupClick(wxCommandEvent& event);
+    // Looks for cards that came or went and refreshes the list when one did.
+    virtual void evt_OnWatchTimer(wxTimerEvent& event);
+
+    // While one exists, a command uses the module on the GUI thread: the
+    // watch keeps away and a refresh it wants waits for the command's end.
+    class CommandScope {
+    public:
+        explicit CommandScope(MainFrame* frame);
+        ~CommandScope();
+        CommandScope(const CommandScope&) = delete;
+        CommandScope& operator=(const CommandScope&) = delete;
+
+    private:
+        MainFrame* m_Frame;
+        bool m_Outer;
+    };
 
     // Card number and type of the selected row; with no selection the first
     // row is selected and used; an empty list gives an empty number.
     void GetSelectedItem(std::string& number, Korvex::TokenType& type);
-    // Slot position of the selected card among the slots with a token.
+    // Slot position of the selected card among the slots with a token. A
+    // card that is no longer there is said in the status line and the list
+    // is read again.
     bool GetSlotIdxForSelectedCard(int& slotIdx, Korvex::TokenType& type);
     bool OpenSessionForSelectedCard();
     // Locks or unlocks every command; unlocking re-applies the card-type rules.
@@ -119,6 +139,14 @@ public:
     FadeOut& GetFade() { return m_Fade; }
     Korvex::acPKCS11* GetP11() const { return m_P11; }
     bool IsRefreshRunning() const { return m_Thread != nullptr; }
+    bool IsCommandRunning() const { return m_CommandDepth > 0; }
+    wxTimer& GetWatchTimer() { return m_WatchTimer; }
+    // The PIN state line of an application's box.
+    wxStaticText* GetPinStateText(Korvex::ApplType appl) const;
+    // The row of the selected card as the last refresh read it; null when none.
+    const ListEntryData* SelectedCardData() const;
+    // The module's failure as the start-up message shows it (second line).
+    static wxString ModuleFailureText(const Korvex::ModuleLoadReport& report);
 
 private:
     void set_properties();
@@ -131,6 +159,15 @@ private:
     bool IsClosing() const;
     // Creates and starts the refresh thread; false when it could not start.
     bool StartRefreshThread();
+    // Enables what the selected card allows and disables the rest.
+    void ApplySelectionRules();
+    // Shows the selected card's PIN states and certificate details.
+    void ShowSelectedCardState();
+    // A refresh once no command or refresh runs any more.
+    void RefreshWhenIdle() { m_RefreshWanted = true; }
+    // Reads the PIN states of the card of the open session into its row.
+    void RereadPinStates();
+    void ShowRows(const ListEntryVector& rows, const std::string& keepSelected);
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;
@@ -152,9 +189,11 @@ private:
     wxButton* button_pers_show = nullptr;
     wxStaticBitmap* bitmap_status = nullptr;
     wxStaticText* label_status = nullptr;
+    wxStaticText* label_pin_state[3] = {nullptr, nullptr, nullptr};
 
     wxImageList* m_ImageList = nullptr;
     int m_ChipImageIndex = -1;
+    int m_WarningImageIndex = -1;
 
     wxTimer m_StartTimer;
     wxTimer m_FadeTimer;
@@ -171,6 +210,18 @@ private:
     wxString m_Version;
     Korvex::acPKCS11* m_P11 = nullptr;
     RefreshCardThread* m_Thread = nullptr;
+    // Rows of the last refresh, by card number (the list keeps only texts).
+    ListEntryVector m_Rows;
+    std::string m_SelectedBeforeRefresh;
+
+    wxTimer m_WatchTimer;
+    CardWatch m_Watch;
+    bool m_AutoRefresh = true;
+    int m_CommandDepth = 0;
+    bool m_RefreshWanted = false;
+    // After a failed refresh, the next try; each failure waits longer.
+    long long m_RetryAtMs = 0;
+    int m_RetryDelayMs = 0;
 
     wxDECLARE_EVENT_TABLE();
 };

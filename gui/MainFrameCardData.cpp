@@ -6,6 +6,7 @@
 #include "base/FileAndDirectory.h"
 #include "base/ShowCertificate.h"
 #include "gui/InfoboxBereich.h"
+#include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
 #include <wx/utils.h>
@@ -22,6 +23,7 @@ const char kCertificateFileName[] = "vessacards_cert.cer";
 
 bool MainFrame::ShowCert(bool signature) {
     const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
+    CommandScope command(this);
     wxBusyCursor busy;
     Korvex::RemoveFile(path);
 
@@ -39,6 +41,7 @@ bool MainFrame::ShowCert(bool signature) {
         shown = true;
     } else {
         AppLog()->LogError("error writing cert to file");
+        SetStatus(Tr("Das Zertifikat konnte nicht gelesen werden."), true);
     }
     m_P11->CloseSession();
     return shown;
@@ -49,6 +52,7 @@ void MainFrame::evt_sig_show_cert(wxCommandEvent&) { ShowCert(true); }
 void MainFrame::evt_enc_show(wxCommandEvent&) { ShowCert(false); }
 
 void MainFrame::evt_pers_show(wxCommandEvent&) {
+    CommandScope command(this);
     int slot = -1;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
     if (!GetSlotIdxForSelectedCard(slot, type)) return;

@@ -8,10 +8,13 @@
 
 void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
 {
+    CommandScope command(this);
     if (!OpenSessionForSelectedCard())
         return;
     // The module runs its own PIN dialogue inside these calls.
     const Korvex::PKCS11Return result = unblock ? m_P11->UnblockPIN(appl) : m_P11->ChangePIN(appl);
+    // The user sees at once what the attempt cost.
+    RereadPinStates();
     m_P11->CloseSession();
     if (unblock)
         SetStatusPinUnblock(result);
@@ -81,6 +84,7 @@ namespace {
 void RunSignatureTest(MainFrame* frame, Korvex::acPKCS11* p11, const char* title,
                       Korvex::ApplType appl)
 {
+    MainFrame::CommandScope command(frame);
     int slot = -1;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
     if (!frame->GetSlotIdxForSelectedCard(slot, type))

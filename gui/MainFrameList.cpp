@@ -4,6 +4,7 @@
 
 #include "app/VessaCardsLogger.h"
 #include "base/wxHelper.h"
+#include "gui/CardStatusText.h"
 #include "gui/RefreshCardThread.h"
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
@@ -16,7 +17,21 @@
 #include <wx/menu.h>
 #include <wx/utils.h>
 
+#include <algorithm>
+#include <memory>
+
+#include <ctime>
 #include <vector>
+
+namespace {
+
+const wxColour kNotValidBackground(255, 205, 205);
+const wxColour kExpiresSoonBackground(255, 228, 170);
+// Waits before a failed refresh is tried again: doubled on each failure.
+const int kFirstRetryMs = 2000;
+const int kLongestRetryMs = 60000;
+
+} // namespace
 
 void MainFrame::GetSelectedItem(std::string& number, Korvex::TokenType& type)
 {
@@ -46,7 +61,8 @@ bool MainFrame::GetSlotIdxForSelectedCard(int& slotIdx, Korvex::TokenType& type)
     }
 
     std::vector<Korvex::SlotStruct*> slots;
-    if (m_P11->GetSlots(slots, true)) {
+    const bool listed = m_P11->GetSlots(slots, true);
+    if (listed) {
         for (size_t i = 0; i < slots.size(); ++i) {
             if (slots[i]->serial == number) {
                 slotIdx = static_cast<int>(i);
@@ -55,6 +71,11 @@ bool MainFrame::GetSlotIdxForSelectedCard(int& slotIdx, Korvex::TokenType& type)
         }
     }
     AppLog()->LogError("cannot load card list");
+    if (!number.empty()) {
+        SetStatus(listed ? Tr("Die Karte steckt nicht mehr im Leser.") : Tr("Die Kartenliste konnte nicht gelesen werden."),
+                  true);
+        RefreshWhenIdle();
+    }
     return false;
 }
 
@@ -66,6 +87,8 @@ bool MainFrame::OpenSessionForSelectedCard()
         return false;
     if (!m_P11->OpenSession(slotIdx, false)) {
         AppLog()->LogError("Error open pkcs#11 session");
+        SetStatus(Tr("Die Karte konnte nicht gelesen werden."), true);
+        RefreshWhenIdle();
         return false;
     }
     return true;
@@ -73,14 +96,28 @@ bool MainFrame::OpenSessionForSelectedCard()
 
 void MainFrame::evt_ItemSelected(wxListEvent& /*event*/)
 {
+    ApplySelectionRules();
+    ShowSelectedCardState();
+    wxYieldIfNeeded();
+}
+
+void MainFrame::ApplySelectionRules()
+{
+    // A locked window stays locked; unlocking applies the rules again.
+    if (!list_ctrl_cards->IsEnabled())
+        return;
+    wxButton* commands[] = {button_sig_change_pin, button_sig_puk,  button_sig_show_cert, button_sig_test,
+                            button_enc_change_pin, button_enc_puk,  button_enc_show,      button_enc_test,
+                            button_pers_change,    button_pers_puk, button_pers_show};
+    for (wxButton* button : commands)
+        button->Enable(true);
+
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
     GetSelectedItem(number, type);
     if (!number.empty() && type >= Korvex::TOKEN_ACOS_A03 && type <= Korvex::TOKEN_ECARD_G4) {
         switch (type) {
         case Korvex::TOKEN_ACOS_A03:
-            button_pers_change->Enable(true);
-            button_pers_puk->Enable(true);
             break;
         case Korvex::TOKEN_ACOS_A04:
         case Korvex::TOKEN_ACOS_A05:
@@ -96,7 +133,13 @@ void MainFrame::evt_ItemSelected(wxListEvent& /*event*/)
             break;
         }
     }
-    wxYieldIfNeeded();
+    // A locked PIN can only be unblocked, not changed.
+    if (const ListEntryData* row = SelectedCardData()) {
+        wxButton* change[] = {button_sig_change_pin, button_enc_change_pin, button_pers_change};
+        for (int appl = Korvex::APPL_SIGNATURE; appl <= Korvex::APPL_IDENTITY_LINK; ++appl)
+            if (row->pins.pins[appl].known && row->pins.pins[appl].locked)
+                change[appl]->Enable(false);
+    }
 }
 
 wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
@@ -214,10 +257,16 @@ bool MainFrame::StartRefreshThread()
 
 void MainFrame::evt_reload(wxCommandEvent& /*event*/)
 {
-    // The start timer may still fire for a window that is being closed.
-    if (IsClosing())
+    // The start timer may still fire for a window that is being closed, and
+    // the watch may want a refresh while one runs.
+    if (IsClosing() || IsRefreshRunning())
         return;
     AppLog()->LogMessage("evt_reload");
+    Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
+    const long selected = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
+    m_SelectedBeforeRefresh.clear();
+    if (selected != -1)
+        GetSelectedItem(m_SelectedBeforeRefresh, type);
     MyEnable(false);
     m_Wait.Centre(wxBOTH);
     m_Wait.Show();
@@ -237,25 +286,59 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
     if (m_Thread == nullptr)
         return;
     m_Thread->Wait();
-    const ListEntryVector rows = m_Thread->GetList();
-    delete m_Thread;
+    std::unique_ptr<RefreshCardThread> thread(m_Thread);
     m_Thread = nullptr;
+    const ListEntryVector rows = thread->GetList();
     // A window closed during the refresh has already given up its controls.
     if (IsClosing())
         return;
 
+    ShowRows(rows, m_SelectedBeforeRefresh);
+    if (thread->SlotListFailed() || thread->UnreadableCards() > 0) {
+        SetStatus(thread->SlotListFailed() ? Tr("Die Kartenliste konnte nicht gelesen werden.")
+                                           : Tr("Eine Karte konnte nicht gelesen werden."),
+                  true);
+        // A one-off failure goes away with the next try.
+        m_RetryDelayMs = m_RetryDelayMs == 0 ? kFirstRetryMs : std::min(2 * m_RetryDelayMs, kLongestRetryMs);
+        m_RetryAtMs = wxGetLocalTimeMillis().GetValue() + m_RetryDelayMs;
+    } else {
+        m_RetryDelayMs = 0;
+        m_RetryAtMs = 0;
+    }
+    thread.reset();
+
+    MyEnable(true);
+    m_Wait.Hide();
+}
+
+void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSelected)
+{
+    m_Rows = rows;
+    const std::time_t now = std::time(nullptr);
     // Every row goes in at the position of the one before, so the last card
     // read ends up on top.
     long index = 0;
     for (const std::shared_ptr<ListEntryData>& row : rows) {
-        index = list_ctrl_cards->InsertItem(index, row->number, m_ChipImageIndex);
+        const int image = row->pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex;
+        index = list_ctrl_cards->InsertItem(index, row->number, image);
         list_ctrl_cards->SetItem(index, 1, row->holder);
         list_ctrl_cards->SetItem(index, 2, row->typeName);
+        list_ctrl_cards->SetItem(index, 3, ValidUntilText(*row, now));
         list_ctrl_cards->SetItemData(index, row->type);
+        const ValidityMark mark = CertificateValidity(*row, now);
+        if (mark == VALIDITY_NOT_VALID)
+            list_ctrl_cards->SetItemBackgroundColour(index, kNotValidBackground);
+        else if (mark == VALIDITY_EXPIRES_SOON)
+            list_ctrl_cards->SetItemBackgroundColour(index, kExpiresSoonBackground);
     }
+    // The card selected before stays selected while it is there.
+    long selected = 0;
+    for (long row = 0; row < list_ctrl_cards->GetItemCount(); ++row)
+        if (!keepSelected.empty() && Korvex::WxStr2MB(list_ctrl_cards->GetItemText(row, 0)) == keepSelected)
+            selected = row;
     if (list_ctrl_cards->GetItemCount() > 0)
-        list_ctrl_cards->SetItemState(0, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
-
-    MyEnable(true);
-    m_Wait.Hide();
+        list_ctrl_cards->SetItemState(selected, wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED,
+                                      wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED);
+    else
+        ShowSelectedCardState();
 }

@@ -8,7 +8,28 @@
 #include <wx/event.h>
 #include <wx/window.h>
 
+#include <ctime>
 #include <vector>
+
+namespace {
+
+// UTC seconds of a certificate time given in its parts.
+std::time_t UtcSeconds(unsigned short year, unsigned short month, unsigned short day, unsigned short hour,
+                       unsigned short minute, unsigned short second)
+{
+    if (year < 1970 || month < 1 || month > 12 || day < 1 || day > 31)
+        return 0;
+    std::tm parts{};
+    parts.tm_year = year - 1900;
+    parts.tm_mon = month - 1;
+    parts.tm_mday = day;
+    parts.tm_hour = hour;
+    parts.tm_min = minute;
+    parts.tm_sec = second;
+    return timegm(&parts);
+}
+
+} // namespace
 
 wxString TokenTypeDisplayName(int type)
 {
@@ -30,10 +51,12 @@ RefreshCardThread::RefreshCardThread(wxWindow* notify, Korvex::acPKCS11* p11)
 void* RefreshCardThread::Entry()
 {
     std::vector<Korvex::SlotStruct*> slots;
-    if (m_P11 != nullptr && m_P11->GetSlots(slots, true))
+    if (m_P11 != nullptr && m_P11->GetSlots(slots, true)) {
         DoWork(slots);
-    else
+    } else {
         AppLog()->LogError("Error pkcs#11 GetSlots");
+        m_SlotListFailed = true;
+    }
 
     if (m_Notify != nullptr) {
         wxCommandEvent finished(wxEVT_COMMAND_MENU_SELECTED, ID_THREAD_FINISHED);
@@ -47,6 +70,7 @@ void RefreshCardThread::DoWork(std::vector<Korvex::SlotStruct*> slots)
     for (size_t i = 0; i < slots.size(); ++i) {
         if (!m_P11->OpenSession(static_cast<int32_t>(i), false)) {
             AppLog()->LogError("Error open pkcs#11 session");
+            ++m_UnreadableCards;
             continue;
         }
 
@@ -62,13 +86,24 @@ void RefreshCardThread::DoWork(std::vector<Korvex::SlotStruct*> slots)
                 certificateLoaded = certificate.LoadFromBuffer(buffer, length);
         }
 
+        // By the slot, not by the position in this list: positions count
+        // every slot with a token, built-in ones included.
         Korvex::TokenInfoStruct2 info;
         wxString typeName;
-        const bool infoRead = m_P11->GetTokenInfo(static_cast<unsigned long>(i), info);
-        if (infoRead)
+        if (m_P11->GetTokenInfoForSlot(slots[i]->slotID, info))
             typeName = TokenTypeDisplayName(info.tokenType);
 
         std::shared_ptr<ListEntryData> entry = std::make_shared<ListEntryData>();
+        entry->slotId = slots[i]->slotID;
+        entry->pins = Korvex::ReadCardPinStates(*m_P11, info);
+        if (certificateLoaded) {
+            unsigned short y, mo, d, h, mi, s;
+            certificate.ValidFrom(y, mo, d, h, mi, s);
+            entry->validFrom = UtcSeconds(y, mo, d, h, mi, s);
+            certificate.ValidTo(y, mo, d, h, mi, s);
+            entry->validTo = UtcSeconds(y, mo, d, h, mi, s);
+            entry->issuer = wxString::FromUTF8(certificate.GetIssuerCN().c_str());
+        }
         entry->number = wxString::FromUTF8(slots[i]->serial.c_str());
         entry->holder = certificateLoaded ? wxString::FromUTF8(certificate.GetSubjectCN().c_str())
                                           : wxString::FromUTF8("unbekannt");

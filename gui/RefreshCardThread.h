@@ -26,9 +26,14 @@ public:
     void DoWork(std::vector<Korvex::SlotStruct*> slots);
     // The rows read; only valid after the thread has been joined.
     ListEntryVector GetList() const { return m_List; }
+    // What could not be read; only valid after the thread has been joined.
+    bool SlotListFailed() const { return m_SlotListFailed; }
+    int UnreadableCards() const { return m_UnreadableCards; }
 
 private:
     wxWindow* m_Notify;
     Korvex::acPKCS11* m_P11;
     ListEntryVector m_List;
+    bool m_SlotListFailed = false;
+    int m_UnreadableCards = 0;
 };

@@ -43,6 +43,7 @@ void Card::factoryPins() {
         pin.puk = m_spec.puks[i];
         pin.pukTries = pin.maxPukTries = m_spec.pukTries;
     }
+    if (m_spec.signatureTriesLeft > 0) m_pins[PinSignature].tries = m_spec.signatureTriesLeft;
 }
 
 void Card::loadState() {

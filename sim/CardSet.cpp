@@ -64,6 +64,8 @@ bool readCard(const pt::ptree& node, CardSpec& card, std::string& error) {
     }
     card.pinTries = attrs.get<int>("pin-tries", card.pinTries);
     card.pukTries = attrs.get<int>("puk-tries", card.pukTries);
+    card.signatureTriesLeft = attrs.get<int>("sig-tries-left", 0);
+    card.signatureValidDays = attrs.get<long>("sig-valid-days", card.signatureValidDays);
     return validateCard(card, error);
 }
 
@@ -80,6 +82,9 @@ void writeCard(pt::ptree& parent, const CardSpec& card) {
         node.put("<xmlattr>.personalised", "false");
     }
     if (!card.identityLink) node.put("<xmlattr>.identitylink", "false");
+    if (card.signatureTriesLeft != 0) node.put("<xmlattr>.sig-tries-left", card.signatureTriesLeft);
+    if (card.signatureValidDays != CardSpec().signatureValidDays)
+        node.put("<xmlattr>.sig-valid-days", card.signatureValidDays);
 }
 
 CardSpec makeCard(const char* id, Generation generation, const char* serial, const char* given,
@@ -126,6 +131,11 @@ bool validateCard(const CardSpec& card, std::string& error) {
             error = std::string(kPinNames[i]) + "-puk of card " + card.serial + " must be 8 digits";
             return false;
         }
+    }
+    if (card.signatureTriesLeft < 0 || card.signatureTriesLeft > card.pinTries ||
+        card.signatureValidDays < -36500 || card.signatureValidDays > 36500) {
+        error = "signature PIN tries or certificate validity of card " + card.serial + " out of range";
+        return false;
     }
     if (card.pinTries < 1 || card.pinTries > 15 || card.pukTries < 1 || card.pukTries > 15) {
         error = "tries of card " + card.serial + " must be 1 to 15";
@@ -222,10 +232,14 @@ CardSetSpec demoCardSet() {
     CardSetSpec set;
     const CardSpec maria = makeCard("maria", Generation::AcosA04, "1204000000004711", "Maria",
                                     "Musterfrau", "1975-04-12");
-    const CardSpec max = makeCard("max", Generation::ECardG4, "3014000000000815", "Max",
-                                  "Mustermann", "1968-11-03");
-    const CardSpec erika = makeCard("erika", Generation::ECardG2, "3002000000004242", "Erika",
-                                    "Beispiel", "1982-07-21");
+    // Max's signature PIN is on its last try, Erika's signature certificate
+    // has expired and Franz's expires soon: the list shows each of them.
+    CardSpec max = makeCard("max", Generation::ECardG4, "3014000000000815", "Max", "Mustermann",
+                            "1968-11-03");
+    max.signatureTriesLeft = 1;
+    CardSpec erika = makeCard("erika", Generation::ECardG2, "3002000000004242", "Erika",
+                              "Beispiel", "1982-07-21");
+    erika.signatureValidDays = -30;
     const CardSpec johann = makeCard("johann", Generation::AcosA03, "1203000000001111", "Johann",
                                      "\xC3\x96sterreicher", "1959-01-30");
     CardSpec blank = makeCard("blank", Generation::AcosA05, "0000000000000000", "", "", "");
@@ -238,6 +252,7 @@ CardSetSpec demoCardSet() {
     CardSpec franz = makeCard("franz", Generation::AcosA03, "1203000000007777", "Franz", "Neubauer",
                               "1993-05-17");
     franz.identityLink = false;
+    franz.signatureValidDays = 45;
 
     set.readers.push_back(makeReader("Vessa Reader 0", &maria));
     set.readers.push_back(makeReader("Vessa Reader 1", &max));

@@ -28,6 +28,11 @@ struct CardSpec {
     std::string puks[PinCount] = {"12345678", "87654321", "11223344"};
     int pinTries = 3;
     int pukTries = 10;
+    // Tries left of the signature PIN on a fresh card (0: all of them).
+    int signatureTriesLeft = 0;
+    // End of the signature certificate's validity, in days from its issue
+    // (negative: already expired when issued).
+    long signatureValidDays = 1825;
 
     const GenerationProfile& profile() const { return profileOf(generation); }
     std::string holderName() const { return givenName + " " + familyName; }

@@ -81,7 +81,7 @@ struct CertificateRequest {
     X509* issuer;  // null: self-signed
     bool ca;
     const char* keyUsage;
-    long validDays;
+    long validDays;  // from now; negative: expired already
 };
 
 X509Ptr issueCertificate(const CertificateRequest& request) {
@@ -92,7 +92,9 @@ X509Ptr issueCertificate(const CertificateRequest& request) {
         !BN_to_ASN1_INTEGER(serial.get(), X509_get_serialNumber(certificate.get()))) {
         return nullptr;
     }
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -24L * 3600);
+    // An expired certificate was issued long enough ago to have been valid.
+    const long issuedDaysAgo = request.validDays > 0 ? 1 : 1095;
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -issuedDaysAgo * 24L * 3600);
     X509_gmtime_adj(X509_getm_notAfter(certificate.get()), request.validDays * 24L * 3600);
     X509_set_subject_name(certificate.get(), request.subject);
     X509_set_issuer_name(certificate.get(),
@@ -157,6 +159,16 @@ bool loadOrCreateCa(CertificateAuthority& ca, std::string& error) {
     return true;
 }
 
+// Expired, expiring within 90 days, or good for longer: a kept certificate
+// of another class than the card set asks for is issued again.
+int validityClass(long daysLeft) { return daysLeft <= 0 ? 0 : daysLeft <= 90 ? 1 : 2; }
+
+bool sameValidityClass(X509* certificate, long validDays) {
+    int days = 0, seconds = 0;
+    if (ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notAfter(certificate)) != 1) return false;
+    return validityClass(days) == validityClass(validDays);
+}
+
 bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const KeySpec& keySpec,
                          const CertificateAuthority& ca, KeyMaterial& out, std::string& error) {
     const std::string directory = cardKeyDirectory(card.serial);
@@ -171,8 +183,10 @@ bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const Ke
         }
     }
     X509Ptr certificate = loadCertificate(certificatePath);
+    const long validDays = role == "sig" ? card.signatureValidDays : 1825;
     bool fits = certificate && X509_check_private_key(certificate.get(), key.get()) == 1 &&
                 commonNameIs(certificate.get(), card.holderName()) &&
+                sameValidityClass(certificate.get(), validDays) &&
                 X509_check_issued(ca.certificate.get(), certificate.get()) == X509_V_OK;
     if (!fits) {
         X509NamePtr name(X509_NAME_new());
@@ -187,7 +201,7 @@ bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const Ke
                                 : "critical,digitalSignature,keyAgreement";
         if (named) {
             certificate = issueCertificate(
-                {key.get(), name.get(), ca.key.get(), ca.certificate.get(), false, usage, 1825});
+                {key.get(), name.get(), ca.key.get(), ca.certificate.get(), false, usage, validDays});
         }
         if (!named || !certificate || !writeFileAtomically(certificatePath, derOf(certificate.get()))) {
             error = "cannot issue the " + role + " certificate of card " + card.serial;

@@ -2,6 +2,8 @@
 // faults and the control file.
 #include "sim/Module.h"
 
+#include <algorithm>
+
 #include "sim/CardStateFile.h"
 #include "sim/SimPaths.h"
 
@@ -167,7 +169,10 @@ size_t Module::sessionCount(CK_SLOT_ID slotId, bool readWriteOnly) const {
 }
 
 void Module::raiseEvent(CK_SLOT_ID slotId) {
-    pendingEvents.push_back(slotId);
+    // A slot whose change has not been collected yet is reported once, as a
+    // reader's slot reports "something happened here", not each step.
+    if (std::find(pendingEvents.begin(), pendingEvents.end(), slotId) == pendingEvents.end())
+        pendingEvents.push_back(slotId);
     slotEvent.notify_all();
 }
 

@@ -123,6 +123,12 @@ CK_RV getTokenInfo(CK_SLOT_ID slotId, CK_TOKEN_INFO_PTR info) {
     if (pin.tries < pin.maxTries) flags |= CKF_USER_PIN_COUNT_LOW;
     if (pin.tries == 1) flags |= CKF_USER_PIN_FINAL_TRY;
     if (pin.locked()) flags |= CKF_USER_PIN_LOCKED;
+    // The PUK that unblocks it stands in for the security officer's PIN.
+    if (pin.hasPuk) {
+        if (pin.pukTries < pin.maxPukTries) flags |= CKF_SO_PIN_COUNT_LOW;
+        if (pin.pukTries == 1) flags |= CKF_SO_PIN_FINAL_TRY;
+        if (pin.pukLocked()) flags |= CKF_SO_PIN_LOCKED;
+    }
     info->flags = flags;
     info->ulMaxSessionCount = CK_EFFECTIVELY_INFINITE;
     info->ulSessionCount = call.module.sessionCount(slotId, false);

@@ -2,6 +2,7 @@
 #include "token/LoadFreeLib.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 namespace Korvex {
 
@@ -23,6 +24,15 @@ const char* ac_dlerror()
 {
     const char* text = dlerror();
     return text != nullptr ? text : "";
+}
+
+std::string ac_dlpath(void* handle)
+{
+    struct link_map* map = nullptr;
+    if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr ||
+        map->l_name == nullptr)
+        return std::string();
+    return map->l_name;
 }
 
 void ac_dlclose(void* handle)

@@ -2,6 +2,8 @@
 // resolved in one place and by one configurable file name.
 #pragma once
 
+#include <string>
+
 namespace Korvex {
 
 // File name of the vendor module, opened by bare name so that the loader's
@@ -12,5 +14,7 @@ void* ac_dlopen();
 void* ac_dlsym(void* handle, const char* symbol);
 const char* ac_dlerror();
 void ac_dlclose(void* handle);
+// The file the loader actually opened for this handle; empty when unknown.
+std::string ac_dlpath(void* handle);
 
 } // namespace Korvex

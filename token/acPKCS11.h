@@ -64,6 +64,14 @@ public:
     // position: index into the list of slots with a token present
     bool GetTokenInfo(unsigned long position, TokenInfoStruct& info);
     bool GetTokenInfo(unsigned long position, TokenInfoStruct2& info);
+    // The same for the slot with this identifier, without listing the slots.
+    bool GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info);
+    // One non-blocking C_WaitForSlotEvent; `slot` names the slot of an event.
+    SlotEventPoll PollSlotEvent(CK_SLOT_ID& slot);
+    // Identifiers of the slots with a token, for modules without slot events.
+    bool GetPresentSlotIds(std::vector<CK_SLOT_ID>& ids);
+    // Why the last init() failed, or where the module was loaded from.
+    static const ModuleLoadReport& GetLoadReport() { return m_LoadReport; }
     std::string ReadATR(bool force);
     void SetAtr(const unsigned char* atr, unsigned long length);
     std::string Reset();
@@ -181,6 +189,7 @@ private:
 
     // ---- class-wide state: one module per process ----
     static bool m_bInitialized;
+    static ModuleLoadReport m_LoadReport;
 
     static CK_C_Initialize Proc_C_Initialize;
     static CK_C_GetSlotList Proc_C_GetSlotList;

@@ -7,9 +7,11 @@
 #include "formats/PublicKey.h"
 #include "token/ClientVersion.h"
 #include "token/LoadFreeLib.h"
+#include "token/ReturnCodeNames.h"
 #include "token/acPKCS11Internal.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
@@ -18,6 +20,7 @@ namespace Korvex {
 using tokenimpl::callModule;
 
 bool acPKCS11::m_bInitialized = false;
+ModuleLoadReport acPKCS11::m_LoadReport;
 
 CK_C_Initialize acPKCS11::Proc_C_Initialize = nullptr;
 CK_C_GetSlotList acPKCS11::Proc_C_GetSlotList = nullptr;
@@ -190,18 +193,36 @@ bool acPKCS11::init()
 
     LogMessage("PKCS11 INIT");
     LogMessage("PKCS11 LoadLibrary");
+    m_LoadReport = ModuleLoadReport();
+    m_LoadReport.library = PKCS11_LIB_NAME;
+    const char* searchPath = std::getenv("LD_LIBRARY_PATH");
+    m_LoadReport.searchPath = searchPath != nullptr ? searchPath : "";
     m_hModule = ac_dlopen();
     if (m_hModule == nullptr) {
-        std::cerr << ac_dlerror();
+        const std::string loaderText = ac_dlerror();
+        std::cerr << loaderText;
         LogError("PKCS11 LoadLibrary ERROR");
+        // The loader names the file it could not open: the module itself
+        // (not on the search path) or one of its dependencies.
+        const bool notFound = loaderText.rfind(m_LoadReport.library + ": cannot open shared object file", 0) == 0;
+        m_LoadReport.failure = notFound ? MODULE_NOT_FOUND : MODULE_NOT_LOADABLE;
+        m_LoadReport.loaderText = loaderText;
+        LogError(notFound ? "module not found on the library path: " + m_LoadReport.library +
+                                ", LD_LIBRARY_PATH=" + m_LoadReport.searchPath
+                          : "module not loadable: " + loaderText);
         m_hModule = nullptr;
         return false;
     }
+    m_LoadReport.path = ac_dlpath(m_hModule);
+    LogMessage("module file: " + m_LoadReport.path);
 
     LogMessage("PKCS11 Proc_C_Initialize");
     resolve(m_hModule, "C_Initialize", Proc_C_Initialize);
     if (Proc_C_Initialize == nullptr) {
         LogError("PKCS11 Proc_C_Initialize ERROR");
+        m_LoadReport.failure = MODULE_ENTRY_MISSING;
+        m_LoadReport.entryPoint = "C_Initialize";
+        LogError("entry point C_Initialize missing in " + m_LoadReport.path);
         return false;
     }
     resolveSymbols(m_hModule);
@@ -210,6 +231,9 @@ bool acPKCS11::init()
     CK_RV rv = Proc_C_Initialize(nullptr);
     if (rv != CKR_OK) {
         LogError("PKCS11 Aufruf Proc_C_Initialize() ERROR", rv);
+        m_LoadReport.failure = MODULE_INIT_FAILED;
+        m_LoadReport.rv = rv;
+        LogError("C_Initialize of " + m_LoadReport.path + " failed: " + ReturnCodeName(rv));
         return false;
     }
 

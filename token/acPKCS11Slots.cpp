@@ -164,20 +164,14 @@ void acPKCS11::DeleteSlots()
     m_Slots.clear();
 }
 
-bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct& info)
-{
-    std::vector<CK_SLOT_ID> ids;
-    if (!listTokenSlots(Proc_C_GetSlotList, "PKCS11 Proc_C_GetSlotList(1) ERROR",
-                        "PKCS11 Proc_C_GetSlotList(2) ERROR", ids, position))
-        return false;
-    // A position equal to the count passes the test in the listing; there is
-    // no slot there (nor when the list shrank between the two calls).
-    if (position >= ids.size())
-        return false;
+namespace {
 
+// C_GetTokenInfo of one slot into the fixed-width record.
+bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info)
+{
     CK_TOKEN_INFO tokenInfo;
     std::memset(&tokenInfo, 0, sizeof(tokenInfo));
-    CK_RV rv = callModule(Proc_C_GetTokenInfo, ids[position], &tokenInfo);
+    CK_RV rv = callModule(getTokenInfo, id, &tokenInfo);
     if (rv != CKR_OK) {
         LogError("PKCS11 Proc_C_GetTokenInfo ERROR", rv);
         return false;
@@ -186,19 +180,18 @@ bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct& info)
     info.manufacturer = tokenimpl::fullField(tokenInfo.manufacturerID, 32);
     info.model = tokenimpl::fullField(tokenInfo.model, 16);
     info.serial = tokenimpl::fullField(tokenInfo.serialNumber, 16);
+    info.flags = tokenInfo.flags;
     return true;
 }
 
-bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct2& info)
+// The record plus what the generation table tells about the card.
+void classify(const TokenInfoStruct& basic, TokenInfoStruct2& info)
 {
-    TokenInfoStruct basic;
-    if (!GetTokenInfo(position, basic))
-        return false;
-
     info.label = basic.label;
     info.manufacturer = basic.manufacturer;
     info.model = basic.model;
     info.serial = basic.serial;
+    info.flags = basic.flags;
     info.extended = false;
     for (const GenerationRow& row : kGenerations) {
         if (!startsWith(info.model, row.model))
@@ -213,7 +206,45 @@ bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct2& info)
         info.extended = row.extended;
         break;
     }
+}
+
+} // namespace
+
+bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct& info)
+{
+    std::vector<CK_SLOT_ID> ids;
+    if (!listTokenSlots(Proc_C_GetSlotList, "PKCS11 Proc_C_GetSlotList(1) ERROR",
+                        "PKCS11 Proc_C_GetSlotList(2) ERROR", ids, position))
+        return false;
+    // A position equal to the count passes the test in the listing; there is
+    // no slot there (nor when the list shrank between the two calls).
+    if (position >= ids.size())
+        return false;
+    return readTokenInfo(Proc_C_GetTokenInfo, ids[position], info);
+}
+
+bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct2& info)
+{
+    TokenInfoStruct basic;
+    if (!GetTokenInfo(position, basic))
+        return false;
+    classify(basic, info);
     return true;
+}
+
+bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info)
+{
+    TokenInfoStruct basic;
+    if (!readTokenInfo(Proc_C_GetTokenInfo, slot, basic))
+        return false;
+    classify(basic, info);
+    return true;
+}
+
+bool acPKCS11::GetPresentSlotIds(std::vector<CK_SLOT_ID>& ids)
+{
+    return listTokenSlots(Proc_C_GetSlotList, "PKCS11 Proc_C_GetSlotList ERROR",
+                          "PKCS11 Proc_C_GetSlotList(2) ERROR", ids);
 }
 
 std::string acPKCS11::ReadATR(bool force)

@@ -71,6 +71,7 @@ struct TokenInfoStruct {
     std::string manufacturer;  // 32
     std::string model;         // 16
     std::string serial;        // 16
+    CK_FLAGS flags = 0;        // CK_TOKEN_INFO.flags (PIN counters among them)
 };
 
 // Token information plus what the card generation tells about the card.
@@ -79,6 +80,7 @@ struct TokenInfoStruct2 {
     std::string manufacturer;
     std::string model;
     std::string serial;
+    CK_FLAGS flags = 0;
     int32_t sigKeyAlgo = KEY_ALGO_RSA;  // KeyAlgorithm
     int32_t sigKeyLength = 0;           // bits
     int32_t encKeyAlgo = KEY_ALGO_RSA;  // KeyAlgorithm
@@ -88,6 +90,33 @@ struct TokenInfoStruct2 {
     // Set for the generations that keep an infobox file instead of the three
     // fixed data objects.
     bool extended = false;
+};
+
+// What one non-blocking look for a slot event found.
+enum SlotEventPoll : int32_t {
+    SLOT_EVENT_NONE = 0,     // nothing happened since the last look
+    SLOT_EVENT_SEEN = 1,     // a card came or went in the slot reported
+    SLOT_EVENT_UNSUPPORTED,  // the module has no slot events: compare slot lists
+    SLOT_EVENT_FAILED,
+};
+
+// Why the module could not be put to use, with the facts the user needs.
+enum ModuleFailure : int32_t {
+    MODULE_READY = 0,
+    MODULE_NOT_FOUND,      // not on the loader's search path
+    MODULE_NOT_LOADABLE,   // found, but the loader refused it (loaderText)
+    MODULE_ENTRY_MISSING,  // an entry point the program needs (entryPoint)
+    MODULE_INIT_FAILED,    // C_Initialize returned rv
+};
+
+struct ModuleLoadReport {
+    ModuleFailure failure = MODULE_READY;
+    std::string library;     // the name it was opened by
+    std::string searchPath;  // LD_LIBRARY_PATH at the time, empty when unset
+    std::string loaderText;  // the loader's own message
+    std::string path;        // the file actually loaded
+    std::string entryPoint;
+    CK_RV rv = CKR_OK;
 };
 
 // Vendor extensions of the module (not part of the PKCS#11 function list).

@@ -1,0 +1,23 @@
+// The words and marks the window shows for a card's state: PIN tries left in
+// each application's box and the signature certificate's validity in the
+// list. Unknown states give empty texts rather than a guess.
+#pragma once
+
+#include "gui/ListEntryData.h"
+
+#include <wx/string.h>
+
+#include <ctime>
+
+// "PIN: noch 2 Versuche", "PIN gesperrt – mit PUK entsperren", ...; empty
+// when the card did not tell.
+wxString PinStatusText(const Korvex::PinStatus& status);
+
+enum ValidityMark { VALIDITY_UNKNOWN, VALIDITY_GOOD, VALIDITY_EXPIRES_SOON, VALIDITY_NOT_VALID };
+
+// Expired or not yet valid, within 90 days of its end, or good.
+ValidityMark CertificateValidity(const ListEntryData& row, std::time_t now);
+// The "Gültig bis" cell: local date of the end, with a word when marked.
+wxString ValidUntilText(const ListEntryData& row, std::time_t now);
+// Issuer and exact validity period, for the row's tooltip.
+wxString CertificateDetails(const ListEntryData& row);

@@ -1,0 +1,82 @@
+// Main window: cards noticed as they come and go (the watch timer), commands
+// kept apart from it, and the selected card's PIN states and certificate
+// details.
+#include "gui/MainFrame.h"
+
+#include "base/wxHelper.h"
+#include "gui/CardStatusText.h"
+#include "token/acPKCS11.h"
+
+#include <wx/panel.h>
+#include <wx/stattext.h>
+#include <wx/time.h>
+
+MainFrame::CommandScope::CommandScope(MainFrame* frame) : m_Frame(frame), m_Outer(frame->m_CommandDepth == 0)
+{
+    ++m_Frame->m_CommandDepth;
+}
+
+MainFrame::CommandScope::~CommandScope()
+{
+    --m_Frame->m_CommandDepth;
+}
+
+void MainFrame::evt_OnWatchTimer(wxTimerEvent& /*event*/)
+{
+    // Nothing may call into the module beside a refresh or a command (the
+    // modal dialogs of a command run this timer in their own event loop).
+    if (IsClosing() || IsRefreshRunning() || IsCommandRunning() || !list_ctrl_cards->IsEnabled())
+        return;
+    bool refresh = m_RefreshWanted;
+    if (m_RetryAtMs != 0 && wxGetLocalTimeMillis().GetValue() >= m_RetryAtMs) {
+        m_RetryAtMs = 0;
+        refresh = true;
+    }
+    if (m_AutoRefresh && m_Watch.Changed(*m_P11))
+        refresh = true;
+    if (refresh) {
+        m_RefreshWanted = false;
+        wxCommandEvent reload;
+        evt_reload(reload);
+    }
+}
+
+const ListEntryData* MainFrame::SelectedCardData() const
+{
+    const long item = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
+    if (item == -1)
+        return nullptr;
+    const wxString number = list_ctrl_cards->GetItemText(item, 0);
+    for (const std::shared_ptr<ListEntryData>& row : m_Rows)
+        if (row->number == number)
+            return row.get();
+    return nullptr;
+}
+
+void MainFrame::ShowSelectedCardState()
+{
+    const ListEntryData* row = SelectedCardData();
+    for (int appl = Korvex::APPL_SIGNATURE; appl <= Korvex::APPL_IDENTITY_LINK; ++appl)
+        label_pin_state[appl]->SetLabel(row != nullptr ? PinStatusText(row->pins.pins[appl]) : wxString());
+    list_ctrl_cards->SetToolTip(row != nullptr ? CertificateDetails(*row) : wxString());
+    panel_main->Layout();
+}
+
+void MainFrame::RereadPinStates()
+{
+    const long item = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
+    const ListEntryData* selected = SelectedCardData();
+    if (selected == nullptr)
+        return;
+    for (const std::shared_ptr<ListEntryData>& row : m_Rows) {
+        if (row.get() != selected)
+            continue;
+        Korvex::TokenInfoStruct2 info;
+        if (!m_P11->GetTokenInfoForSlot(row->slotId, info))
+            return;
+        row->pins = Korvex::ReadCardPinStates(*m_P11, info);
+        list_ctrl_cards->SetItemImage(item, row->pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);
+    }
+    ShowSelectedCardState();
+    ApplySelectionRules();
+}
