@@ -65,7 +65,7 @@ bool readCard(const pt::ptree& node, CardSpec& card, std::string& error) {
     card.pinTries = attrs.get<int>("pin-tries", card.pinTries);
     card.pukTries = attrs.get<int>("puk-tries", card.pukTries);
     card.signatureTriesLeft = attrs.get<int>("sig-tries-left", 0);
-    card.signatureValidDays = attrs.get<long>("sig-valid-days", card.signatureValidDays);
+    card.certificateValidDays = attrs.get<long>("cert-valid-days", card.certificateValidDays);
     return validateCard(card, error);
 }
 
@@ -83,8 +83,8 @@ void writeCard(pt::ptree& parent, const CardSpec& card) {
     }
     if (!card.identityLink) node.put("<xmlattr>.identitylink", "false");
     if (card.signatureTriesLeft != 0) node.put("<xmlattr>.sig-tries-left", card.signatureTriesLeft);
-    if (card.signatureValidDays != CardSpec().signatureValidDays)
-        node.put("<xmlattr>.sig-valid-days", card.signatureValidDays);
+    if (card.certificateValidDays != CardSpec().certificateValidDays)
+        node.put("<xmlattr>.cert-valid-days", card.certificateValidDays);
 }
 
 CardSpec makeCard(const char* id, Generation generation, const char* serial, const char* given,
@@ -133,7 +133,7 @@ bool validateCard(const CardSpec& card, std::string& error) {
         }
     }
     if (card.signatureTriesLeft < 0 || card.signatureTriesLeft > card.pinTries ||
-        card.signatureValidDays < -36500 || card.signatureValidDays > 36500) {
+        card.certificateValidDays < -36500 || card.certificateValidDays > 36500) {
         error = "signature PIN tries or certificate validity of card " + card.serial + " out of range";
         return false;
     }
@@ -232,14 +232,14 @@ CardSetSpec demoCardSet() {
     CardSetSpec set;
     const CardSpec maria = makeCard("maria", Generation::AcosA04, "1204000000004711", "Maria",
                                     "Musterfrau", "1975-04-12");
-    // Max's signature PIN is on its last try, Erika's signature certificate
-    // has expired and Franz's expires soon: the list shows each of them.
+    // Max's signature PIN is on its last try, Erika's certificates have
+    // expired and Franz's expires soon: the list shows each of them.
     CardSpec max = makeCard("max", Generation::ECardG4, "3014000000000815", "Max", "Mustermann",
                             "1968-11-03");
     max.signatureTriesLeft = 1;
     CardSpec erika = makeCard("erika", Generation::ECardG2, "3002000000004242", "Erika",
                               "Beispiel", "1982-07-21");
-    erika.signatureValidDays = -30;
+    erika.certificateValidDays = -30;
     const CardSpec johann = makeCard("johann", Generation::AcosA03, "1203000000001111", "Johann",
                                      "\xC3\x96sterreicher", "1959-01-30");
     CardSpec blank = makeCard("blank", Generation::AcosA05, "0000000000000000", "", "", "");
@@ -252,7 +252,7 @@ CardSetSpec demoCardSet() {
     CardSpec franz = makeCard("franz", Generation::AcosA03, "1203000000007777", "Franz", "Neubauer",
                               "1993-05-17");
     franz.identityLink = false;
-    franz.signatureValidDays = 45;
+    franz.certificateValidDays = 45;
 
     set.readers.push_back(makeReader("Vessa Reader 0", &maria));
     set.readers.push_back(makeReader("Vessa Reader 1", &max));

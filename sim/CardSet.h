@@ -30,9 +30,9 @@ struct CardSpec {
     int pukTries = 10;
     // Tries left of the signature PIN on a fresh card (0: all of them).
     int signatureTriesLeft = 0;
-    // End of the signature certificate's validity, in days from its issue
-    // (negative: already expired when issued).
-    long signatureValidDays = 1825;
+    // End of both certificates' validity in days from when they are issued
+    // (negative: expired already).
+    long certificateValidDays = 1825;
 
     const GenerationProfile& profile() const { return profileOf(generation); }
     std::string holderName() const { return givenName + " " + familyName; }

@@ -183,7 +183,8 @@ bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const Ke
         }
     }
     X509Ptr certificate = loadCertificate(certificatePath);
-    const long validDays = role == "sig" ? card.signatureValidDays : 1825;
+    // A card's two certificates are issued together and end together.
+    const long validDays = card.certificateValidDays;
     bool fits = certificate && X509_check_private_key(certificate.get(), key.get()) == 1 &&
                 commonNameIs(certificate.get(), card.holderName()) &&
                 sameValidityClass(certificate.get(), validDays) &&

@@ -44,6 +44,8 @@ TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
     }
     ExpectEntry(27, 0, "vessa Client", "Language");
     ExpectEntry(28, 1, "vessa Client", "Language");
+    ExpectEntry(61, 0, "vessa Client", "AutoRefresh");
+    ExpectEntry(62, 1, "vessa Client", "AutoRefresh");
     const char* more[] = {"DeleteLogfilesAfterXDays", "FixIt", "CleanCertsOnRefresh", "MakeDialogsStayOnTop"};
     for (unsigned i = 0; i < 4; ++i) {
         ExpectEntry(18 + 2 * i, 0, "vessa Client", more[i]);
@@ -93,9 +95,9 @@ TEST_F(ProgramConfigTest, DriverGroupRowsAreComplete)
     }
 }
 
-TEST_F(ProgramConfigTest, NumbersAboveSixtyDoNotExist)
+TEST_F(ProgramConfigTest, NumbersAboveSixtyTwoDoNotExist)
 {
-    EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(61), nullptr);
+    EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(63), nullptr);
     EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(100), nullptr);
 }
 

@@ -76,10 +76,10 @@ TEST_F(CardListTest, FirstRefreshFillsTheWindowLastCardReadOnTop)
     EXPECT_FALSE(frame->GetWaitDialog().IsShown());
 
     wxListCtrl* list = frame->GetCardList();
-    const char* titles[] = {"Kartennummer", "Ausgestellt f\xC3\xBCr", "Kartentyp"};
-    const int widths[] = {170, 350, 190};
-    ASSERT_EQ(list->GetColumnCount(), 3);
-    for (int column = 0; column < 3; ++column) {
+    const char* titles[] = {"Kartennummer", "Ausgestellt f\xC3\xBCr", "Kartentyp", "G\xC3\xBCltig bis"};
+    const int widths[] = {170, 350, 190, 170};
+    ASSERT_EQ(list->GetColumnCount(), 4);
+    for (int column = 0; column < 4; ++column) {
         wxListItem header;
         header.SetMask(wxLIST_MASK_TEXT);
         ASSERT_TRUE(list->GetColumn(column, header));
@@ -111,11 +111,9 @@ TEST_F(CardListTest, SelectionAndLockingRulesFollowTheCardType)
     ExpectRestrictions(false, true);
     SelectCard(kErika); // type 3: no identity-link PIN, no unblock
     ExpectRestrictions(false, false);
-    // Back on a type-0 card the unblock buttons stay off until an unlock.
+    // The buttons follow the selected card alone: back on a type-0 card
+    // everything it allows is on again.
     SelectCard(kJohann);
-    EXPECT_TRUE(IsEnabled(MainFrame::ID_PERS_PUK));
-    EXPECT_FALSE(IsEnabled(MainFrame::ID_SIG_PUK));
-    frame->MyEnable(true);
     ExpectRestrictions(true, true);
 
     SelectCard(kBlank); // type 2
@@ -137,6 +135,12 @@ TEST_F(CardListTest, ReloadShowsCardsThatCameAndGoneOnTop)
     Reload();
     EXPECT_EQ(RowNumbers(), (Rows{kLukas.serial, kBlank.serial, kErika.serial, kJohann.serial}));
     ExpectRow(0, kLukas);
+    EXPECT_EQ(SelectedRow(), 1) << "the selected card stays selected";
+    ExpectRestrictions(false, true);
+    // Once the selected card has gone, the first row is selected.
+    ASSERT_EQ(Sim::RemoveCard(3), static_cast<CK_RV>(CKR_OK)); // the blank card
+    Reload();
+    EXPECT_EQ(RowNumbers(), (Rows{kLukas.serial, kErika.serial, kJohann.serial}));
     EXPECT_EQ(SelectedRow(), 0);
     ExpectRestrictions(false, false); // an e-card G3A
 }

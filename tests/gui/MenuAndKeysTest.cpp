@@ -132,7 +132,7 @@ TEST_F(MenuAndKeysTest, PopupOffersTheIdentityLinkOnlyForTypeZeroAndDisablesNoth
     Sim::SetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     Reload();
     EXPECT_EQ(RightClickMenu(), kTypeZeroMenu);
-    EXPECT_FALSE(StatusShown());
+    ExpectStatus("Die Kartenliste konnte nicht gelesen werden.", true);
 }
 
 TEST_F(MenuAndKeysTest, PinChoicesReachTheirApplication)

@@ -87,9 +87,11 @@ TEST_F(PinCommandTest, BlankOrPulledCardsRunNoDialogue)
     SelectCard(kMaria);
     frame->SetStatus(wxEmptyString, false);
     ASSERT_EQ(Sim::RemoveCard(1), static_cast<CK_RV>(CKR_OK));
+    // The command tells that the card has gone and the list follows.
     Click(MainFrame::ID_SIG_CHANGE_PIN);
-    EXPECT_FALSE(StatusShown());
+    ExpectStatus("Die Karte steckt nicht mehr im Leser.", true);
     EXPECT_EQ(Sim::PinDialogCount(), dialogues);
+    EXPECT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 3; }));
 }
 
 TEST_F(PinCommandTest, EveryResultCodeHasItsText)

@@ -52,19 +52,81 @@ TEST_F(RefreshThreadTest, ReadsOneEntryPerCardInReaderOrderAndNoneWithoutASlotLi
     EXPECT_TRUE(Run().empty());
 }
 
-TEST_F(RefreshThreadTest, UnreadableTokenInformationLeavesTheTypeUnknown)
+TEST_F(RefreshThreadTest, UnreadableTokenInformationLeavesOnlyThatCardOut)
 {
     // Erika's token information fails: the slot enumeration skips her card,
-    // and the card read in her place looks at her token position (a position
-    // counts every slot with a token), so that row gets no type.
+    // and every other row still describes its own card.
     Sim::SetFault("C_GetTokenInfo", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     const ListEntryVector rows = Run();
+    const TestCard* expected[] = {&kJohann, &kMaria, &kBlank};
     ASSERT_EQ(rows.size(), 3u);
-    EXPECT_EQ(rows[0]->typeName, kJohann.typeName);
-    EXPECT_EQ(rows[1]->typeName, kMaria.typeName);
-    EXPECT_EQ(rows[2]->number, kBlank.serial);
-    EXPECT_EQ(rows[2]->typeName, "");
-    EXPECT_EQ(rows[2]->type, Korvex::TOKEN_UNKNOWN);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(rows[i]->number, expected[i]->serial);
+        EXPECT_EQ(rows[i]->typeName, expected[i]->typeName);
+    }
+}
+
+TEST_F(RefreshThreadTest, FixedSlotFirstEachRowDescribesItsOwnCardWithPinsAndValidity)
+{
+    // A module that lists its fixed slot before the readers: token positions
+    // and reader positions differ, the rows must not.
+    m_p11->destroy();
+    UseCardSet(R"(<cardset>
+  <reader name="Vessa Internal Slot" removable="false">
+    <card id="internal" generation="INTERNAL" serial="0000000000000001"/>
+  </reader>
+  <reader name="Vessa Reader 0">
+    <card id="lukas" generation="ECARD-G3A" serial="3031000000003333" given="Lukas" family="Huber"
+          birth="1971-09-09" sig-tries-left="1" cert-valid-days="45"/>
+  </reader>
+  <reader name="Vessa Reader 1"/>
+  <reader name="Vessa Reader 2">
+    <card id="maria" generation="ACOS-A04" serial="1204000000004711" given="Maria" family="Musterfrau"
+          birth="1975-04-12" cert-valid-days="-30"/>
+  </reader>
+  <reader name="Vessa Reader 3">
+    <card id="erika" generation="ECARD-G2" serial="3002000000004242" given="Erika" family="Beispiel"
+          birth="1982-07-21"/>
+  </reader>
+</cardset>)");
+    ASSERT_TRUE(m_p11->init());
+    const ListEntryVector rows = Run();
+    const TestCard* expected[] = {&kLukas, &kMaria, &kErika};
+    const unsigned long slots[] = {1, 3, 4};
+    ASSERT_EQ(rows.size(), 3u);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE(expected[i]->id);
+        EXPECT_EQ(rows[i]->number, expected[i]->serial);
+        EXPECT_EQ(rows[i]->typeName, expected[i]->typeName);
+        EXPECT_EQ(rows[i]->type, expected[i]->type);
+        EXPECT_EQ(rows[i]->slotId, slots[i]);
+    }
+
+    // PIN states as each generation tells them, checked against the card.
+    using Korvex::APPL_ENCRYPTION;
+    using Korvex::APPL_IDENTITY_LINK;
+    using Korvex::APPL_SIGNATURE;
+    const Korvex::CardPinStates& lukas = rows[0]->pins;
+    EXPECT_EQ(lukas.pins[APPL_SIGNATURE].triesLeft, Sim::PinTries(kLukas.serial, VSIM_PIN_SIGNATURE));
+    EXPECT_EQ(lukas.pins[APPL_SIGNATURE].triesLeft, 1);
+    EXPECT_TRUE(lukas.pins[APPL_SIGNATURE].finalTry);
+    EXPECT_EQ(lukas.pins[APPL_ENCRYPTION].triesLeft, 3);
+    EXPECT_FALSE(lukas.pins[APPL_IDENTITY_LINK].known);
+    EXPECT_TRUE(lukas.NeedsAttention());
+    const Korvex::CardPinStates& maria = rows[1]->pins;
+    EXPECT_FALSE(maria.pins[APPL_SIGNATURE].known) << "ACOS cards tell only their login PIN";
+    EXPECT_TRUE(maria.pins[APPL_IDENTITY_LINK].known);
+    EXPECT_FALSE(maria.NeedsAttention());
+    for (const Korvex::PinStatus& pin : rows[2]->pins.pins)
+        EXPECT_FALSE(pin.known) << "the oldest e-card tells nothing";
+
+    // Validity from the certificate the refresh parses anyway.
+    const std::time_t now = std::time(nullptr);
+    const long day = 24 * 3600;
+    EXPECT_NEAR(static_cast<double>(rows[0]->validTo - now) / day, 45, 1);
+    EXPECT_NEAR(static_cast<double>(rows[1]->validTo - now) / day, -30, 1);
+    EXPECT_LT(rows[1]->validFrom, rows[1]->validTo);
+    EXPECT_FALSE(rows[2]->issuer.empty());
 }
 
 TEST(TokenTypeDisplayName, NamesTheSevenGenerationsOnly)

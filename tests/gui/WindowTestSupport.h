@@ -50,6 +50,7 @@ protected:
 
     // Clicks the reload button and waits for the refresh to finish.
     void Reload();
+    // Waits for the next refresh to finish (one must have started or start).
     void WaitForRefresh();
     std::vector<std::string> RowNumbers() const;
     std::string RowText(long row, int column) const;
@@ -68,9 +69,6 @@ protected:
 
     MainFrame* frame = nullptr;
     int refreshes = 0; // refreshes whose rows the window has shown
-
-private:
-    int m_expectedRefreshes = 0;
 };
 
 } // namespace WindowTests

@@ -77,9 +77,11 @@ TEST_F(SimPkcs11Tool, SignsWithBothKeysThroughTheProtectedPath) {
     EXPECT_EQ(status, 0) << verified;
     EXPECT_NE(verified.find("Verified OK"), std::string::npos);
     const auto log = PinDialogLog();
-    ASSERT_EQ(log.size(), 8u);
+    // The demo card's signature PIN is on its last try: its dialogue warns.
+    ASSERT_EQ(log.size(), 9u);
     EXPECT_EQ(log[2], "SETPROMPT Infobox-PIN:");
     EXPECT_EQ(log[6], "SETPROMPT Signatur-PIN:");
+    EXPECT_EQ(log[7], "SETERROR Achtung: die Signatur-PIN hat nur noch 1 Versuch!");
 
     SetPinAnswers({"4321", "1234"});
     sign = tool("--slot 1 --login --sign --id 02 -m ECDSA-SHA1 --signature-format openssl -i '" + data + "' -o '" +

@@ -101,22 +101,23 @@ TEST_F(SimSharedState, IdentityLinkWrittenElsewhereShowsAndIsNeverOverwrittenWit
 
 TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
     CK_SESSION_HANDLE session = openSession(1);  // its generation reports PIN status
-    ASSERT_EQ(pinTries(kECardG4, kSignaturePin), 3);
-
-    EXPECT_EQ(other({"verify", "1", "81", "000000", "2"}), "63C1\n");
-    EXPECT_EQ(pinTries(kECardG4, kSignaturePin), 1);
-    unsigned char status[2] = {0, 0};
-    CK_ULONG length = sizeof status;
-    ASSERT_EQ(m_sim.cardAttribute(session, "SicSig/PIN-Status", status, &length), CKR_OK);
-    EXPECT_EQ(Bytes(status, status + 2), (Bytes{1, 3}));
+    ASSERT_EQ(pinTries(kECardG4, kSignaturePin), 1);  // the demo card is on its last try
 
     // The right PIN here restores the counter for the other program too.
     unsigned char verify[] = {0x00, 0x20, 0x00, 0x81, 0x06, '1', '2', '3', '4', '5', '6'};
     unsigned char answer[8];
-    length = sizeof answer;
+    CK_ULONG length = sizeof answer;
     ASSERT_EQ(m_sim.transmit(session, verify, sizeof verify, answer, &length), CKR_OK);
     EXPECT_EQ(Bytes(answer, answer + length), (Bytes{0x90, 0x00}));
     EXPECT_EQ(other({"verify", "1", "81"}), "63C3\n");
+
+    // Wrong entries there count here.
+    EXPECT_EQ(other({"verify", "1", "81", "000000", "2"}), "63C1\n");
+    EXPECT_EQ(pinTries(kECardG4, kSignaturePin), 1);
+    unsigned char status[2] = {0, 0};
+    length = sizeof status;
+    ASSERT_EQ(m_sim.cardAttribute(session, "SicSig/PIN-Status", status, &length), CKR_OK);
+    EXPECT_EQ(Bytes(status, status + 2), (Bytes{1, 3}));
 
     // The token flags follow the identity-link PIN used up elsewhere.
     EXPECT_EQ(other({"verify", "3", "83", "0000"}), "63C2\n");
