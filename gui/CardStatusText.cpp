@@ -59,6 +59,6 @@ wxString CertificateDetails(const ListEntryData& row)
 {
     if (row.validTo == 0)
         return wxString();
-    return wxString::Format(Tr("Signaturzertifikat von %s\ngültig von %s bis %s"), row.issuer,
+    return wxString::Format(Tr("Zertifikat ausgestellt von %s\ngültig von %s bis %s"), row.issuer,
                             LocalDate(row.validFrom, "%d.%m.%Y %H:%M"), LocalDate(row.validTo, "%d.%m.%Y %H:%M"));
 }

@@ -19,5 +19,6 @@ enum ValidityMark { VALIDITY_UNKNOWN, VALIDITY_GOOD, VALIDITY_EXPIRES_SOON, VALI
 ValidityMark CertificateValidity(const ListEntryData& row, std::time_t now);
 // The "Gültig bis" cell: local date of the end, with a word when marked.
 wxString ValidUntilText(const ListEntryData& row, std::time_t now);
-// Issuer and exact validity period, for the row's tooltip.
+// Issuer and exact validity period of the certificate the refresh read (a
+// card's two certificates are issued together), for the row's tooltip.
 wxString CertificateDetails(const ListEntryData& row);

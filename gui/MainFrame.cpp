@@ -160,8 +160,8 @@ MainFrame::MainFrame(wxWindow* parent)
     long autoRefresh = 1;
     if (Korvex::Config::GetHandle(0)->GetInteger(VessaCards::CFG_AUTO_REFRESH, autoRefresh))
         m_AutoRefresh = autoRefresh != 0;
-    if (m_AutoRefresh)
-        m_WatchTimer.Start(kWatchIntervalMs);
+    // Also without card watching: retries and refreshes a command asked for.
+    m_WatchTimer.Start(kWatchIntervalMs);
     // The first card-list load starts as soon as the event loop runs.
     m_StartTimer.Start(kStartDelayMs, wxTIMER_ONE_SHOT);
 }

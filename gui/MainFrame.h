@@ -105,7 +105,6 @@ public:
 
     private:
         MainFrame* m_Frame;
-        bool m_Outer;
     };
 
     // Card number and type of the selected row; with no selection the first

@@ -11,7 +11,7 @@
 #include <wx/stattext.h>
 #include <wx/time.h>
 
-MainFrame::CommandScope::CommandScope(MainFrame* frame) : m_Frame(frame), m_Outer(frame->m_CommandDepth == 0)
+MainFrame::CommandScope::CommandScope(MainFrame* frame) : m_Frame(frame)
 {
     ++m_Frame->m_CommandDepth;
 }
@@ -56,8 +56,13 @@ const ListEntryData* MainFrame::SelectedCardData() const
 void MainFrame::ShowSelectedCardState()
 {
     const ListEntryData* row = SelectedCardData();
-    for (int appl = Korvex::APPL_SIGNATURE; appl <= Korvex::APPL_IDENTITY_LINK; ++appl)
-        label_pin_state[appl]->SetLabel(row != nullptr ? PinStatusText(row->pins.pins[appl]) : wxString());
+    for (int appl = Korvex::APPL_SIGNATURE; appl <= Korvex::APPL_IDENTITY_LINK; ++appl) {
+        const Korvex::PinStatus* pin = row != nullptr ? &row->pins.pins[appl] : nullptr;
+        label_pin_state[appl]->SetLabel(pin != nullptr ? PinStatusText(*pin) : wxString());
+        // Locked or one try left: the line must catch the eye before a try.
+        const bool warn = pin != nullptr && pin->known && (pin->locked || pin->finalTry);
+        label_pin_state[appl]->SetForegroundColour(warn ? wxColour(176, 0, 0) : wxNullColour);
+    }
     list_ctrl_cards->SetToolTip(row != nullptr ? CertificateDetails(*row) : wxString());
     panel_main->Layout();
 }

@@ -7,6 +7,7 @@
 #include <dirent.h>
 
 #include <fstream>
+#include <iterator>
 #include <regex>
 
 namespace EndToEnd {
@@ -81,24 +82,6 @@ TEST_F(ProgramTest, AnyArgumentIsRejected)
     }
 }
 
-TEST_F(ProgramTest, MissingCardModuleIsReportedAndEndsWithStatusZero)
-{
-    ProgramRunner program(sandbox);
-    program.SetEnv("LD_LIBRARY_PATH", sandbox.Root()); // no module there
-    ASSERT_TRUE(program.Start());
-    unsigned long box = 0;
-    ASSERT_TRUE(WaitForWindow(program.Pid(), "Error", 60, &box)) << program.StandardError();
-    // Only the message box: the main window is never shown.
-    for (const WindowInfo& window : WindowsOf(program.Pid()))
-        EXPECT_NE(window.title, kMainTitle);
-    EXPECT_TRUE(program.Running());
-
-    ASSERT_TRUE(CloseWindow(box));
-    ASSERT_TRUE(program.WaitForExit(30));
-    EXPECT_EQ(program.ExitStatus(), 0);
-    EXPECT_NE(program.StandardError().find("libVessaP11.so"), std::string::npos);
-}
-
 std::vector<std::string> FilesIn(const std::string& dir)
 {
     std::vector<std::string> names;
@@ -110,6 +93,67 @@ std::vector<std::string> FilesIn(const std::string& dir)
         closedir(d);
     }
     return names;
+}
+
+// Each way the card module can fail to start: the message keeps its first
+// line, names the reason in German on the second, and the log gives it in
+// English; closing the message ends the program with status 0.
+TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
+{
+    const std::string modules = sandbox.Root() + "/modules";
+    std::system(("mkdir -p '" + modules + "/garbage' '" + modules + "/noinit'").c_str());
+    std::ofstream(modules + "/garbage/libVessaP11.so") << "not a shared object\n";
+    std::system(("cp '" SHIM_NOINIT_PATH "' '" + modules + "/noinit/libVessaP11.so'").c_str());
+    std::ofstream(modules + "/cards.xml") << "<cardset><reader name=\"X\"><card generation=\"ACOS-A09\"/>";
+    const std::string logs = sandbox.Root() + "/logs";
+    std::system(("mkdir -p '" + logs + "'").c_str());
+    sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>1</LogLevel><Filename>" + logs +
+                          "/trace.log</Filename></Trace></vessa_Client>");
+    const struct {
+        const char* name;
+        std::string libraryPath, cards;
+        std::string reason; // second line of the message
+        std::string logLine;
+    } cases[] = {
+        {"not found", sandbox.Root(), "",
+         "Die Moduldatei libVessaP11.so wurde im Bibliothekspfad nicht gefunden (LD_LIBRARY_PATH: " +
+             sandbox.Root() + ").",
+         "module not found on the library path: libVessaP11.so, LD_LIBRARY_PATH=" + sandbox.Root()},
+        {"not loadable", modules + "/garbage", "",
+         "Die Moduldatei libVessaP11.so l\xC3\xA4sst sich nicht laden: " + modules + "/garbage/libVessaP11.so:",
+         "module not loadable: " + modules + "/garbage/libVessaP11.so:"},
+        {"entry missing", modules + "/noinit", "",
+         "Dem Modul " + modules + "/noinit/libVessaP11.so fehlt der Einsprungpunkt C_Initialize.",
+         "entry point C_Initialize missing in " + modules + "/noinit/libVessaP11.so"},
+        {"initialize failed", SIM_MODULE_DIR, modules + "/cards.xml",
+         "C_Initialize des Moduls " SIM_MODULE_DIR "/libVessaP11.so ist fehlgeschlagen: CKR_GENERAL_ERROR",
+         "C_Initialize of " SIM_MODULE_DIR "/libVessaP11.so failed: CKR_GENERAL_ERROR"},
+    };
+    for (const auto& failure : cases) {
+        SCOPED_TRACE(failure.name);
+        std::system(("rm -f '" + logs + "'/*").c_str());
+        ProgramRunner program(sandbox);
+        program.SetEnv("LD_LIBRARY_PATH", failure.libraryPath);
+        if (!failure.cards.empty())
+            program.SetEnv("VESSA_SIM_CARDS", failure.cards);
+        ASSERT_TRUE(program.Start());
+        unsigned long box = 0;
+        ASSERT_TRUE(WaitForWindow(program.Pid(), "Error", 60, &box)) << program.StandardError();
+        // Only the message box: the main window is never shown.
+        for (const WindowInfo& window : WindowsOf(program.Pid()))
+            EXPECT_NE(window.title, kMainTitle);
+        ASSERT_TRUE(CloseWindow(box));
+        ASSERT_TRUE(program.WaitForExit(30));
+        EXPECT_EQ(program.ExitStatus(), 0);
+        const std::string shown = "Error loading PKCS#11 library\n" + failure.reason;
+        EXPECT_NE(program.StandardError().find(shown), std::string::npos) << program.StandardError();
+
+        const std::vector<std::string> files = FilesIn(logs);
+        ASSERT_EQ(files.size(), 1u);
+        std::ifstream in(logs + "/" + files[0]);
+        const std::string log((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        EXPECT_NE(log.find(failure.logLine), std::string::npos) << log;
+    }
 }
 
 TEST_F(ProgramTest, LogHasATimeStampedNameAndThreadIdsOnEveryLine)
@@ -150,6 +194,10 @@ TEST_F(ProgramTest, LogHasATimeStampedNameAndThreadIdsOnEveryLine)
     EXPECT_TRUE(reloadOnMainThread) << "the reload is logged by the GUI thread";
     EXPECT_TRUE(slotsOnOtherThread) << "the card refresh thread logs with its own id";
     EXPECT_TRUE(moduleStarted);
+    // The log says which file the loader picked.
+    std::ifstream again(logs + "/" + files[0]);
+    const std::string log((std::istreambuf_iterator<char>(again)), std::istreambuf_iterator<char>());
+    EXPECT_NE(log.find("module file: " SIM_MODULE_DIR "/libVessaP11.so"), std::string::npos);
 }
 
 TEST_F(ProgramTest, NoLogWhenTheLevelIsZero)

@@ -182,6 +182,22 @@ TEST_F(SimSlots, HotPlugRaisesEventsAndEndsSessionsOfThePulledCard) {
     ASSERT_EQ(m_sim.insertCard(kEmptySlot, "ECARD-G3A:3031000000009999:Ad:Hoc"), CKR_OK);
     ASSERT_EQ(p11->C_GetTokenInfo(kEmptySlot, &token), CKR_OK);
     EXPECT_EQ(field(token.serialNumber, 16), "3031000000009999");
+
+    // Without blocking: each changed slot once, however often it changed,
+    // then CKR_NO_EVENT.
+    auto drain = [&] {
+        std::vector<CK_SLOT_ID> events;
+        for (int i = 0; i < 20 && p11->C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr) == CKR_OK; ++i)
+            events.push_back(event);
+        return events;
+    };
+    drain();
+    ASSERT_EQ(m_sim.removeCard(kEmptySlot), CKR_OK);
+    ASSERT_EQ(m_sim.insertCard(kEmptySlot, "anna"), CKR_OK);
+    ASSERT_EQ(m_sim.removeCard(3), CKR_OK);
+    ASSERT_EQ(m_sim.removeCard(kEmptySlot), CKR_OK);
+    EXPECT_EQ(drain(), (std::vector<CK_SLOT_ID>{kEmptySlot, 3}));
+    EXPECT_EQ(p11->C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr), CKR_NO_EVENT);
 }
 
 TEST_F(SimSlots, BlockingWaitWakesOnInsertAndOnFinalize) {
