@@ -138,7 +138,8 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
             program.SetEnv("VESSA_SIM_CARDS", failure.cards);
         ASSERT_TRUE(program.Start());
         unsigned long box = 0;
-        ASSERT_TRUE(WaitForWindow(program.Pid(), "Error", 60, &box)) << program.StandardError();
+        ASSERT_TRUE(WaitForWindow(program.Pid(), "Error", 60, &box))
+            << (program.Running() ? "still running" : "ended") << ", standard error: " << program.StandardError();
         // Only the message box: the main window is never shown.
         for (const WindowInfo& window : WindowsOf(program.Pid()))
             EXPECT_NE(window.title, kMainTitle);
