@@ -68,6 +68,14 @@ int I18N::Initialize(long language)
     folder.AppendDir("vessaclient");
     folder.AppendDir("I18N");
     wxLocale::AddCatalogLookupPathPrefix(folder.GetPath());
+    // The same layout beside the program's own folder: the build tree keeps
+    // its catalogues there, and a copy installed under another prefix than
+    // the toolkit was built for finds them too.
+    wxFileName beside(wxStandardPaths::Get().GetExecutablePath());
+    beside.RemoveLastDir();
+    for (const char* dir : {"share", "VessaClient", "vessaclient", "I18N"})
+        beside.AppendDir(dir);
+    wxLocale::AddCatalogLookupPathPrefix(beside.GetPath());
     {
         wxLogNull quiet;
         m_Locale->AddCatalog(CATALOG_NAME);

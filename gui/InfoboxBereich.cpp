@@ -66,8 +66,8 @@ wxString IdentityLinkSummary(const std::vector<unsigned char>& bytes) {
     std::vector<unsigned char> copy(bytes);
     Korvex::Personenbindung link;
     link.parse(copy.data(), static_cast<int>(copy.size()));
-    return wxT("Vorname: ") + U8(link.getGivenName()) + wxT("\r\nNachname: ") +
-           U8(link.getFamilyName()) + wxT("\r\nGeburtsdatum: ") + U8(link.getDateOfBirth()) +
+    return Tr("Vorname: ") + U8(link.getGivenName()) + wxT("\r\n") + Tr("Nachname: ") +
+           U8(link.getFamilyName()) + wxT("\r\n") + Tr("Geburtsdatum: ") + U8(link.getDateOfBirth()) +
            wxT("\r\n\r\nIssuerTemplate: ") + U8(link.getIssuerTemplate()) +
            wxT("\r\nIssueInstant: ") + U8(link.getIssueInstant());
 }
@@ -114,10 +114,10 @@ void InfoboxBereich::set_properties() {
 }
 
 void InfoboxBereich::do_layout() {
-    m_notebook->AddPage(m_binary, wxT("Binary"));
-    m_notebook->AddPage(m_textPage, wxT("Text"));
+    m_notebook->AddPage(m_binary, Tr("Binary"));
+    m_notebook->AddPage(m_textPage, Tr("Text"));
 
-    wxStaticBoxSizer* content = new wxStaticBoxSizer(wxVERTICAL, this, wxT("Inhalt"));
+    wxStaticBoxSizer* content = new wxStaticBoxSizer(wxVERTICAL, this, Tr("Inhalt"));
     content->Add(m_notebook, 1, wxEXPAND | wxALL, 4);
 
     wxBoxSizer* body = new wxBoxSizer(wxHORIZONTAL);

@@ -321,7 +321,8 @@ void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSel
     for (const std::shared_ptr<ListEntryData>& row : rows) {
         const int image = row->pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex;
         index = list_ctrl_cards->InsertItem(index, row->number, image);
-        list_ctrl_cards->SetItem(index, 1, row->holder);
+        // The placeholder is the only holder text of the program's own.
+        list_ctrl_cards->SetItem(index, 1, row->holder == wxString::FromUTF8("unbekannt") ? Tr("unbekannt") : row->holder);
         list_ctrl_cards->SetItem(index, 2, row->typeName);
         list_ctrl_cards->SetItem(index, 3, ValidUntilText(*row, now));
         list_ctrl_cards->SetItemData(index, row->type);

@@ -2,16 +2,19 @@
 // server; the picture is saved as <build>/screenshots/main-window.png.
 #include "tests/gui/WindowTestSupport.h"
 
+#include "app/I18N.h"
 #include "gui/Images.h"
 #include "sim/SimControl.h"
 
 #include <wx/image.h>
+#include <wx/intl.h>
 #include <wx/listctrl.h>
 #include <wx/stattext.h>
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace WindowTests {
@@ -45,6 +48,85 @@ wxImage CaptureScreen(const wxRect& rect)
         XDestroyImage(shot);
     XCloseDisplay(display);
     return image;
+}
+
+// Puts the window at the top left, captures it and saves the picture as
+// <build>/screenshots/<name>; invalid when the screen cannot show it whole.
+wxImage SaveWindowShot(wxFrame* frame, const std::string& name)
+{
+    frame->Move(0, 0);
+    frame->Raise();
+    frame->Refresh();
+    frame->Update();
+    Pump(300);
+    const wxRect area = frame->GetScreenRect();
+    const wxSize screen = wxGetDisplaySize();
+    if (area.GetRight() >= screen.x || area.GetBottom() >= screen.y)
+        return wxImage();
+    const wxImage shot = CaptureScreen(area);
+    if (!shot.IsOk())
+        return shot;
+    const std::string dir = BinaryDir() + "/screenshots";
+    std::system(("mkdir -p '" + dir + "'").c_str());
+    EXPECT_TRUE(shot.SaveFile(dir + "/" + name, wxBITMAP_TYPE_PNG));
+    return shot;
+}
+
+// The window on the English catalogue the build made, as under an English
+// desktop.
+class EnglishWindowTest : public DemoWindowTest {
+protected:
+    void SetUp() override
+    {
+        setenv("LANG", "en_US.UTF-8", 1);
+        unsetenv("LC_ALL");
+        unsetenv("LC_MESSAGES");
+        wxLocale::AddCatalogLookupPathPrefix(Utf8((BinaryDir() + "/share/VessaClient/vessaclient/I18N").c_str()));
+        ASSERT_EQ(I18N::GetHandle()->Initialize(wxLANGUAGE_DEFAULT), I18N::I18N_OK);
+        DemoWindowTest::SetUp();
+    }
+    void TearDown() override
+    {
+        DemoWindowTest::TearDown();
+        I18N::Destroy();
+    }
+};
+
+// Every label, title and column header of the window and its children.
+void CollectTexts(wxWindow* window, std::vector<wxString>& texts)
+{
+    if (!window->GetLabel().empty())
+        texts.push_back(window->GetLabel());
+    if (wxListCtrl* list = wxDynamicCast(window, wxListCtrl)) {
+        for (int column = 0; column < list->GetColumnCount(); ++column) {
+            wxListItem header;
+            header.SetMask(wxLIST_MASK_TEXT);
+            list->GetColumn(column, header);
+            texts.push_back(header.GetText());
+        }
+    }
+    for (wxWindow* child : window->GetChildren())
+        CollectTexts(child, texts);
+}
+
+TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
+{
+    EXPECT_EQ(frame->GetTitle(), "Card manager (x64)");
+    SelectRow(4); // Max: a signature PIN on its last try
+    EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_SIGNATURE)->GetLabel(), "PIN: only 1 try left");
+    EXPECT_TRUE(wxString(RowText(3, 3)).EndsWith("(expired)")) << RowText(3, 3);
+    std::vector<wxString> texts;
+    CollectTexts(frame, texts);
+    EXPECT_GT(texts.size(), 15u);
+    for (const wxString& text : texts) {
+        for (const char* german : {"\xC3\xA4", "\xC3\xB6", "\xC3\xBC", "\xC3\x9F", "Karte", "Zertifikat", "anzeigen",
+                                   "testen", "Versuch", "entsperren"})
+            EXPECT_FALSE(text.Contains(Utf8(german))) << text;
+    }
+    for (const char* english : {"Card number", "Issued to", "Card type", "Valid until", "Change 6-digit PIN",
+                                "Show certificate", "Test signature", "Show infobox"})
+        EXPECT_NE(std::find(texts.begin(), texts.end(), wxString(english)), texts.end()) << english;
+    SaveWindowShot(frame, "main-window-en.png");
 }
 
 TEST_F(DemoWindowTest, RowsMarkCertificateValidityAndPinStatesAsTheCardsTellThem)
@@ -99,23 +181,9 @@ TEST_F(DemoWindowTest, WindowShowsBannerAndDemoCards)
     Click(MainFrame::ID_SIG_CHANGE_PIN);
     EXPECT_EQ(StatusText(), wxString::FromUTF8("PIN \xC3\x84nderung erfolgreich!"));
     SelectRow(4); // Max: a signature PIN on its last try
-    frame->Move(0, 0);
-    frame->Raise();
-    frame->Refresh();
-    frame->Update();
-    Pump(300);
-
-    const wxRect area = frame->GetScreenRect();
-    const wxSize screen = wxGetDisplaySize();
-    if (area.GetRight() >= screen.x || area.GetBottom() >= screen.y)
-        GTEST_SKIP() << "screen too small for the window: " << screen.x << "x" << screen.y;
-    const wxImage shot = CaptureScreen(area);
+    const wxImage shot = SaveWindowShot(frame, "main-window.png");
     if (!shot.IsOk())
-        GTEST_SKIP() << "screen is not 24-bit true colour";
-
-    const std::string dir = BinaryDir() + "/screenshots";
-    std::system(("mkdir -p '" + dir + "'").c_str());
-    EXPECT_TRUE(shot.SaveFile(dir + "/main-window.png", wxBITMAP_TYPE_PNG));
+        GTEST_SKIP() << "screen too small or not 24-bit true colour";
 
     // The banner must be on screen, pixel for pixel, somewhere near the top.
     const wxImage banner = wxBitmap(KorvexBanner).ConvertToImage();
