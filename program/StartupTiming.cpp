@@ -41,8 +41,8 @@ void InstallStartupTiming(MainFrame* mainFrame)
         wxEVT_MENU,
         [mainFrame, keepRunning](wxCommandEvent& event) {
             mainFrame->evt_ThreadFinished(event);
-            std::fprintf(stderr, "VESSACARDS_TIMING filled_ns=%lld rows=%d\n", MonotonicNanoseconds(),
-                         mainFrame->GetCardList()->GetItemCount());
+            std::fprintf(stderr, "VESSACARDS_TIMING filled_ns=%lld rows=%d title=%s\n", MonotonicNanoseconds(),
+                         mainFrame->GetCardList()->GetItemCount(), mainFrame->GetTitle().utf8_str().data());
             if (!keepRunning)
                 mainFrame->CallAfter([mainFrame] { mainFrame->Close(true); });
         },

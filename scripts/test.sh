@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, then builds and tests a
-# normal build, an AddressSanitizer + UndefinedBehaviorSanitizer build and a
+# normal build, the Debian packages (built, installed into a scratch root,
+# started and removed), an AddressSanitizer + UndefinedBehaviorSanitizer build and a
 # ThreadSanitizer build of the window and token tests (any sanitizer report
 # fails the test), then runs every fuzz target for a short time. Exits
 # non-zero on any failure.
@@ -29,6 +30,10 @@ run_suite() {   # build-dir, extra cmake args...
 }
 
 run_suite "$ROOT/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+echo "=== Debian packages: build, lintian, install into a scratch root, start, remove"
+bash scripts/package.sh "$ROOT/build/packages"
+xvfb-run -a -s "-screen 0 1280x1024x24" bash tests/packaging/check-packages.sh "$ROOT/build/packages"
 
 export ASAN_OPTIONS="halt_on_error=1:abort_on_error=0:detect_leaks=1:strict_string_checks=1"
 run_suite "$ROOT/build-asan" -DCMAKE_BUILD_TYPE=Debug -DKORVEX_SANITIZE=ON -DKORVEX_BUILD_BENCH=OFF
