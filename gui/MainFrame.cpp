@@ -8,6 +8,7 @@
 #include "base/Config.h"
 #include "gui/CardStatusText.h"
 #include "gui/Images.h"
+#include "gui/LocalizedBanner.h"
 #include "gui/RefreshCardThread.h"
 #include "gui/StatusLine.h"
 #include "gui/Translate.h"
@@ -97,7 +98,7 @@ MainFrame::MainFrame(wxWindow* parent)
     sizer_sig_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Signaturzertifikat"));
     sizer_enc_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Geheimhaltungszertifikat"));
     sizer_pers_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Infoboxbereich"));
-    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(XpmToImage(KorvexBanner)));
+    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(LocalizedBanner()));
     list_ctrl_cards = new wxListCtrl(panel_main, ID_CARD_LIST, wxDefaultPosition, wxDefaultSize,
                                      wxLC_REPORT | wxLC_SINGLE_SEL | wxSUNKEN_BORDER);
     button_reload = new wxBitmapButton(panel_main, ID_RELOAD, wxBitmap(XpmToImage(ButtonReload)));

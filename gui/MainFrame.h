@@ -133,6 +133,7 @@ public:
     wxListCtrl* GetCardList() const { return list_ctrl_cards; }
     wxStaticText* GetStatusText() const { return label_status; }
     wxStaticBitmap* GetStatusIcon() const { return bitmap_status; }
+    wxStaticBitmap* GetBanner() const { return bitmap_banner; }
     PleaseWait& GetWaitDialog() { return m_Wait; }
     wxTimer& GetFadeTimer() { return m_FadeTimer; }
     FadeOut& GetFade() { return m_Fade; }

@@ -4,11 +4,13 @@
 
 #include "app/I18N.h"
 #include "gui/Images.h"
+#include "gui/XpmImage.h"
 #include "sim/SimControl.h"
 
 #include <wx/image.h>
 #include <wx/intl.h>
 #include <wx/listctrl.h>
+#include <wx/statbmp.h>
 #include <wx/stattext.h>
 
 #include <X11/Xlib.h>
@@ -126,6 +128,18 @@ TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
     for (const char* english : {"Card number", "Issued to", "Card type", "Valid until", "Change 6-digit PIN",
                                 "Show certificate", "Test signature", "Show infobox"})
         EXPECT_NE(std::find(texts.begin(), texts.end(), wxString(english)), texts.end()) << english;
+    // The banner's title is drawn again in English; the card picture stays.
+    const wxImage german = XpmToImage(KorvexBanner);
+    const wxImage shown = frame->GetBanner()->GetBitmap().ConvertToImage();
+    ASSERT_EQ(shown.GetSize(), german.GetSize());
+    int changedLeft = 0;
+    for (int y = 40; y < 130; ++y)
+        for (int x = 30; x < 480; ++x)
+            changedLeft += shown.GetRed(x, y) != german.GetRed(x, y);
+    EXPECT_GT(changedLeft, 1000) << "the German title is still there";
+    for (int y = 40; y < 130; y += 7)
+        for (int x = 560; x < 700; x += 7)
+            EXPECT_EQ(shown.GetRed(x, y), german.GetRed(x, y)) << x << "," << y;
     SaveWindowShot(frame, "main-window-en.png");
 }
 
