@@ -6,9 +6,30 @@
 #include <wx/log.h>
 #include <wx/stdpaths.h>
 
+#include <cstdlib>
+#include <string>
+
 const char* const CATALOG_NAME = "VessaClient";
 
 I18N* I18N::m_Handle = nullptr;
+
+namespace {
+
+// The language the desktop asks for, by the usual precedence; false for the
+// C and POSIX locales, which name none.
+bool DesktopNamesALanguage()
+{
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(name);
+        if (value == nullptr || *value == '\0')
+            continue;
+        const std::string locale = value;
+        return !(locale == "C" || locale.rfind("C.", 0) == 0 || locale == "POSIX");
+    }
+    return false;
+}
+
+} // namespace
 
 I18N* I18N::GetHandle()
 {
@@ -63,6 +84,10 @@ int I18N::Initialize(long language)
 
     FreeLocale();
     CreateLocale(static_cast<int>(language));
+    // Without a language of the desktop the program keeps its own German
+    // texts instead of the toolkit's guess of English.
+    if (language == wxLANGUAGE_DEFAULT && !DesktopNamesALanguage())
+        return I18N_NO_CATALOG;
 
     wxFileName folder(wxStandardPaths::Get().GetDataDir(), wxEmptyString);
     folder.AppendDir("vessaclient");

@@ -14,8 +14,10 @@
 #include <wx/listctrl.h>
 #include <wx/timer.h>
 
+#include <functional>
 #include <string>
 
+class CardWorkThread;
 class RefreshCardThread;
 class wxBitmapButton;
 class wxButton;
@@ -90,6 +92,8 @@ public:
     virtual void evt_ItemDoubleClick(wxListEvent& event);
     virtual void evt_ListKeyDown(wxListEvent& event);
     virtual void evt_ThreadFinished(wxCommandEvent& event);
+    // The card work of a command has ended: its result is shown.
+    virtual void evt_WorkFinished(wxCommandEvent& event);
     virtual void evt_OnPopupClick(wxCommandEvent& event);
     // Looks for cards that came or went and refreshes the list when one did.
     virtual void evt_OnWatchTimer(wxTimerEvent& event);
@@ -140,6 +144,8 @@ public:
     Korvex::acPKCS11* GetP11() const { return m_P11; }
     bool IsRefreshRunning() const { return m_Thread != nullptr; }
     bool IsCommandRunning() const { return m_CommandDepth > 0; }
+    // A command's card work runs on its worker thread (the window is locked).
+    bool IsCardWorkRunning() const { return m_Worker != nullptr; }
     wxTimer& GetWatchTimer() { return m_WatchTimer; }
     // The PIN state line of an application's box.
     wxStaticText* GetPinStateText(Korvex::ApplType appl) const;
@@ -165,8 +171,12 @@ private:
     void ShowSelectedCardState();
     // A refresh once no command or refresh runs any more.
     void RefreshWhenIdle() { m_RefreshWanted = true; }
-    // Reads the PIN states of the card of the open session into its row.
-    void RereadPinStates();
+    // Puts PIN states read by a command into the row of that card.
+    void ApplyPinStates(const std::string& number, const Korvex::CardPinStates& pins);
+    // Locks the window and runs `work` on the worker thread; `done` runs on
+    // the GUI thread afterwards unless the window is closing. False when
+    // the thread could not start (the window is unlocked again).
+    bool StartCardWork(std::function<void()> work, std::function<void()> done);
     void ShowRows(const ListEntryVector& rows, const std::string& keepSelected);
 
     wxPanel* panel_main = nullptr;
@@ -210,6 +220,8 @@ private:
     wxString m_Version;
     Korvex::acPKCS11* m_P11 = nullptr;
     RefreshCardThread* m_Thread = nullptr;
+    CardWorkThread* m_Worker = nullptr;
+    std::function<void()> m_WorkDone;
     // Rows of the last refresh, by card number (the list keeps only texts).
     ListEntryVector m_Rows;
     std::string m_SelectedBeforeRefresh;

@@ -22,6 +22,8 @@ const char kCertificateFileName[] = "vessacards_cert.cer";
 } // namespace
 
 bool MainFrame::ShowCert(bool signature) {
+    if (IsCardWorkRunning())
+        return false;
     const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
     CommandScope command(this);
     wxBusyCursor busy;
@@ -52,6 +54,7 @@ void MainFrame::evt_sig_show_cert(wxCommandEvent&) { ShowCert(true); }
 void MainFrame::evt_enc_show(wxCommandEvent&) { ShowCert(false); }
 
 void MainFrame::evt_pers_show(wxCommandEvent&) {
+    if (IsCardWorkRunning()) return;
     CommandScope command(this);
     int slot = -1;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;

@@ -1,26 +1,10 @@
-// Main window: PIN change and unblock for the three PIN-protected areas, with
-// their status texts, and the two signature tests.
+// Main window: the buttons of the three PIN-protected areas, the status
+// texts of PIN change and unblock, and the two signature tests.
 #include "gui/MainFrame.h"
 
 #include "gui/TestDialog.h"
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
-
-void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
-{
-    CommandScope command(this);
-    if (!OpenSessionForSelectedCard())
-        return;
-    // The module runs its own PIN dialogue inside these calls.
-    const Korvex::PKCS11Return result = unblock ? m_P11->UnblockPIN(appl) : m_P11->ChangePIN(appl);
-    // The user sees at once what the attempt cost.
-    RereadPinStates();
-    m_P11->CloseSession();
-    if (unblock)
-        SetStatusPinUnblock(result);
-    else
-        SetStatusPinChange(result);
-}
 
 void MainFrame::evt_sig_change_pin(wxCommandEvent& /*event*/)
 {
@@ -84,6 +68,8 @@ namespace {
 void RunSignatureTest(MainFrame* frame, Korvex::acPKCS11* p11, const char* title,
                       Korvex::ApplType appl)
 {
+    if (frame->IsCardWorkRunning())
+        return;
     MainFrame::CommandScope command(frame);
     int slot = -1;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;

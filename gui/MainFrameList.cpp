@@ -258,8 +258,9 @@ bool MainFrame::StartRefreshThread()
 void MainFrame::evt_reload(wxCommandEvent& /*event*/)
 {
     // The start timer may still fire for a window that is being closed, and
-    // the watch may want a refresh while one runs.
-    if (IsClosing() || IsRefreshRunning())
+    // the watch may want a refresh while one runs; card work of a command
+    // keeps the module to itself.
+    if (IsClosing() || IsRefreshRunning() || IsCardWorkRunning())
         return;
     AppLog()->LogMessage("evt_reload");
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;

@@ -66,22 +66,3 @@ void MainFrame::ShowSelectedCardState()
     list_ctrl_cards->SetToolTip(row != nullptr ? CertificateDetails(*row) : wxString());
     panel_main->Layout();
 }
-
-void MainFrame::RereadPinStates()
-{
-    const long item = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
-    const ListEntryData* selected = SelectedCardData();
-    if (selected == nullptr)
-        return;
-    for (const std::shared_ptr<ListEntryData>& row : m_Rows) {
-        if (row.get() != selected)
-            continue;
-        Korvex::TokenInfoStruct2 info;
-        if (!m_P11->GetTokenInfoForSlot(row->slotId, info))
-            return;
-        row->pins = Korvex::ReadCardPinStates(*m_P11, info);
-        list_ctrl_cards->SetItemImage(item, row->pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);
-    }
-    ShowSelectedCardState();
-    ApplySelectionRules();
-}

@@ -25,7 +25,7 @@ run_suite() {   # build-dir, extra cmake args...
   cmake -S "$ROOT" -B "$dir" "$@" >/dev/null
   cmake --build "$dir" -j"$JOBS"
   echo "=== test: $dir"
-  (cd "$dir" && xvfb-run -a -s "-screen 0 1280x1024x24" \
+  (cd "$dir" && xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" \
       ctest --output-on-failure -j"$JOBS" --timeout 600)
 }
 
@@ -33,7 +33,7 @@ run_suite "$ROOT/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
 echo "=== Debian packages: build, lintian, install into a scratch root, start, remove"
 bash scripts/package.sh "$ROOT/build/packages"
-xvfb-run -a -s "-screen 0 1280x1024x24" bash tests/packaging/check-packages.sh "$ROOT/build/packages"
+xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" bash tests/packaging/check-packages.sh "$ROOT/build/packages"
 
 export ASAN_OPTIONS="halt_on_error=1:abort_on_error=0:detect_leaks=1:strict_string_checks=1"
 run_suite "$ROOT/build-asan" -DCMAKE_BUILD_TYPE=Debug -DKORVEX_SANITIZE=ON -DKORVEX_BUILD_BENCH=OFF

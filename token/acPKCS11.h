@@ -80,6 +80,11 @@ public:
 
     // ---- sessions and object search ----
     bool OpenSession(int32_t position, bool readWrite);
+    // A session on the card with this number in the slot a refresh found it
+    // in: one token query instead of a scan of every slot. False when the
+    // slot holds no card or another one (`sameCard` says which) or the
+    // session does not open. Afterwards the slot records hold this one slot.
+    bool OpenSessionOnCard(CK_SLOT_ID slot, const std::string& serial, bool readWrite, bool& sameCard);
     bool CloseSession();
     int32_t findSlotForCin(const std::string& cin);
     bool OpenGlobalSession(const std::string& cin);
@@ -90,6 +95,11 @@ public:
     long GetSerialNumberInt() const;
     CK_SESSION_HANDLE GetSessionHandle() const { return m_hSession; }
     int32_t GetSlotIndex() const { return m_SlotIndex; }
+    // The slot of the open session; 0 when no session is open.
+    CK_SLOT_ID GetSessionSlotId() const
+    {
+        return m_SlotIndex >= 0 && static_cast<size_t>(m_SlotIndex) < m_Slots.size() ? m_Slots[m_SlotIndex]->slotID : 0;
+    }
 
     // ---- PIN commands and PIN status (the module runs the dialogues) ----
     PKCS11Return ChangePIN(ApplType appl);

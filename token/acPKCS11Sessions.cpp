@@ -35,6 +35,23 @@ bool acPKCS11::OpenSession(int32_t position, bool readWrite)
     return false;
 }
 
+bool acPKCS11::OpenSessionOnCard(CK_SLOT_ID slot, const std::string& serial, bool readWrite, bool& sameCard)
+{
+    sameCard = false;
+    TokenInfoStruct2 info;
+    // Read as the slot scan reads it: up to a NUL byte, padding kept.
+    if (!GetTokenInfoForSlot(slot, info) || std::string(info.serial.c_str()) != serial)
+        return false;
+    sameCard = true;
+    DeleteSlots();
+    SlotStruct* record = new SlotStruct;
+    record->slotID = slot;
+    record->label = info.label;
+    record->serial = serial;
+    m_Slots.push_back(record);
+    return OpenSession(0, readWrite);
+}
+
 bool acPKCS11::CloseSession()
 {
     LogMessage("PKCS11 Proc_C_CloseSession");

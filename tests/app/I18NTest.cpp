@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 
 namespace {
@@ -51,7 +52,18 @@ protected:
         m_catalogFolder = m_prefix + "/share/vessatest/vessaclient/I18N";
         std::system(("mkdir -p '" + m_catalogFolder + "'").c_str());
     }
-    void TearDown() override { I18N::Destroy(); }
+    void TearDown() override
+    {
+        I18N::Destroy();
+        setenv("LANG", m_lang.c_str(), 1);
+    }
+    // The desktop's locale as the program reads it.
+    void UseDesktopLocale(const char* locale)
+    {
+        unsetenv("LC_ALL");
+        unsetenv("LC_MESSAGES");
+        setenv("LANG", locale, 1);
+    }
 
     // Puts the catalogue into every folder name the default language may be
     // looked up under.
@@ -68,6 +80,7 @@ protected:
     AppTests::ScratchDir m_dir;
     std::string m_prefix;
     std::string m_catalogFolder;
+    const std::string m_lang = std::getenv("LANG") != nullptr ? std::getenv("LANG") : "";
 };
 
 TEST_F(I18NTest, WithoutCatalogueTheGermanTextsStay)
@@ -77,9 +90,15 @@ TEST_F(I18NTest, WithoutCatalogueTheGermanTextsStay)
     EXPECT_EQ(wxGetTranslation("Kartenverwaltung"), "Kartenverwaltung");
 }
 
-TEST_F(I18NTest, CatalogueOfTheDefaultLanguageTranslates)
+TEST_F(I18NTest, CatalogueOfTheDesktopLanguageTranslatesAndTheCLocaleStaysGerman)
 {
     InstallCatalogForDefaultLanguage();
+    for (const char* locale : {"C.UTF-8", "POSIX", ""}) {
+        UseDesktopLocale(locale);
+        EXPECT_EQ(I18N::GetHandle()->Initialize(), I18N::I18N_NO_CATALOG) << locale;
+        EXPECT_EQ(wxGetTranslation("Kartenverwaltung"), "Kartenverwaltung") << locale;
+    }
+    UseDesktopLocale("en_US.UTF-8");
     const int result = I18N::GetHandle()->Initialize();
     // The C locale of the test machine may count as "not available".
     EXPECT_TRUE(result == I18N::I18N_OK || result == I18N::I18N_LANGUAGE_UNAVAILABLE) << result;
@@ -90,6 +109,7 @@ TEST_F(I18NTest, CatalogueOfTheDefaultLanguageTranslates)
 TEST_F(I18NTest, UnavailableLanguageFallsBackToTheDefault)
 {
     InstallCatalogForDefaultLanguage();
+    UseDesktopLocale("en_US.UTF-8");
     // This machine has no locale but C; a language it cannot provide.
     if (wxLocale::IsAvailable(wxLANGUAGE_SWAHILI))
         GTEST_SKIP() << "Swahili locale installed";

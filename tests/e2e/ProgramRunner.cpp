@@ -37,7 +37,14 @@ std::string BinaryDir()
 
 bool HaveDisplay()
 {
-    return std::getenv("DISPLAY") != nullptr;
+    if (std::getenv("DISPLAY") == nullptr)
+        return false;
+    // The X server starts afresh whenever its last client leaves, and
+    // refuses connections while it does: a program started just after
+    // another ended could not open the display. This connection stays for
+    // the whole test process, so the server never resets under the tests.
+    static Display* const keepServerUp = XOpenDisplay(nullptr);
+    return keepServerUp != nullptr;
 }
 
 Sandbox::Sandbox()
@@ -85,6 +92,11 @@ ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> ar
     m_env["NO_AT_BRIDGE"] = "1";
     m_env.erase("VESSA_SIM_CARDS");
     m_env.erase("VESSACARDS_EXIT_AFTER_REFRESH");
+    // A desktop without a language: the program's own German texts, whatever
+    // the machine running the tests is set to.
+    m_env["LANG"] = "C.UTF-8";
+    m_env.erase("LC_ALL");
+    m_env.erase("LC_MESSAGES");
     std::vector<char> buffer(m_stderrPath.begin(), m_stderrPath.end());
     buffer.push_back('\0');
     const int fd = mkstemp(buffer.data());

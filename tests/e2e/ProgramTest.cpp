@@ -68,6 +68,23 @@ TEST_F(ProgramTest, CopiesWithDifferentHomesDoNotSeeEachOther)
     EXPECT_NE(second.StandardError().find("rows=6"), std::string::npos) << second.StandardError();
 }
 
+TEST_F(ProgramTest, TheDesktopLanguageChoosesTheTexts)
+{
+    const struct {
+        const char* lang;
+        const char* title;
+    } cases[] = {{"en_US.UTF-8", "Card manager (x64)"}, {"de_AT.UTF-8", kMainTitle}, {"C.UTF-8", kMainTitle}};
+    for (const auto& language : cases) {
+        ProgramRunner program(sandbox);
+        program.SetEnv("LANG", language.lang);
+        program.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
+        ASSERT_TRUE(program.Start());
+        ASSERT_TRUE(program.WaitForExit(60));
+        EXPECT_NE(program.StandardError().find(std::string("title=") + language.title), std::string::npos)
+            << language.lang << ": " << program.StandardError();
+    }
+}
+
 TEST_F(ProgramTest, AnyArgumentIsRejected)
 {
     for (const char* argument : {"foo", "--help", "-h", "-v"}) {

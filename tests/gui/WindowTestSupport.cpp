@@ -168,7 +168,7 @@ bool MainWindowTest::IsEnabled(int id) const
     return control != nullptr && control->IsEnabled();
 }
 
-void MainWindowTest::Click(int id)
+void MainWindowTest::ClickWithoutWaiting(int id)
 {
     wxWindow* control = frame->FindWindow(id);
     ASSERT_NE(control, nullptr) << "no control " << id;
@@ -177,10 +177,22 @@ void MainWindowTest::Click(int id)
     control->GetEventHandler()->ProcessEvent(click);
 }
 
+void MainWindowTest::Click(int id)
+{
+    ClickWithoutWaiting(id);
+    WaitForCardWork();
+}
+
+void MainWindowTest::WaitForCardWork()
+{
+    ASSERT_TRUE(PumpUntil([this] { return !frame->IsCardWorkRunning(); }, 60.0)) << "card work did not end";
+}
+
 void MainWindowTest::ChoosePopupItem(int id)
 {
     wxCommandEvent choice(wxEVT_MENU, id);
     frame->evt_OnPopupClick(choice);
+    WaitForCardWork();
 }
 
 wxString MainWindowTest::StatusText() const

@@ -60,7 +60,10 @@ protected:
     void SelectCard(const TestCard& card) { SelectRow(RowOf(card)); }
     void SelectRow(long row);
     bool IsEnabled(int id) const;
+    // Clicks a control as the user would and waits for a command's card work.
     void Click(int id);
+    void ClickWithoutWaiting(int id);
+    void WaitForCardWork();
     void ChoosePopupItem(int id);
     wxString StatusText() const;
     bool StatusShown() const;

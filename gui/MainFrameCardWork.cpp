@@ -1,0 +1,159 @@
+// Main window: a command's card work on the worker thread (PIN change and
+// unblock, during which the module shows its own PIN dialogue), with the
+// window locked as a refresh locks it, and its result shown afterwards.
+#include "gui/MainFrame.h"
+
+#include "app/VessaCardsLogger.h"
+#include "gui/CardWorkThread.h"
+#include "gui/Translate.h"
+#include "token/CardPinStates.h"
+#include "token/acPKCS11.h"
+
+#include <memory>
+
+namespace {
+
+// What the worker found; read by the GUI thread only after the join.
+struct PinWork {
+    enum Outcome { DONE, CARD_GONE, LIST_UNREADABLE, SESSION_FAILED } outcome = DONE;
+    Korvex::PKCS11Return result = Korvex::PKCS11_ERROR;
+    Korvex::CardPinStates pins;
+};
+
+// A session on the card: in the slot the last refresh saw it in, else
+// wherever it is now (the full look-up by card number).
+PinWork::Outcome OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number)
+{
+    bool sameCard = false;
+    if (slotKnown && p11.OpenSessionOnCard(slot, number, false, sameCard))
+        return PinWork::DONE;
+    if (sameCard) {
+        AppLog()->LogError("Error open pkcs#11 session");
+        return PinWork::SESSION_FAILED;
+    }
+    std::vector<Korvex::SlotStruct*> slots;
+    const bool listed = p11.GetSlots(slots, true);
+    for (size_t i = 0; listed && i < slots.size(); ++i) {
+        if (slots[i]->serial != number)
+            continue;
+        if (p11.OpenSession(static_cast<int32_t>(i), false))
+            return PinWork::DONE;
+        AppLog()->LogError("Error open pkcs#11 session");
+        return PinWork::SESSION_FAILED;
+    }
+    AppLog()->LogError("cannot load card list");
+    return listed ? PinWork::CARD_GONE : PinWork::LIST_UNREADABLE;
+}
+
+} // namespace
+
+void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
+{
+    // One command at a time: a second click while one runs does nothing.
+    if (IsCardWorkRunning() || IsRefreshRunning() || IsClosing())
+        return;
+    std::string number;
+    Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
+    GetSelectedItem(number, type);
+    if (number == EMPTY_CARD) {
+        SetStatus(Tr("Dieser Befehl ist mit einer leeren Karte nicht erlaubt!"), true);
+        return;
+    }
+    if (number.empty()) {
+        AppLog()->LogError("cannot load card list");
+        return;
+    }
+    const ListEntryData* row = SelectedCardData();
+    const bool slotKnown = row != nullptr;
+    const CK_SLOT_ID slot = slotKnown ? row->slotId : 0;
+
+    auto work = std::make_shared<PinWork>();
+    Korvex::acPKCS11* p11 = m_P11;
+    StartCardWork(
+        [=] {
+            work->outcome = OpenCardSession(*p11, slot, slotKnown, number);
+            if (work->outcome != PinWork::DONE)
+                return;
+            // The module runs its own PIN dialogue inside these calls.
+            work->result = unblock ? p11->UnblockPIN(appl) : p11->ChangePIN(appl);
+            // The user sees at once what the attempt cost.
+            Korvex::TokenInfoStruct2 info;
+            if (p11->GetTokenInfoForSlot(p11->GetSessionSlotId(), info))
+                work->pins = Korvex::ReadCardPinStates(*p11, info);
+            p11->CloseSession();
+        },
+        [=] {
+            switch (work->outcome) {
+            case PinWork::CARD_GONE:
+            case PinWork::LIST_UNREADABLE:
+                SetStatus(work->outcome == PinWork::CARD_GONE ? Tr("Die Karte steckt nicht mehr im Leser.")
+                                                              : Tr("Die Kartenliste konnte nicht gelesen werden."),
+                          true);
+                RefreshWhenIdle();
+                return;
+            case PinWork::SESSION_FAILED:
+                SetStatus(Tr("Die Karte konnte nicht gelesen werden."), true);
+                RefreshWhenIdle();
+                return;
+            case PinWork::DONE:
+                break;
+            }
+            ApplyPinStates(number, work->pins);
+            if (unblock)
+                SetStatusPinUnblock(work->result);
+            else
+                SetStatusPinChange(work->result);
+        });
+}
+
+bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> done)
+{
+    ++m_CommandDepth;
+    MyEnable(false);
+    m_Wait.Centre(wxBOTH);
+    m_Wait.Show();
+    m_WorkDone = std::move(done);
+    m_Worker = new CardWorkThread(this, std::move(work));
+    if (m_Worker->Create() == wxTHREAD_NO_ERROR && m_Worker->Run() == wxTHREAD_NO_ERROR)
+        return true;
+    AppLog()->LogError("cannot start card work thread");
+    delete m_Worker;
+    m_Worker = nullptr;
+    m_WorkDone = nullptr;
+    m_Wait.Hide();
+    MyEnable(true);
+    --m_CommandDepth;
+    return false;
+}
+
+void MainFrame::evt_WorkFinished(wxCommandEvent& /*event*/)
+{
+    if (m_Worker == nullptr)
+        return;
+    m_Worker->Wait();
+    delete m_Worker;
+    m_Worker = nullptr;
+    std::function<void()> done = std::move(m_WorkDone);
+    m_WorkDone = nullptr;
+    --m_CommandDepth;
+    if (IsClosing())
+        return;
+    m_Wait.Hide();
+    MyEnable(true);
+    if (done)
+        done();
+}
+
+void MainFrame::ApplyPinStates(const std::string& number, const Korvex::CardPinStates& pins)
+{
+    for (long item = 0; item < list_ctrl_cards->GetItemCount(); ++item) {
+        if (list_ctrl_cards->GetItemText(item, 0) != wxString::FromUTF8(number.c_str()))
+            continue;
+        for (const std::shared_ptr<ListEntryData>& row : m_Rows)
+            if (row->number == list_ctrl_cards->GetItemText(item, 0))
+                row->pins = pins;
+        list_ctrl_cards->SetItemImage(item, pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);
+    }
+    ShowSelectedCardState();
+    ApplySelectionRules();
+}
