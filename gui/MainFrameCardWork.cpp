@@ -135,13 +135,15 @@ void MainFrame::evt_WorkFinished(wxCommandEvent& /*event*/)
     m_Worker = nullptr;
     std::function<void()> done = std::move(m_WorkDone);
     m_WorkDone = nullptr;
+    if (!IsClosing()) {
+        m_Wait.Hide();
+        MyEnable(true);
+        // Showing the result yields to the event loop: the watch must not
+        // start a refresh before the result is in place.
+        if (done)
+            done();
+    }
     --m_CommandDepth;
-    if (IsClosing())
-        return;
-    m_Wait.Hide();
-    MyEnable(true);
-    if (done)
-        done();
 }
 
 void MainFrame::ApplyPinStates(const std::string& number, const Korvex::CardPinStates& pins)
