@@ -16,6 +16,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 class CardWorkThread;
 class RefreshCardThread;
@@ -128,7 +129,9 @@ public:
     void SetStatusPinUnblock(Korvex::PKCS11Return result);
     // Writes the certificate to a temporary file and starts the external
     // viewer; true when the viewer was started. (MainFrameCardData.cpp)
-    bool ShowCert(bool signature);
+    // Writes the first of these certificates (true: signature) that the
+    // selected card gives to a private file and opens it in the viewer.
+    void ShowCertificate(std::vector<bool> signatureFirst);
 
     // The popup menu for a card of `type`; the caller owns it.
     wxMenu* CreatePopupMenu(Korvex::TokenType type);
@@ -173,6 +176,11 @@ private:
     void RefreshWhenIdle() { m_RefreshWanted = true; }
     // Puts PIN states read by a command into the row of that card.
     void ApplyPinStates(const std::string& number, const Korvex::CardPinStates& pins);
+    // Runs `work` in a session on the selected card on the worker thread,
+    // then `done` with the card's number on the GUI thread; a card that
+    // cannot be found or opened is said in the status line instead.
+    void RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
+                           std::function<void(const std::string&)> done);
     // Locks the window and runs `work` on the worker thread; `done` runs on
     // the GUI thread afterwards unless the window is closing. False when
     // the thread could not start (the window is unlocked again).

@@ -11,6 +11,7 @@
 
 #include <wx/utils.h>
 
+#include <memory>
 #include <vector>
 
 namespace {
@@ -21,37 +22,36 @@ const char kCertificateFileName[] = "vessacards_cert.cer";
 
 } // namespace
 
-bool MainFrame::ShowCert(bool signature) {
-    if (IsCardWorkRunning())
-        return false;
+void MainFrame::ShowCertificate(std::vector<bool> signatureFirst) {
     const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
-    CommandScope command(this);
-    wxBusyCursor busy;
-    Korvex::RemoveFile(path);
-
-    if (!OpenSessionForSelectedCard()) return false;
-
-    std::vector<unsigned char> certificate(Korvex::acPKCS11::CERT_BUFFER_SIZE);
-    unsigned long length = certificate.size();
-    bool shown = false;
-    if (m_P11->LoadSigningCertificate(signature) &&
-        m_P11->GetSigningCertificate(certificate.data(), length) &&
-        Korvex::WritePrivateFile(path, certificate.data(), length)) {
-        // Started or not, the certificate is on disk; a missing viewer only
-        // reports on standard error.
-        Korvex::ShowCertificate(path);
-        shown = true;
-    } else {
-        AppLog()->LogError("error writing cert to file");
-        SetStatus(Tr("Das Zertifikat konnte nicht gelesen werden."), true);
-    }
-    m_P11->CloseSession();
-    return shown;
+    auto written = std::make_shared<bool>(false);
+    RunOnSelectedCard(
+        [=](Korvex::acPKCS11& p11) {
+            Korvex::RemoveFile(path);
+            std::vector<unsigned char> certificate(Korvex::acPKCS11::CERT_BUFFER_SIZE);
+            for (bool signature : signatureFirst) {
+                unsigned long length = certificate.size();
+                if (p11.LoadSigningCertificate(signature) && p11.GetSigningCertificate(certificate.data(), length) &&
+                    Korvex::WritePrivateFile(path, certificate.data(), length)) {
+                    *written = true;
+                    return;
+                }
+                AppLog()->LogError("error writing cert to file");
+            }
+        },
+        [=](const std::string&) {
+            // Started or not, the certificate is on disk; a missing viewer
+            // only reports on standard error.
+            if (*written)
+                Korvex::ShowCertificate(path);
+            else
+                SetStatus(Tr("Das Zertifikat konnte nicht gelesen werden."), true);
+        });
 }
 
-void MainFrame::evt_sig_show_cert(wxCommandEvent&) { ShowCert(true); }
+void MainFrame::evt_sig_show_cert(wxCommandEvent&) { ShowCertificate({true}); }
 
-void MainFrame::evt_enc_show(wxCommandEvent&) { ShowCert(false); }
+void MainFrame::evt_enc_show(wxCommandEvent&) { ShowCertificate({false}); }
 
 void MainFrame::evt_pers_show(wxCommandEvent&) {
     if (IsCardWorkRunning()) return;

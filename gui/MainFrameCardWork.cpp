@@ -1,6 +1,7 @@
 // Main window: a command's card work on the worker thread (PIN change and
-// unblock, during which the module shows its own PIN dialogue), with the
-// window locked as a refresh locks it, and its result shown afterwards.
+// unblock, during which the module shows its own PIN dialogue, and reading a
+// certificate for the viewer), with the window locked as a refresh locks it,
+// and its result shown afterwards.
 #include "gui/MainFrame.h"
 
 #include "app/VessaCardsLogger.h"
@@ -13,23 +14,19 @@
 
 namespace {
 
-// What the worker found; read by the GUI thread only after the join.
-struct PinWork {
-    enum Outcome { DONE, CARD_GONE, LIST_UNREADABLE, SESSION_FAILED } outcome = DONE;
-    Korvex::PKCS11Return result = Korvex::PKCS11_ERROR;
-    Korvex::CardPinStates pins;
-};
+// How the worker got at the selected card.
+enum class CardSession { OPEN, CARD_GONE, LIST_UNREADABLE, SESSION_FAILED };
 
 // A session on the card: in the slot the last refresh saw it in, else
 // wherever it is now (the full look-up by card number).
-PinWork::Outcome OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number)
+CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number)
 {
     bool sameCard = false;
     if (slotKnown && p11.OpenSessionOnCard(slot, number, false, sameCard))
-        return PinWork::DONE;
+        return CardSession::OPEN;
     if (sameCard) {
         AppLog()->LogError("Error open pkcs#11 session");
-        return PinWork::SESSION_FAILED;
+        return CardSession::SESSION_FAILED;
     }
     std::vector<Korvex::SlotStruct*> slots;
     const bool listed = p11.GetSlots(slots, true);
@@ -37,17 +34,18 @@ PinWork::Outcome OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool sl
         if (slots[i]->serial != number)
             continue;
         if (p11.OpenSession(static_cast<int32_t>(i), false))
-            return PinWork::DONE;
+            return CardSession::OPEN;
         AppLog()->LogError("Error open pkcs#11 session");
-        return PinWork::SESSION_FAILED;
+        return CardSession::SESSION_FAILED;
     }
     AppLog()->LogError("cannot load card list");
-    return listed ? PinWork::CARD_GONE : PinWork::LIST_UNREADABLE;
+    return listed ? CardSession::CARD_GONE : CardSession::LIST_UNREADABLE;
 }
 
 } // namespace
 
-void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
+void MainFrame::RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
+                                  std::function<void(const std::string&)> done)
 {
     // One command at a time: a second click while one runs does nothing.
     if (IsCardWorkRunning() || IsRefreshRunning() || IsClosing())
@@ -67,42 +65,59 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
     const bool slotKnown = row != nullptr;
     const CK_SLOT_ID slot = slotKnown ? row->slotId : 0;
 
-    auto work = std::make_shared<PinWork>();
+    auto outcome = std::make_shared<CardSession>(CardSession::OPEN);
     Korvex::acPKCS11* p11 = m_P11;
     StartCardWork(
         [=] {
-            work->outcome = OpenCardSession(*p11, slot, slotKnown, number);
-            if (work->outcome != PinWork::DONE)
+            *outcome = OpenCardSession(*p11, slot, slotKnown, number);
+            if (*outcome != CardSession::OPEN)
                 return;
-            // The module runs its own PIN dialogue inside these calls.
-            work->result = unblock ? p11->UnblockPIN(appl) : p11->ChangePIN(appl);
-            // The user sees at once what the attempt cost.
-            Korvex::TokenInfoStruct2 info;
-            if (p11->GetTokenInfoForSlot(p11->GetSessionSlotId(), info))
-                work->pins = Korvex::ReadCardPinStates(*p11, info);
+            work(*p11);
             p11->CloseSession();
         },
         [=] {
-            switch (work->outcome) {
-            case PinWork::CARD_GONE:
-            case PinWork::LIST_UNREADABLE:
-                SetStatus(work->outcome == PinWork::CARD_GONE ? Tr("Die Karte steckt nicht mehr im Leser.")
-                                                              : Tr("Die Kartenliste konnte nicht gelesen werden."),
-                          true);
+            switch (*outcome) {
+            case CardSession::CARD_GONE:
+                SetStatus(Tr("Die Karte steckt nicht mehr im Leser."), true);
                 RefreshWhenIdle();
                 return;
-            case PinWork::SESSION_FAILED:
+            case CardSession::LIST_UNREADABLE:
+                SetStatus(Tr("Die Kartenliste konnte nicht gelesen werden."), true);
+                RefreshWhenIdle();
+                return;
+            case CardSession::SESSION_FAILED:
                 SetStatus(Tr("Die Karte konnte nicht gelesen werden."), true);
                 RefreshWhenIdle();
                 return;
-            case PinWork::DONE:
-                break;
+            case CardSession::OPEN:
+                done(number);
+                return;
             }
-            ApplyPinStates(number, work->pins);
+        });
+}
+
+void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
+{
+    struct PinWork {
+        Korvex::PKCS11Return result = Korvex::PKCS11_ERROR;
+        Korvex::CardPinStates pins;
+    };
+    auto pinWork = std::make_shared<PinWork>();
+    RunOnSelectedCard(
+        [=](Korvex::acPKCS11& p11) {
+            // The module runs its own PIN dialogue inside these calls.
+            pinWork->result = unblock ? p11.UnblockPIN(appl) : p11.ChangePIN(appl);
+            // The user sees at once what the attempt cost.
+            Korvex::TokenInfoStruct2 info;
+            if (p11.GetTokenInfoForSlot(p11.GetSessionSlotId(), info))
+                pinWork->pins = Korvex::ReadCardPinStates(p11, info);
+        },
+        [=](const std::string& number) {
+            ApplyPinStates(number, pinWork->pins);
             if (unblock)
-                SetStatusPinUnblock(work->result);
+                SetStatusPinUnblock(pinWork->result);
             else
-                SetStatusPinChange(work->result);
+                SetStatusPinChange(pinWork->result);
         });
 }
 

@@ -210,8 +210,8 @@ void MainFrame::evt_OnPopupClick(wxCommandEvent& event)
 
 void MainFrame::evt_ItemDoubleClick(wxListEvent& /*event*/)
 {
-    if (!ShowCert(false))
-        ShowCert(true);
+    // The encryption certificate, else the signature certificate.
+    ShowCertificate({false, true});
 }
 
 void MainFrame::OnCharHook(wxKeyEvent& event)

@@ -7,6 +7,7 @@
 
 #include <wx/listbox.h>
 #include <wx/listctrl.h>
+#include <wx/stattext.h>
 #include <wx/timer.h>
 
 #include <gtest/gtest.h>
@@ -72,6 +73,11 @@ protected:
         return std::string(bytes.begin(), bytes.end());
     }
 
+    // The card work of a command runs on its own thread: wait for its end.
+    static void WaitForCardWork() {
+        ASSERT_TRUE(TestSupport::PumpUntil([] { return !Frame()->IsCardWorkRunning(); }, 30.0));
+    }
+
     std::string record;
 };
 
@@ -83,6 +89,7 @@ TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
     ASSERT_TRUE(SelectCard(kJohann));
     wxCommandEvent sigShow(wxEVT_BUTTON, MainFrame::ID_SIG_SHOW_CERT);
     Frame()->evt_sig_show_cert(sigShow);
+    WaitForCardWork();
     EXPECT_EQ(ReadText(victim), "do not touch");
 
     const std::vector<unsigned char> expected = IssuedCertificate(kJohann.serial, true);
@@ -102,6 +109,7 @@ TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
     Sim::SetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
     wxListEvent doubleClick(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
     Frame()->evt_ItemDoubleClick(doubleClick);
+    WaitForCardWork();
     EXPECT_EQ(ReadBytes(CertPath()), expected);
     ASSERT_TRUE(WaitForFile(record, 10));
 
@@ -109,6 +117,7 @@ TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
     ASSERT_TRUE(SelectCard(kMaria));
     wxCommandEvent encShow(wxEVT_BUTTON, MainFrame::ID_ENC_SHOW);
     Frame()->evt_enc_show(encShow);
+    WaitForCardWork();
     EXPECT_EQ(ReadBytes(CertPath()), IssuedCertificate(kMaria.serial, false));
     ASSERT_TRUE(WaitForFile(record, 10));
     usleep(200 * 1000);
@@ -119,9 +128,10 @@ TEST_F(CardDataTest, UnwritableTemporaryDirectoryStartsNoViewer) {
     ASSERT_TRUE(SelectCard(kJohann));
     const std::string saved = std::getenv("TMPDIR");
     setenv("TMPDIR", (ScratchDir() + "/no-such-dir/").c_str(), 1);
-    const bool shown = Frame()->ShowCert(true);
+    Frame()->ShowCertificate({true});
+    WaitForCardWork();
     setenv("TMPDIR", saved.c_str(), 1);
-    EXPECT_FALSE(shown);
+    EXPECT_EQ(Frame()->GetStatusText()->GetLabel(), wxString::FromUTF8("Das Zertifikat konnte nicht gelesen werden."));
     usleep(300 * 1000);
     EXPECT_TRUE(RecordedArguments().empty());
 }
