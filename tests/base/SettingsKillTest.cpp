@@ -1,0 +1,108 @@
+// Settings survive a crash: a writer killed with SIGKILL at random moments
+// leaves the settings file with either the old or the new content, never a
+// broken or lost one, and the temporary files of killed writes go away with
+// the next write once they are stale.
+#include "tests/base/TempDir.h"
+
+#include <boost/property_tree/ptree.hpp>
+#include <boost/property_tree/xml_parser.hpp>
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <random>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The value in the file, or -1 when the file is there but broken.
+long ReadLevel(const std::string& file)
+{
+    try {
+        boost::property_tree::ptree tree;
+        boost::property_tree::read_xml(file, tree);
+        return tree.get<long>("config.vessa_Client.Trace.LogLevel");
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+int TemporaryFiles(const std::string& dir)
+{
+    int count = 0;
+    for (const auto& entry : fs::directory_iterator(dir))
+        count += entry.path().filename().string().rfind("config.tmp", 0) == 0;
+    return count;
+}
+
+pid_t StartWriter(long from)
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const std::string writer = KORVEX_SETTINGS_WRITER;
+        const std::string start = std::to_string(from);
+        execl(writer.c_str(), writer.c_str(), start.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    return pid;
+}
+
+TEST(SettingsKillTest, KilledWritesLeaveTheOldOrTheNewContent)
+{
+    KorvexTest::TempDir etc;
+    KorvexTest::EnvGuard allUsers("KORVEX_ALLUSERS_DIR", etc.path() + "/");
+    const std::string dir = etc.path() + "/korvex/vessaclient";
+    const std::string file = dir + "/config";
+    const char* loops = std::getenv("KORVEX_KILL_LOOPS");  // 1000 for the full run
+    const int kills = loops != nullptr && std::atoi(loops) > 0 ? std::atoi(loops) : 60;
+
+    std::mt19937 random(20261125);
+    std::uniform_int_distribution<int> moment(500, 12000);  // microseconds
+    long seen = -1;
+    int broken = 0, lost = 0, exited = 0;
+    for (int kill = 0; kill < kills; ++kill) {
+        const long from = static_cast<long>(kill) * 100000000L;
+        const pid_t writer = StartWriter(from);
+        ASSERT_GT(writer, 0);
+        usleep(static_cast<useconds_t>(moment(random)));
+        ::kill(writer, SIGKILL);
+        int status = 0;
+        waitpid(writer, &status, 0);
+        exited += !WIFSIGNALED(status);
+        if (!fs::exists(file)) {
+            lost += seen >= 0;
+            continue;
+        }
+        const long level = ReadLevel(file);
+        // The old content or something this or an earlier writer wrote.
+        if (level < 0 || level < seen)
+            ++broken;
+        else
+            seen = level;
+    }
+    std::printf("%d kills: %d broken, %d lost settings files, %d temporary files left\n", kills, broken, lost,
+                TemporaryFiles(dir));
+    EXPECT_EQ(broken, 0);
+    EXPECT_EQ(lost, 0);
+    EXPECT_EQ(exited, 0) << "the writer ended by itself";
+    EXPECT_GT(seen, 0) << "no write got through";
+
+    // Once stale, the killed writes' temporary files go with the next write.
+    const auto old = fs::file_time_type::clock::now() - std::chrono::minutes(5);
+    for (const auto& entry : fs::directory_iterator(dir))
+        fs::last_write_time(entry.path(), old);
+    const pid_t writer = StartWriter(-1000);
+    usleep(200000);
+    ::kill(writer, SIGKILL);
+    waitpid(writer, nullptr, 0);
+    EXPECT_LE(TemporaryFiles(dir), 1) << "only the last killed write's own file may stay";
+}
+
+} // namespace

@@ -1,0 +1,21 @@
+// Helper of the kill test: writes the log level setting of the all-users
+// file over and over, counting up from the number it is given, until it is
+// killed.
+#include "base/Config.h"
+
+#include <cstdlib>
+
+using namespace Korvex;
+
+int main(int argc, char** argv)
+{
+    long value = argc > 1 ? std::atol(argv[1]) : 0;
+    Config* store = Config::GetHandle(0);
+    if (!store->Init("vessaclient") ||
+        !store->AddConfig(15, CONFIG_ALL_USERS, "LogLevel", "vessa Client\\Trace", SYS_64))
+        return 1;
+    for (;;) {
+        if (!store->SetInteger(15, value++))
+            return 2;
+    }
+}
