@@ -154,8 +154,11 @@ MainFrame::MainFrame(wxWindow* parent)
         wxMessageDialog box(nullptr, message, "Error", wxOK);
         box.ShowModal();
         // Nothing can be done without the module; the status says the user
-        // was told, not that the program failed.
-        std::exit(0);
+        // was told, not that the program failed. The toolkit is mid-way
+        // through its start (inside this constructor), so its objects are
+        // not torn down: quick_exit skips the static destructors that would
+        // meet them half-built. Standard error and the log are flushed.
+        std::quick_exit(0);
     }
     m_FadeTimer.SetOwner(this, ID_FADE_TIMER);
     m_StartTimer.SetOwner(this, ID_START_TIMER);

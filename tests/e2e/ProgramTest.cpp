@@ -162,7 +162,7 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
             EXPECT_NE(window.title, kMainTitle);
         ASSERT_TRUE(CloseWindow(box));
         ASSERT_TRUE(program.WaitForExit(30));
-        EXPECT_EQ(program.ExitStatus(), 0);
+        EXPECT_EQ(program.ExitStatus(), 0) << program.StandardError();
         const std::string shown = "Error loading PKCS#11 library\n" + failure.reason;
         EXPECT_NE(program.StandardError().find(shown), std::string::npos) << program.StandardError();
 
