@@ -37,21 +37,34 @@ long ReadLevel(const std::string& file)
 int TemporaryFiles(const std::string& dir)
 {
     int count = 0;
-    for (const auto& entry : fs::directory_iterator(dir))
-        count += entry.path().filename().string().rfind("config.tmp", 0) == 0;
+    std::error_code error;
+    for (fs::directory_iterator it(dir, error), end; !error && it != end; it.increment(error))
+        count += it->path().filename().string().rfind("config.tmp", 0) == 0;
     return count;
 }
 
+// Starts a writer and returns once it is about to write (its start-up, slow
+// under the sanitizers, is not part of the random moment).
 pid_t StartWriter(long from)
 {
+    int ready[2];
+    if (pipe(ready) != 0)
+        return -1;
     const pid_t pid = fork();
     if (pid == 0) {
+        dup2(ready[1], STDOUT_FILENO);
+        close(ready[0]);
         const std::string writer = KORVEX_SETTINGS_WRITER;
         const std::string start = std::to_string(from);
         execl(writer.c_str(), writer.c_str(), start.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
-    return pid;
+    close(ready[1]);
+    char signal = 0;
+    if (read(ready[0], &signal, 1) != 1)
+        signal = 0;
+    close(ready[0]);
+    return signal == 'R' ? pid : -1;
 }
 
 TEST(SettingsKillTest, KilledWritesLeaveTheOldOrTheNewContent)
@@ -99,6 +112,7 @@ TEST(SettingsKillTest, KilledWritesLeaveTheOldOrTheNewContent)
     for (const auto& entry : fs::directory_iterator(dir))
         fs::last_write_time(entry.path(), old);
     const pid_t writer = StartWriter(-1000);
+    ASSERT_GT(writer, 0);
     usleep(200000);
     ::kill(writer, SIGKILL);
     waitpid(writer, nullptr, 0);
