@@ -119,7 +119,6 @@ public:
     // card that is no longer there is said in the status line and the list
     // is read again.
     bool GetSlotIdxForSelectedCard(int& slotIdx, Korvex::TokenType& type);
-    bool OpenSessionForSelectedCard();
     // Locks or unlocks every command; unlocking re-applies the card-type rules.
     void MyEnable(bool enable);
     // Empty text hides the status line; otherwise it shows the text with the
@@ -172,6 +171,10 @@ private:
     void ApplySelectionRules();
     // Shows the selected card's PIN states and certificate details.
     void ShowSelectedCardState();
+    enum CardUnreachable { CARD_GONE, CARD_LIST_UNREADABLE, CARD_UNREADABLE };
+    // Says in the status line why a command could not reach its card, and
+    // reads the list again once the window is idle.
+    void ReportCardUnreachable(CardUnreachable why);
     // A refresh once no command or refresh runs any more.
     void RefreshWhenIdle() { m_RefreshWanted = true; }
     // Puts PIN states read by a command into the row of that card.

@@ -77,21 +77,10 @@ void MainFrame::RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
         },
         [=] {
             switch (*outcome) {
-            case CardSession::CARD_GONE:
-                SetStatus(Tr("Die Karte steckt nicht mehr im Leser."), true);
-                RefreshWhenIdle();
-                return;
-            case CardSession::LIST_UNREADABLE:
-                SetStatus(Tr("Die Kartenliste konnte nicht gelesen werden."), true);
-                RefreshWhenIdle();
-                return;
-            case CardSession::SESSION_FAILED:
-                SetStatus(Tr("Die Karte konnte nicht gelesen werden."), true);
-                RefreshWhenIdle();
-                return;
-            case CardSession::OPEN:
-                done(number);
-                return;
+            case CardSession::CARD_GONE: ReportCardUnreachable(CARD_GONE); return;
+            case CardSession::LIST_UNREADABLE: ReportCardUnreachable(CARD_LIST_UNREADABLE); return;
+            case CardSession::SESSION_FAILED: ReportCardUnreachable(CARD_UNREADABLE); return;
+            case CardSession::OPEN: done(number); return;
             }
         });
 }

@@ -71,27 +71,19 @@ bool MainFrame::GetSlotIdxForSelectedCard(int& slotIdx, Korvex::TokenType& type)
         }
     }
     AppLog()->LogError("cannot load card list");
-    if (!number.empty()) {
-        SetStatus(listed ? Tr("Die Karte steckt nicht mehr im Leser.") : Tr("Die Kartenliste konnte nicht gelesen werden."),
-                  true);
-        RefreshWhenIdle();
-    }
+    if (!number.empty())
+        ReportCardUnreachable(listed ? CARD_GONE : CARD_LIST_UNREADABLE);
     return false;
 }
 
-bool MainFrame::OpenSessionForSelectedCard()
+void MainFrame::ReportCardUnreachable(CardUnreachable why)
 {
-    int slotIdx = -1;
-    Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
-    if (!GetSlotIdxForSelectedCard(slotIdx, type))
-        return false;
-    if (!m_P11->OpenSession(slotIdx, false)) {
-        AppLog()->LogError("Error open pkcs#11 session");
-        SetStatus(Tr("Die Karte konnte nicht gelesen werden."), true);
-        RefreshWhenIdle();
-        return false;
+    switch (why) {
+    case CARD_GONE: SetStatus(Tr("Die Karte steckt nicht mehr im Leser."), true); break;
+    case CARD_LIST_UNREADABLE: SetStatus(Tr("Die Kartenliste konnte nicht gelesen werden."), true); break;
+    case CARD_UNREADABLE: SetStatus(Tr("Die Karte konnte nicht gelesen werden."), true); break;
     }
-    return true;
+    RefreshWhenIdle();
 }
 
 void MainFrame::evt_ItemSelected(wxListEvent& /*event*/)

@@ -1,6 +1,8 @@
 // The yardstick for the program's start-up: a bare toolkit frame with a
 // report list of the same three columns and nothing else. Reports, like the
 // program, when its event loop runs with the window shown, then quits.
+#include "BenchClock.h"
+
 #include <wx/app.h>
 #include <wx/frame.h>
 #include <wx/listctrl.h>
@@ -9,13 +11,6 @@
 #include <ctime>
 
 namespace {
-
-long long MonotonicNanoseconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec;
-}
 
 class BareApp : public wxApp {
 public:

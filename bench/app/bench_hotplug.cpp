@@ -6,6 +6,8 @@
 // Prints figures; asserts nothing.
 //
 //   bench_hotplug [cycles]        (default 20)
+#include "BenchClock.h"
+
 #include "token/LoadFreeLib.h"
 #include "token/acPKCS11.h"
 
@@ -25,13 +27,6 @@
 namespace {
 
 const std::string kBuild = KORVEX_BENCH_BINARY_DIR;
-
-long long MonotonicNanoseconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec;
-}
 
 // The program as a child whose timing lines are read from a pipe.
 class Program {

@@ -4,6 +4,8 @@
 // Needs an X display (run under xvfb-run). Prints figures; asserts nothing.
 //
 //   bench_startup [runs]        (default 7 runs per case, median reported)
+#include "BenchClock.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -25,13 +27,6 @@ extern char** environ;
 namespace {
 
 const std::string kBuild = KORVEX_BENCH_BINARY_DIR;
-
-long long MonotonicNanoseconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec;
-}
 
 struct Run {
     bool ok = false;

@@ -6,6 +6,8 @@
 // With a second argument the written files are read back and laid out on
 // one PNG sheet (icons enlarged four times) for a look at the result.
 // Needs a display (run it under xvfb-run); see README.md beside this file.
+#include "gui/BannerArt.h"
+
 #include <wx/app.h>
 #include <wx/brush.h>
 #include <wx/pen.h>
@@ -259,36 +261,8 @@ wxImage DrawBanner()
     wxImage image = NewCanvas(width, height);
     wxGraphicsContext* gc = wxGraphicsContext::Create(image);
 
-    gc->SetPen(*wxTRANSPARENT_PEN);
-    gc->SetBrush(gc->CreateLinearGradientBrush(0, 0, width, height, wxColour(0x0A, 0x2E, 0x57),
-                                               wxColour(0x17, 0x6E, 0x8A)));
-    gc->DrawRectangle(0, 0, width, height);
-
-    // Soft concentric rings on the right, behind the card.
-    gc->SetBrush(*wxTRANSPARENT_BRUSH);
-    for (int i = 0; i < 6; ++i) {
-        gc->SetPen(gc->CreatePen(wxGraphicsPenInfo(wxColour(255, 255, 255, 22 - i * 3)).Width(14)));
-        const double r = 60 + i * 34;
-        gc->DrawEllipse(620 - r, 85 - r, 2 * r, 2 * r);
-    }
-    // A thin light line along the bottom edge.
-    gc->SetPen(*wxTRANSPARENT_PEN);
-    gc->SetBrush(gc->CreateLinearGradientBrush(0, 0, width, 0, wxColour(0x3F, 0xC1, 0xA5, 0),
-                                               wxColour(0x3F, 0xC1, 0xA5, 230)));
-    gc->DrawRectangle(0, height - 4, width, 4);
-
-    wxFont maker(wxFontInfo(11).Family(wxFONTFAMILY_SWISS).Bold());
-    gc->SetFont(maker, wxColour(0x9F, 0xD8, 0xE8));
-    const char* makerName = "K O R V E X";
-    gc->DrawText(makerName, 36, 28);
-
-    wxFont title(wxFontInfo(34).Family(wxFONTFAMILY_SWISS).Bold());
-    gc->SetFont(title, *wxWHITE);
-    gc->DrawText("Kartenverwaltung", 34, 50);
-
-    wxFont subtitle(wxFontInfo(13).Family(wxFONTFAMILY_SWISS));
-    gc->SetFont(subtitle, wxColour(0xD4, 0xE8, 0xF4));
-    gc->DrawText(wxString::FromUTF8("vessa premium \u00B7 Signaturkarten und e-Cards"), 37, 108);
+    DrawBannerBackground(gc, width, height);
+    DrawBannerTexts(gc, "Kartenverwaltung", wxString::FromUTF8("vessa premium \u00B7 Signaturkarten und e-Cards"));
 
     gc->PushState();
     gc->Translate(610, 86);
