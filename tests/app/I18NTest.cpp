@@ -83,13 +83,6 @@ protected:
     const std::string m_lang = std::getenv("LANG") != nullptr ? std::getenv("LANG") : "";
 };
 
-TEST_F(I18NTest, WithoutCatalogueTheGermanTextsStay)
-{
-    EXPECT_EQ(I18N::GetHandle()->Initialize(), I18N::I18N_NO_CATALOG);
-    ASSERT_NE(I18N::GetHandle()->GetLocale(), nullptr);
-    EXPECT_EQ(wxGetTranslation("Kartenverwaltung"), "Kartenverwaltung");
-}
-
 TEST_F(I18NTest, CatalogueOfTheDesktopLanguageTranslatesAndTheCLocaleStaysGerman)
 {
     InstallCatalogForDefaultLanguage();

@@ -53,34 +53,6 @@ TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
     }
 }
 
-TEST_F(ProgramConfigTest, TraceRowsLiveInTheTraceSubgroup)
-{
-    ExpectEntry(12, 0, "vessa Client\\Trace", "LogMode");
-    ExpectEntry(13, 1, "vessa Client\\Trace", "LogMode");
-    ExpectEntry(14, 0, "vessa Client\\Trace", "LogLevel");
-    ExpectEntry(15, 1, "vessa Client\\Trace", "LogLevel");
-    ExpectEntry(16, 0, "vessa Client\\Trace", "Filename");
-    ExpectEntry(17, 1, "vessa Client\\Trace", "Filename");
-}
-
-TEST_F(ProgramConfigTest, IrregularRowsAreKept)
-{
-    // 26 has no twin: 27 is the Language entry.
-    ExpectEntry(26, 0, "Orbelia", "InstallDir");
-    ExpectEntry(27, 0, "vessa Client", "Language");
-    // Two number pairs for the same values.
-    ExpectEntry(29, 0, "VessaMiniDriver", "EnableKorvexPinDialog");
-    ExpectEntry(44, 1, "VessaMiniDriver", "EnableKorvexPinDialog");
-    ExpectEntry(31, 0, "VessaMiniDriver", "EnableExternalPin");
-    ExpectEntry(48, 1, "VessaMiniDriver", "EnableExternalPin");
-    // Spelled so on purpose.
-    ExpectEntry(45, 0, "VessaMiniDriver", "PinEntryRequireSecuryMode");
-    ExpectEntry(46, 1, "VessaMiniDriver", "PinEntryRequireSecuryMode");
-    // Registered twice with the same values.
-    ExpectEntry(37, 0, "VessaMiniDriver", "PinCachePolicyType");
-    ExpectEntry(40, 1, "VessaMiniDriver", "PinCachePolicyInfo");
-}
-
 TEST_F(ProgramConfigTest, DriverGroupRowsAreComplete)
 {
     const char* keys[] = {"EnableKorvexPinDialog", "EnableExternalPin", "EnableLogging",

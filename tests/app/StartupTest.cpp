@@ -123,36 +123,6 @@ TEST_F(StartupTest, LogLinesCarryTimeKindAndThreadId)
         << text;
 }
 
-TEST_F(StartupTest, TokenLayerMessagesReachTheLogThroughTheHooks)
-{
-    VessaCards::StartApplicationLog(m_logs.Path());
-    EXPECT_EQ(::acPKCS11::pt2LogMessage, &VessaCards::LogMessage);
-    EXPECT_EQ(::acPKCS11::pt2LogError, &VessaCards::LogError);
-    ::acPKCS11::LogMessage("token label:", " demo");
-    EXPECT_NE(SoleLogText().find(") token label:  demo\n"), std::string::npos);
-}
-
-TEST_F(StartupTest, LoggerHandleIsRegisteredOnceAndSharedByThreads)
-{
-    const unsigned first = VessaCardsLogger::GetHandle();
-    unsigned fromThread = 0;
-    std::thread other([&fromThread] { fromThread = VessaCardsLogger::GetHandle(); });
-    other.join();
-    EXPECT_EQ(first, fromThread);
-    EXPECT_EQ(first, VessaCardsLogger::GetHandle());
-    EXPECT_NE(first, 0u); // slot 0 is the foundation library's default logger
-}
-
-TEST_F(StartupTest, ConfiguredLogFileNameIsReplacedByATimeStampedOne)
-{
-    BootstrapWithTrace("1", m_logs.Path() + "/Trace.LOG");
-    AppLog()->LogError("started");
-
-    EXPECT_TRUE(AppTests::FilesStartingWith(m_logs.Path(), "Trace").empty());
-    EXPECT_NE(SoleLogText().find(") started\n"), std::string::npos);
-    EXPECT_EQ(::acPKCS11::pt2LogError, &VessaCards::LogError);
-}
-
 TEST_F(StartupTest, LevelZeroStartsNoLogAndNoHooks)
 {
     BootstrapWithTrace("0", m_logs.Path());
@@ -160,25 +130,6 @@ TEST_F(StartupTest, LevelZeroStartsNoLogAndNoHooks)
     EXPECT_TRUE(LogFiles(m_logs.Path()).empty());
     EXPECT_EQ(::acPKCS11::pt2LogError, nullptr);
     EXPECT_EQ(::acPKCS11::pt2LogMessage, nullptr);
-}
-
-TEST_F(StartupTest, ShortPathStartsNoLogEvenWithAPositiveLevel)
-{
-    BootstrapWithTrace("4", "/tmp");
-    EXPECT_EQ(::acPKCS11::pt2LogMessage, nullptr);
-    EXPECT_FALSE(AppLog()->IsEnabled());
-}
-
-TEST_F(StartupTest, BareFiveCharacterFileNameLogsIntoTheWorkingDirectory)
-{
-    char previous[4096];
-    ASSERT_NE(getcwd(previous, sizeof(previous)), nullptr);
-    ASSERT_EQ(chdir(m_logs.Path().c_str()), 0);
-    BootstrapWithTrace("2", "x.log");
-    AppLog()->LogError("here");
-    const std::vector<std::string> files = LogFiles(m_logs.Path());
-    ASSERT_EQ(chdir(previous), 0);
-    EXPECT_EQ(files.size(), 1u);
 }
 
 TEST_F(StartupTest, TeardownClosesTheLogAndForgetsTheConfiguration)

@@ -50,24 +50,6 @@ TEST_F(ProgramTest, SecondCopyForTheSameUserEndsAtOnceAndTheFirstKeepsRunning)
     EXPECT_EQ(first.ExitStatus(), 0);
 }
 
-TEST_F(ProgramTest, CopiesWithDifferentHomesDoNotSeeEachOther)
-{
-    // The lock lives in the home folder; another home stands in for another
-    // account here.
-    Sandbox otherUser;
-    ProgramRunner first(sandbox), second(otherUser);
-    first.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
-    second.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
-    ASSERT_TRUE(first.Start());
-    ASSERT_TRUE(second.Start());
-    ASSERT_TRUE(first.WaitForExit(60));
-    ASSERT_TRUE(second.WaitForExit(60));
-    EXPECT_EQ(first.ExitStatus(), 0);
-    EXPECT_EQ(second.ExitStatus(), 0);
-    EXPECT_NE(first.StandardError().find("rows=6"), std::string::npos) << first.StandardError();
-    EXPECT_NE(second.StandardError().find("rows=6"), std::string::npos) << second.StandardError();
-}
-
 TEST_F(ProgramTest, TheDesktopLanguageChoosesTheTexts)
 {
     const struct {
@@ -172,64 +154,6 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
         const std::string log((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         EXPECT_NE(log.find(failure.logLine), std::string::npos) << log;
     }
-}
-
-TEST_F(ProgramTest, LogHasATimeStampedNameAndThreadIdsOnEveryLine)
-{
-    const std::string logs = sandbox.Root() + "/logs";
-    std::system(("mkdir -p '" + logs + "'").c_str());
-    sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>1</LogLevel><Filename>" + logs +
-                          "/trace.log</Filename></Trace></vessa_Client>");
-    ProgramRunner program(sandbox);
-    program.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
-    ASSERT_TRUE(program.Start());
-    ASSERT_TRUE(program.WaitForExit(60));
-    ASSERT_EQ(program.ExitStatus(), 0) << program.StandardError();
-
-    const std::vector<std::string> files = FilesIn(logs);
-    ASSERT_EQ(files.size(), 1u);
-    EXPECT_TRUE(std::regex_match(files[0], std::regex(R"(VessaCards_\d{4}-\d\d-\d\d-\d\d-\d\d-\d\d\.log)")))
-        << files[0];
-
-    std::ifstream in(logs + "/" + files[0]);
-    const std::regex line(R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)( {0,12}[A-Z][A-Z ]*) \((\d+)\) (.*))");
-    const std::string pid = std::to_string(program.Pid());
-    int lines = 0;
-    bool reloadOnMainThread = false, slotsOnOtherThread = false, moduleStarted = false;
-    for (std::string text; std::getline(in, text);) {
-        ++lines;
-        std::smatch parts;
-        ASSERT_TRUE(std::regex_match(text, parts, line)) << text;
-        EXPECT_EQ(parts[2].length(), 13) << "label not right-aligned in 13 characters: " << text;
-        if (parts[4] == "evt_reload")
-            reloadOnMainThread = parts[3] == pid;
-        if (parts[4] == "PKCS11 GetSlots" && parts[3] != pid)
-            slotsOnOtherThread = true;
-        if (parts[4] == "PKCS11 INIT")
-            moduleStarted = true;
-    }
-    EXPECT_GT(lines, 5);
-    EXPECT_TRUE(reloadOnMainThread) << "the reload is logged by the GUI thread";
-    EXPECT_TRUE(slotsOnOtherThread) << "the card refresh thread logs with its own id";
-    EXPECT_TRUE(moduleStarted);
-    // The log says which file the loader picked.
-    std::ifstream again(logs + "/" + files[0]);
-    const std::string log((std::istreambuf_iterator<char>(again)), std::istreambuf_iterator<char>());
-    EXPECT_NE(log.find("module file: " SIM_MODULE_DIR "/libVessaP11.so"), std::string::npos);
-}
-
-TEST_F(ProgramTest, NoLogWhenTheLevelIsZero)
-{
-    const std::string logs = sandbox.Root() + "/logs";
-    std::system(("mkdir -p '" + logs + "'").c_str());
-    sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>0</LogLevel><Filename>" + logs +
-                          "</Filename></Trace></vessa_Client>");
-    ProgramRunner program(sandbox);
-    program.SetEnv("VESSACARDS_EXIT_AFTER_REFRESH", "1");
-    ASSERT_TRUE(program.Start());
-    ASSERT_TRUE(program.WaitForExit(60));
-    EXPECT_EQ(program.ExitStatus(), 0);
-    EXPECT_TRUE(FilesIn(logs).empty());
 }
 
 } // namespace

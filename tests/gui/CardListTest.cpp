@@ -23,17 +23,6 @@ const int kCommandButtons[] = {
     MainFrame::ID_PERS_CHANGE,    MainFrame::ID_PERS_PUK, MainFrame::ID_PERS_SHOW,
 };
 
-void ExpectNoWindowLeftAndANewOneReadsEveryCard()
-{
-    for (wxWindow* window : wxTopLevelWindows)
-        EXPECT_EQ(dynamic_cast<MainFrame*>(window), nullptr) << "a closed main window is still there";
-    MainFrame* next = new MainFrame(nullptr);
-    next->Show();
-    EXPECT_TRUE(PumpUntil([next] { return !next->IsRefreshRunning() && next->GetCardList()->GetItemCount() == 4; }));
-    next->Destroy();
-    Pump(50);
-}
-
 class CardListTest : public MainWindowTest {
 protected:
     void ExpectRow(long row, const TestCard& card)
@@ -145,20 +134,6 @@ TEST_F(CardListTest, ReloadShowsCardsThatCameAndGoneOnTop)
     ExpectRestrictions(false, false); // an e-card G3A
 }
 
-TEST_F(CardListTest, ReloadShowsTheWaitBoxAndLocksTheWindowWhileReading)
-{
-    Sim::SetLatency(150); // slow cards keep the refresh running long enough to look
-    Click(MainFrame::ID_RELOAD);
-    EXPECT_TRUE(frame->IsRefreshRunning());
-    EXPECT_TRUE(frame->GetWaitDialog().IsShown());
-    EXPECT_FALSE(IsEnabled(MainFrame::ID_RELOAD));
-    EXPECT_FALSE(frame->GetCardList()->IsEnabled());
-    EXPECT_EQ(frame->GetCardList()->GetItemCount(), 0);
-    WaitForRefresh();
-    Sim::SetLatency(0);
-    EXPECT_EQ(frame->GetCardList()->GetItemCount(), 4);
-}
-
 TEST_F(CardListTest, ModuleFailuresDuringARefreshLeaveOutWhatCannotBeReadAndSayWhat)
 {
     Sim::SetFault("C_OpenSession", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
@@ -195,33 +170,6 @@ TEST_F(CardListTest, CommandWithoutSelectionActsOnTheFirstRow)
     EXPECT_EQ(number, kBlank.serial);
     EXPECT_EQ(type, kBlank.type);
     EXPECT_EQ(SelectedRow(), 0);
-}
-
-// Closing while a refresh runs: the window goes (its thread joined, the late
-// result dropped) and the next window still reads every card.
-TEST_F(CardListTest, ClosingTheWindowDuringARefreshIsSafe)
-{
-    Sim::SetLatency(100);
-    Click(MainFrame::ID_RELOAD);
-    ASSERT_TRUE(frame->IsRefreshRunning());
-    frame->Destroy();
-    frame = nullptr;
-    Pump(300);
-    Sim::SetLatency(0);
-    ExpectNoWindowLeftAndANewOneReadsEveryCard();
-}
-
-TEST(MainWindowLifetime, ClosingRightAfterStartIsSafe)
-{
-    UseTestCardSet(true);
-    for (int delayMs : {0, 1, 3, 10, 30}) {
-        MainFrame* frame = new MainFrame(nullptr);
-        frame->Show();
-        Pump(delayMs);
-        frame->Destroy();
-        Pump(100);
-    }
-    ExpectNoWindowLeftAndANewOneReadsEveryCard();
 }
 
 } // namespace

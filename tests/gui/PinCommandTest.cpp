@@ -56,26 +56,6 @@ TEST_F(PinCommandTest, ChangeUnblockAndCancelOnEveryApplication)
     ExpectStatus("Fehler beim PIN entsperren!", true);
 }
 
-TEST_F(PinCommandTest, WrongPinsCountDownLockAndThePukUnblocks)
-{
-    SelectCard(kJohann);
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        Run(MainFrame::ID_ENC_CHANGE_PIN, {"1111", "2222", "2222"}, "Fehler beim PIN \xC3\x84ndern! PIN falsch!", true);
-        EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 2 - attempt);
-    }
-    const unsigned long dialogues = Sim::PinDialogCount();
-    Run(MainFrame::ID_ENC_CHANGE_PIN, {"1234", "2222", "2222"}, "Fehler beim PIN \xC3\x84ndern! PIN Gesperrt", true);
-    EXPECT_EQ(Sim::PinDialogCount(), dialogues) << "a locked PIN needs no dialogue";
-    Run(MainFrame::ID_ENC_PUK, {"87654321", "4444", "4444"}, kUnblocked, false);
-    EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 3);
-    EXPECT_EQ(Prompts(), (Lines{"PUK:", "Neue PIN:", "Neue PIN wiederholen:"}));
-
-    Run(MainFrame::ID_SIG_PUK, {"00000000", "111111", "111111"}, "Fehler beim PIN entsperren! PIN/PUK falsch!", true);
-    Sim::SetFault("C_SetAttributeValue", kJohann.serial, CKR_PIN_LOCKED, 1);
-    Run(MainFrame::ID_SIG_PUK, {}, "Fehler beim PIN entsperren! PUK Gesperrt", true);
-    Run(MainFrame::ID_SIG_PUK, {"12345678", "111111", "222222"}, "Fehler beim PIN entsperren!", true);
-}
-
 TEST_F(PinCommandTest, BlankOrPulledCardsRunNoDialogue)
 {
     const unsigned long dialogues = Sim::PinDialogCount();

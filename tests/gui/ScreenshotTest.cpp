@@ -142,48 +142,6 @@ TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
     SaveWindowShot(frame, "main-window-en.png");
 }
 
-TEST_F(DemoWindowTest, RowsMarkCertificateValidityAndPinStatesAsTheCardsTellThem)
-{
-    // Last card read on top; the internal slot is left out.
-    const struct {
-        const char* serial;
-        const char* validity; // end of the "Gültig bis" cell
-        bool warning;         // a PIN locked or on its last try
-        const char* pins[3];  // signature, encryption, identity link
-    } rows[] = {
-        {"1203000000007777", "(l\xC3\xA4uft bald ab)", false, {"", "", "PIN: in Ordnung"}},
-        {"0000000000000000", "", false, {"", "", ""}},
-        {"1203000000001111", "", false, {"", "", "PIN: in Ordnung"}},
-        {"3002000000004242", "(abgelaufen)", false, {"", "", ""}},
-        {"3014000000000815", "", true, {"PIN: nur noch 1 Versuch", "PIN: noch 3 Versuche", ""}},
-        {"1204000000004711", "", false, {"", "", "PIN: in Ordnung"}},
-    };
-    ASSERT_EQ(frame->GetCardList()->GetItemCount(), 6);
-    const wxColour plain = frame->GetCardList()->GetItemBackgroundColour(5);
-    for (long row = 0; row < 6; ++row) {
-        SCOPED_TRACE(rows[row].serial);
-        ASSERT_EQ(RowText(row, 0), rows[row].serial);
-        const std::string validUntil = RowText(row, 3);
-        const std::string mark = rows[row].validity;
-        EXPECT_EQ(validUntil.substr(validUntil.size() - std::min(mark.size(), validUntil.size())), mark);
-        EXPECT_EQ(frame->GetCardList()->GetItemBackgroundColour(row) != plain, !mark.empty());
-        wxListItem item;
-        item.SetId(row);
-        item.SetMask(wxLIST_MASK_IMAGE);
-        ASSERT_TRUE(frame->GetCardList()->GetItem(item));
-        EXPECT_EQ(item.GetImage(), rows[row].warning ? 1 : 0);
-        SelectRow(row);
-        for (int appl = 0; appl < 3; ++appl)
-            EXPECT_EQ(frame->GetPinStateText(static_cast<Korvex::ApplType>(appl))->GetLabel(), Utf8(rows[row].pins[appl])) << appl;
-        // The tooltip names issuer and period of every personalised card.
-        const bool personalised = std::string(rows[row].serial) != "0000000000000000";
-        EXPECT_EQ(frame->GetCardList()->GetToolTipText().Contains(Utf8("g\xC3\xBCltig von")), personalised);
-    }
-    EXPECT_NE(frame->GetCardList()->GetItemBackgroundColour(0), frame->GetCardList()->GetItemBackgroundColour(3))
-        << "expired and expiring soon look different";
-    EXPECT_EQ(Sim::PinTries("3014000000000815", VSIM_PIN_SIGNATURE), 1);
-}
-
 TEST_F(DemoWindowTest, WindowShowsBannerAndDemoCards)
 {
     // The demo set: six cards in removable readers.

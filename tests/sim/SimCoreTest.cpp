@@ -115,24 +115,6 @@ TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
     EXPECT_FALSE(resolveCard(demoCardSet(), "nobody", adHoc, error));
 }
 
-TEST(SimDer, LengthsAndIntegersAreMinimal) {
-    using Der::Bytes;
-    EXPECT_EQ(Der::length(127), (Bytes{0x7F}));
-    EXPECT_EQ(Der::length(128), (Bytes{0x81, 0x80}));
-    EXPECT_EQ(Der::length(256), (Bytes{0x82, 0x01, 0x00}));
-    EXPECT_EQ(Der::length(65536), (Bytes{0x83, 0x01, 0x00, 0x00}));
-    EXPECT_EQ(Der::integer(0), (Bytes{0x02, 0x01, 0x00}));
-    EXPECT_EQ(Der::integer(127), (Bytes{0x02, 0x01, 0x7F}));
-    EXPECT_EQ(Der::integer(128), (Bytes{0x02, 0x02, 0x00, 0x80}));
-    EXPECT_EQ(Der::integer(256), (Bytes{0x02, 0x02, 0x01, 0x00}));
-    EXPECT_EQ(Der::integer(-1), (Bytes{0x02, 0x01, 0xFF}));
-    EXPECT_EQ(Der::integer(-129), (Bytes{0x02, 0x02, 0xFF, 0x7F}));
-    EXPECT_EQ(Der::unsignedInteger({0x00, 0x00, 0x80}), (Bytes{0x02, 0x02, 0x00, 0x80}));
-    EXPECT_EQ(Der::bits({0xAB}), (Bytes{0x03, 0x02, 0x00, 0xAB}));
-    EXPECT_EQ(Der::context(2, {0x05, 0x00}), (Bytes{0xA2, 0x02, 0x05, 0x00}));
-    EXPECT_EQ(Der::context(0, {0x41}, false), (Bytes{0x80, 0x01, 0x41}));
-}
-
 TEST(SimIdentityLink, LongNamesAreCutSoTheReaderStillFindsThem) {
     CardSpec card;
     card.serial = "1204000000004711";
@@ -148,12 +130,6 @@ TEST(SimIdentityLink, LongNamesAreCutSoTheReaderStillFindsThem) {
     EXPECT_EQ(link.getBaseId(), defaultBaseId(card.serial));
     EXPECT_GE(record.size(), 128u);
     EXPECT_EQ(insuranceNumber(card), "4711030201");
-}
-
-TEST(SimPinEntry, EscapesWhatAssuanReserves) {
-    EXPECT_EQ(PinEntry::escape("100%\nfertig\r"), "100%25%0Afertig%0D");
-    EXPECT_EQ(PinEntry::unescape("12%2534%0A%zz%4"), "12%34\n%zz%4");
-    EXPECT_EQ(PinEntry::unescape(PinEntry::escape("a%b\nc")), "a%b\nc");
 }
 
 TEST(SimPinState, ChecksFormatBeforeTouchingTheCounter) {

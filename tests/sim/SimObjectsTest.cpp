@@ -141,57 +141,6 @@ TEST_F(SimObjects, SecretsStaySecretAndAttributeAnswersFollowTheStandard) {
     EXPECT_TRUE(findAll(blank, nullptr, 0).empty());
 }
 
-TEST_F(SimObjects, IdentityLinkParsesWithTheProgramsReader) {
-    CK_SESSION_HANDLE fixed = openSession(3);
-    for (const char* rfu : {"RFU1", "RFU2"}) {
-        Bytes value = readAttribute(fixed, findObject(fixed, CKO_DATA, rfu), CKA_VALUE);
-        EXPECT_EQ(value, Bytes(256, 0)) << rfu;
-    }
-    int result = 0;
-    Korvex::Personenbindung link = parseLink(readAttribute(fixed, findObject(fixed, CKO_DATA, "PERSONENBINDUNG"),
-                                                           CKA_VALUE),
-                                             result);
-    ASSERT_EQ(result, 1);
-    EXPECT_EQ(link.getGivenName(), "Johann");
-    EXPECT_EQ(link.getFamilyName(), "\xC3\x96sterreicher");
-    EXPECT_EQ(link.getDateOfBirth(), "1959-01-30");
-    EXPECT_EQ(link.getBaseId().size(), 28u);
-    EXPECT_EQ(link.getVersion(), 1);
-    unsigned char signature[Korvex::Personenbindung::kSignatureValueSize];
-    int length = 0;
-    link.getSignatureValue(signature, length);
-    EXPECT_EQ(length, 256);
-
-    // On an infobox card PERSONENBINDUNG is entry 1 of the infobox file.
-    CK_SESSION_HANDLE session = openSession(0);
-    Bytes alias = readAttribute(session, findObject(session, CKO_DATA, "PERSONENBINDUNG"), CKA_VALUE);
-    EXPECT_EQ(alias, readAttribute(session, findObject(session, CKO_DATA, "0x01"), CKA_VALUE));
-    Korvex::Personenbindung maria = parseLink(alias, result);
-    ASSERT_EQ(result, 1);
-    EXPECT_EQ(maria.getFamilyName(), "Musterfrau");
-    LibInfobox::InfoboxFS& file = infobox(session);
-    EXPECT_EQ(file.GetTagList(), (std::vector<unsigned char>{1, 2, 3}));
-    unsigned char type = 0xFF;
-    Korvex::ByteArray data;
-    ASSERT_TRUE(file.GetEntry(1, type, data));
-    EXPECT_EQ(type, 0);
-    EXPECT_EQ(data.ToVector(), alias);
-    ASSERT_TRUE(file.GetEntry(3, type, data));
-    EXPECT_EQ(type & 1, 1);
-}
-
-TEST_F(SimObjects, DemoCardWithoutIdentityLinkHasThreeEmptyDataFiles) {
-    CK_SESSION_HANDLE session = openSession(kNoLinkSlot);
-    for (const char* label : {"PERSONENBINDUNG", "RFU1", "RFU2"}) {
-        EXPECT_EQ(readAttribute(session, findObject(session, CKO_DATA, label), CKA_VALUE), Bytes(256, 0)) << label;
-    }
-    EXPECT_EQ(findObject(session, CKO_DATA, "INFOBOX"), CK_INVALID_HANDLE);
-    X509Ptr certificate = parseCertificate(
-        readAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH.SIG"), CKA_VALUE));
-    ASSERT_TRUE(certificate);
-    EXPECT_EQ(commonName(X509_get_subject_name(certificate.get())), "Franz Neubauer");
-}
-
 TEST_F(SimObjects, ProtectedEntriesAskForTheIdentityLinkPinWhenRead) {
     CK_SESSION_HANDLE session = openSession(0);
     CK_OBJECT_HANDLE entry = findObject(session, CKO_DATA, "0x03");
@@ -245,38 +194,6 @@ TEST_F(SimObjects, WritingTheIdentityLinkNeedsReadWriteAndThePinAndPersists) {
     int result = 0;
     parseLink(readAttribute(session, findObject(session, CKO_DATA, "PERSONENBINDUNG"), CKA_VALUE), result);
     EXPECT_EQ(result, 1);
-}
-
-TEST_F(SimObjects, SwitchingProtectionMovesTheContentOutOfTheInfoboxFile) {
-    CK_SESSION_HANDLE session = openSession(0, true);
-    CK_OBJECT_HANDLE entry = findObject(session, CKO_DATA, "0x02");
-    const Bytes content = readAttribute(session, entry, CKA_VALUE);
-    ASSERT_FALSE(content.empty());
-    CK_BBOOL protect = CK_TRUE;
-    CK_ATTRIBUTE change[] = {{CKA_VALUE, const_cast<unsigned char*>(content.data()), content.size()},
-                             {CKA_PRIVATE, &protect, sizeof protect}};
-    SetPinAnswers({"4321"});
-    ASSERT_EQ(p11->C_SetAttributeValue(session, entry, change, 2), CKR_OK);
-    unsigned char type = 0;
-    Korvex::ByteArray data;
-    ASSERT_TRUE(infobox(session).GetEntry(2, type, data));
-    EXPECT_EQ(type & 1, 1);
-    EXPECT_TRUE(data.IsEmpty());
-
-    reload();
-    session = openSession(0, true);
-    entry = findObject(session, CKO_DATA, "0x02");
-    EXPECT_EQ(readAttribute(session, entry, CKA_PRIVATE), Bytes{CK_TRUE});
-    CK_BBOOL unprotect = CK_FALSE;
-    CK_ATTRIBUTE back = {CKA_PRIVATE, &unprotect, sizeof unprotect};
-    SetPinAnswers({"4321"});
-    ASSERT_EQ(p11->C_SetAttributeValue(session, entry, &back, 1), CKR_OK);
-    ASSERT_TRUE(infobox(session).GetEntry(2, type, data));
-    EXPECT_EQ(type & 1, 0);
-    EXPECT_EQ(data.ToVector(), content);
-    CK_ULONG wrongSize = 7;
-    CK_ATTRIBUTE bad = {CKA_PRIVATE, &wrongSize, sizeof wrongSize};
-    EXPECT_EQ(p11->C_SetAttributeValue(session, entry, &bad, 1), CKR_ATTRIBUTE_VALUE_INVALID);
 }
 
 } // namespace

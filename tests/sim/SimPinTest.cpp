@@ -126,22 +126,6 @@ TEST_F(SimPins, ADialogueThatCannotRunIsAFailureNotACancel) {
     setenv("VESSA_SIM_PINENTRY", VSIM_FAKE_PINENTRY, 1);
 }
 
-TEST_F(SimPins, ECardsCannotUnblockAndIdentityLinkPinLivesOnTheDataObject) {
-    CK_SESSION_HANDLE session = openSession(1);
-    EXPECT_EQ(setVendorAttribute(session, signatureKey(session), kUnblock), CKR_FUNCTION_NOT_SUPPORTED);
-    CK_OBJECT_HANDLE link = findObject(session, CKO_DATA, "PERSONENBINDUNG");
-    ASSERT_NE(link, CK_INVALID_HANDLE);
-    SetPinAnswers({"4321", "8765", "8765"});
-    EXPECT_EQ(setVendorAttribute(session, link, kChange), CKR_OK);
-    EXPECT_TRUE(logContains("Infobox-PIN"));
-    int tries = 0;
-    int pukTries = 0;
-    ASSERT_EQ(m_sim.pinTries(kECardG4, VSIM_PIN_IDENTITY_LINK, &tries, &pukTries), CKR_OK);
-    EXPECT_EQ(pukTries, -1);
-    CK_OBJECT_HANDLE certificate = findObject(session, CKO_CERTIFICATE, "C.CH.SIG");
-    EXPECT_EQ(setVendorAttribute(session, certificate, kChange), CKR_ATTRIBUTE_TYPE_INVALID);
-}
-
 TEST_F(SimPins, LoginAsksOnTheProtectedPathOrChecksTheGivenPin) {
     CK_SESSION_HANDLE session = openSession(3);
     SetPinAnswers({"4321"});
@@ -167,21 +151,6 @@ TEST_F(SimPins, LoginAsksOnTheProtectedPathOrChecksTheGivenPin) {
     session = openSession(3);
     ASSERT_EQ(p11->C_GetSessionInfo(session, &info), CKR_OK);
     EXPECT_EQ(info.state, CKS_RO_PUBLIC_SESSION);
-}
-
-TEST_F(SimPins, SetPinChangesTheIdentityLinkPinInReadWriteSessions) {
-    CK_SESSION_HANDLE readOnly = openSession(0);
-    CK_UTF8CHAR oldPin[] = "4321";
-    CK_UTF8CHAR newPin[] = "1357";
-    EXPECT_EQ(p11->C_SetPIN(readOnly, oldPin, 4, newPin, 4), CKR_SESSION_READ_ONLY);
-    CK_SESSION_HANDLE session = openSession(0, true);
-    EXPECT_EQ(p11->C_SetPIN(session, oldPin, 4, newPin, 4), CKR_OK);
-    EXPECT_EQ(p11->C_Login(session, CKU_USER, newPin, 4), CKR_OK);
-    ASSERT_EQ(p11->C_Logout(session), CKR_OK);
-    SetPinAnswers({"1357", "2468", "2468"});
-    EXPECT_EQ(p11->C_SetPIN(session, nullptr, 0, nullptr, 0), CKR_OK);
-    CK_UTF8CHAR latest[] = "2468";
-    EXPECT_EQ(p11->C_Login(session, CKU_USER, latest, 4), CKR_OK);
 }
 
 TEST_F(SimPins, ResetRestoresFactoryPinsAndCounters) {

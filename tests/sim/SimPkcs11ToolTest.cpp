@@ -53,58 +53,6 @@ TEST_F(SimPkcs11Tool, ListsSlotsTokensAndObjects) {
     EXPECT_NE(subject.find("CN=Johann \xC3\x96sterreicher"), std::string::npos) << subject;
 }
 
-TEST_F(SimPkcs11Tool, SignsWithBothKeysThroughTheProtectedPath) {
-    const std::string data = m_dir + "/data.txt";
-    WriteText(data, "Sehr geehrte Damen und Herren, bitte signieren.");
-    int status = 0;
-    const std::string certificate = m_dir + "/sig.der";
-    std::string read = tool("--slot 1 --read-object --type cert --id 01 -o '" + certificate + "'", status);
-    ASSERT_EQ(status, 0) << read;
-    std::string publicKey = run("openssl x509 -inform der -in '" + certificate + "' -noout -pubkey > '" + m_dir +
-                                    "/sig.pem'",
-                                status);
-    ASSERT_EQ(status, 0) << publicKey;
-
-    // Login asks the identity-link PIN, the signature key its own PIN.
-    SetPinAnswers({"4321", "123456"});
-    std::string sign = tool("--slot 1 --login --sign --id 01 -m SHA256-RSA-PKCS -i '" + data + "' -o '" + m_dir +
-                                "/sig.bin'",
-                            status);
-    ASSERT_EQ(status, 0) << sign;
-    std::string verified = run("openssl dgst -sha256 -verify '" + m_dir + "/sig.pem' -signature '" + m_dir +
-                                   "/sig.bin' '" + data + "'",
-                               status);
-    EXPECT_EQ(status, 0) << verified;
-    EXPECT_NE(verified.find("Verified OK"), std::string::npos);
-    const auto log = PinDialogLog();
-    // The demo card's signature PIN is on its last try: its dialogue warns.
-    ASSERT_EQ(log.size(), 9u);
-    EXPECT_EQ(log[2], "SETPROMPT Infobox-PIN:");
-    EXPECT_EQ(log[6], "SETPROMPT Signatur-PIN:");
-    EXPECT_EQ(log[7], "SETERROR Achtung: die Signatur-PIN hat nur noch 1 Versuch!");
-
-    SetPinAnswers({"4321", "1234"});
-    sign = tool("--slot 1 --login --sign --id 02 -m ECDSA-SHA1 --signature-format openssl -i '" + data + "' -o '" +
-                    m_dir + "/ec.bin'",
-                status);
-    ASSERT_EQ(status, 0) << sign;
-    tool("--slot 1 --read-object --type cert --id 02 -o '" + m_dir + "/ec.der'", status);
-    run("openssl x509 -inform der -in '" + m_dir + "/ec.der' -noout -pubkey > '" + m_dir + "/ec.pem'", status);
-    verified = run("openssl dgst -sha1 -verify '" + m_dir + "/ec.pem' -signature '" + m_dir + "/ec.bin' '" + data +
-                       "'",
-                   status);
-    EXPECT_EQ(status, 0) << verified;
-    std::string inside = tool("--slot 1 --verify --id 02 -m ECDSA-SHA1 --signature-format openssl -i '" + data +
-                                  "' --signature-file '" + m_dir + "/ec.bin'",
-                              status);
-    EXPECT_NE(inside.find("Signature is valid"), std::string::npos) << inside;
-
-    // A cancelled dialogue makes the tool fail, not hang.
-    SetPinAnswers({"CANCEL"});
-    tool("--slot 1 --login --sign --id 01 -m SHA256-RSA-PKCS -i '" + data + "' -o '" + m_dir + "/x.bin'", status);
-    EXPECT_NE(status, 0);
-}
-
 } // namespace
 
 namespace {

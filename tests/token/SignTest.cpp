@@ -130,45 +130,6 @@ TEST_F(TokenSignTest, InputChecksComeBeforeTheCard)
     EXPECT_TRUE(signRaw(*p11, big, kind, true, Korvex::HashSha256, 2048));
 }
 
-TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
-{
-    ASSERT_TRUE(openCard(kAcos));
-    const Bytes text = bytes("abc");
-    Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
-
-    SetPinAnswers({"CANCEL"});
-    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
-    Sim::SetFault("C_SignInit", kAcos, CKR_KEY_FUNCTION_NOT_PERMITTED, 1);
-    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
-    Sim::SetFault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
-    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
-    Bytes signature;
-    EXPECT_FALSE(p11->Sign("SK.CH.EKEY", text, signature, Korvex::HashSha256));  // EC needs a digest
-    Sim::SetFault("C_Sign", kAcos, CKR_DEVICE_MEMORY, 1);
-    EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
-    EXPECT_FALSE(p11->Sign("SK.CH.NONE", text, signature, Korvex::HashSha1));
-    EXPECT_TRUE(signature.empty());
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_Sign ERROR0x50", "PKCS11 Proc_C_SignInit ERROR0x68",
-                                    "PKCS11 Proc_C_FindObjectsInit ERROR0x30",
-                                    "PKCS11 Unbekannter Signaturalgorihtmus", "PKCS11 Proc_C_Sign0x31"}));
-
-    Log::clear();
-    Sim::SetFault("C_VerifyInit", kAcos, CKR_KEY_TYPE_INCONSISTENT, 1);
-    EXPECT_FALSE(p11->Verify("PK.CH.SIG", text, text, Korvex::HashSha1));
-    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_VerifyInit0x63"});
-
-    // A signature length beyond the buffer is refused, not copied. (A fresh
-    // session: the failed size query above left its operation open.)
-    p11->CloseSession();
-    ASSERT_TRUE(openCard(kAcos));
-    Sim::SetMalformed("C_Sign", kAcos, VSIM_ALWAYS);
-    SetPinAnswers({"123456", "123456"});
-    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
-    EXPECT_EQ(Log::errors().back(), "PKCS11 buffer size error");
-    EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
-    EXPECT_TRUE(signature.empty());
-}
-
 TEST_F(TokenSignTest, KeyKindsLabelsAndHashChoice)
 {
     ASSERT_TRUE(openCard(kAcos));

@@ -74,17 +74,6 @@ TEST_F(TokenSlotsTest, ClassifiesEveryGenerationByModelAndLabel)
     }
 }
 
-TEST_F(TokenSlotsTest, TokenInfoOutsideTheListFailsWithoutChangingTheRecord)
-{
-    Korvex::TokenInfoStruct2 info;
-    info.label = "unverändert";
-    // Eleven slots hold a token; position 11 equals the count.
-    EXPECT_FALSE(p11->GetTokenInfo(11ul, info));
-    EXPECT_FALSE(p11->GetTokenInfo(12ul, info));
-    EXPECT_EQ(info.label, "unverändert");
-    EXPECT_TRUE(Log::errors().empty());
-}
-
 TEST_F(TokenSlotsTest, CardTypeCodesComeFromTheAtr)
 {
     std::string previousAtr;
@@ -152,37 +141,7 @@ TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
     EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetSlotList(1) ERROR0x30", "PKCS11 Proc_C_GetTokenInfo ERROR0xe0"}));
 }
 
-TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
-{
-    Sim::SetMalformed("C_GetSlotList", "*", VSIM_ALWAYS);
-    std::vector<Korvex::SlotStruct*> slots;
-    EXPECT_TRUE(p11->GetSlots(slots, true));
-    EXPECT_LE(slots.size(), kListedCards);
-    Korvex::TokenInfoStruct info;
-    EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
-}
-
 class TokenShimSlotsTest : public ShimTokenTest {};
-
-TEST_F(TokenShimSlotsTest, SecondSlotListCallFailureIsLogged)
-{
-    std::vector<Korvex::SlotStruct*> slots;
-    shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
-    EXPECT_FALSE(p11->GetSlots(slots, true));
-    shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
-    Korvex::TokenInfoStruct info;
-    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
-    EXPECT_EQ(Log::errors(), Lines(2, "PKCS11 Proc_C_GetSlotList(2) ERROR0x150"));
-}
-
-TEST_F(TokenShimSlotsTest, UnknownAtrLeavesTheCardTypeUnknown)
-{
-    ASSERT_TRUE(openCard(kCards[0].serial));
-    shim->setOutput("C_CardAttribute", {0x3B, 0x01, 0xAB});
-    EXPECT_FALSE(p11->LoadCardType());
-    EXPECT_EQ(p11->GetCardType(), 0);
-    EXPECT_EQ(Log::errors(), Lines{"Unknown atr=3B01AB"});
-}
 
 TEST_F(TokenShimSlotsTest, AcosAtrIsRefinedByTheModel)
 {
