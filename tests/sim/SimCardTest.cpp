@@ -1,5 +1,5 @@
-// The vendor extensions (APDUs and named card attributes), fault injection
-// from every source, latency, and two threads using the module at once.
+// Fault injection from every source, malformed answers, latency, and a
+// second thread working while another waits in a PIN dialogue.
 #include "SimHarness.h"
 
 #include <atomic>
@@ -10,91 +10,43 @@ using namespace SimTesting;
 
 namespace {
 
-class SimCard : public SimTest {
-protected:
-    Bytes transmit(CK_SESSION_HANDLE session, const Bytes& command) {
-        Bytes response(512);
-        CK_ULONG length = response.size();
-        EXPECT_EQ(m_sim.transmit(session, const_cast<unsigned char*>(command.data()), command.size(), response.data(),
-                                 &length),
-                  CKR_OK);
-        response.resize(length);
-        return response;
-    }
-    unsigned short statusWord(const Bytes& response) {
-        return response.size() < 2 ? 0 : static_cast<unsigned short>(response[response.size() - 2] << 8 |
-                                                                      response.back());
-    }
-    CK_RV attribute(CK_SESSION_HANDLE session, const char* name, Bytes& out) {
-        CK_ULONG length = 0;
-        CK_RV rv = m_sim.cardAttribute(session, name, nullptr, &length);
-        if (rv != CKR_OK) return rv;
-        out.assign(length, 0);
-        rv = m_sim.cardAttribute(session, name, out.data(), &length);
-        out.resize(length);
-        return rv;
-    }
-    static std::string hex(const Bytes& bytes) {
-        std::string text;
-        char digits[3];
-        for (unsigned char b : bytes) {
-            snprintf(digits, sizeof digits, "%02X", b);
-            text += digits;
-        }
-        return text;
-    }
-};
-
-TEST_F(SimCard, CardNumberReadsOverTheProgramsApdus) {
-    for (CK_SLOT_ID slot : {0, 1, 2, 3}) {
-        CK_SESSION_HANDLE session = openSession(slot);
-        EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71})), 0x9000);
-        EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01})), 0x9000);
-        Bytes read = transmit(session, {0x00, 0xB0, 0x00, 0x00, 0x00});
-        ASSERT_GT(read.size(), 9u);
-        EXPECT_EQ(statusWord(read), 0x9000);
-        CK_TOKEN_INFO info;
-        ASSERT_EQ(p11->C_GetTokenInfo(slot, &info), CKR_OK);
-        EXPECT_EQ(hex(Bytes(read.begin(), read.begin() + 8)),
-                  std::string(reinterpret_cast<char*>(info.serialNumber), 16));
-    }
-}
+class SimCard : public SimTest {};
 
 TEST_F(SimCard, FaultsFromCallsHitTheChosenCardAndCount) {
     CK_SESSION_HANDLE first = openSession(0);
     CK_SESSION_HANDLE other = openSession(3);
     CK_SESSION_INFO info;
-    ASSERT_EQ(m_sim.setFault("C_GetSessionInfo", kAcosA04, CKR_DEVICE_ERROR, 2), CKR_OK);
+    ASSERT_EQ(Sim::SetFault("C_GetSessionInfo", kAcosA04, CKR_DEVICE_ERROR, 2), CKR_OK);
     EXPECT_EQ(p11->C_GetSessionInfo(other, &info), CKR_OK);
     EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_DEVICE_ERROR);
     EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_DEVICE_ERROR);
     EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_OK);
 
-    ASSERT_EQ(m_sim.setFault("C_GetTokenInfo", "slot:3", CKR_TOKEN_NOT_RECOGNIZED, VSIM_ALWAYS), CKR_OK);
+    ASSERT_EQ(Sim::SetFault("C_GetTokenInfo", "slot:3", CKR_TOKEN_NOT_RECOGNIZED, VSIM_ALWAYS), CKR_OK);
     CK_TOKEN_INFO token;
     for (int i = 0; i < 3; ++i) EXPECT_EQ(p11->C_GetTokenInfo(3, &token), CKR_TOKEN_NOT_RECOGNIZED);
     EXPECT_EQ(p11->C_GetTokenInfo(0, &token), CKR_OK);
-    m_sim.clearFaults();
+    Sim::ClearFaults();
     EXPECT_EQ(p11->C_GetTokenInfo(3, &token), CKR_OK);
 
     const std::string rules = "C_GetSlotList=CKR_FUNCTION_FAILED*1; *@" + std::string(kAcosA03) + "=0x30";
-    ASSERT_EQ(m_sim.addFaults(rules.c_str()), CKR_OK);
+    ASSERT_EQ(Sim::AddFaults(rules.c_str()), CKR_OK);
     CK_ULONG count = 0;
     EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_FUNCTION_FAILED);
     EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
     EXPECT_EQ(p11->C_GetSessionInfo(other, &info), CKR_DEVICE_ERROR);
-    EXPECT_EQ(m_sim.addFaults("C_Sign=CKR_NOPE"), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(Sim::AddFaults("C_Sign=CKR_NOPE"), CKR_ARGUMENTS_BAD);
 }
 
 TEST_F(SimCard, MalformedAnswersOverstateLengthsWithoutOverrunningBuffers) {
     CK_SESSION_HANDLE session = openSession(0);
-    ASSERT_EQ(m_sim.setMalformed("C_GetSlotList", nullptr, 1), CKR_OK);
+    ASSERT_EQ(Sim::SetMalformed("C_GetSlotList", nullptr, 1), CKR_OK);
     CK_SLOT_ID slots[8];
     CK_ULONG count = 8;
     ASSERT_EQ(p11->C_GetSlotList(CK_TRUE, slots, &count), CKR_OK);
     EXPECT_GT(count, 8u);
 
-    ASSERT_EQ(m_sim.setMalformed("C_GetAttributeValue", kAcosA04, 1), CKR_OK);
+    ASSERT_EQ(Sim::SetMalformed("C_GetAttributeValue", kAcosA04, 1), CKR_OK);
     CK_OBJECT_HANDLE certificate = findObject(session, CKO_CERTIFICATE, "C.CH.SIG");
     Bytes buffer(2000, 0xEE);
     CK_ATTRIBUTE value = {CKA_VALUE, buffer.data(), 1990};
@@ -102,14 +54,14 @@ TEST_F(SimCard, MalformedAnswersOverstateLengthsWithoutOverrunningBuffers) {
     EXPECT_GT(value.ulValueLen, 1990u);
     EXPECT_EQ(buffer[1990], 0xEE);
 
-    ASSERT_EQ(m_sim.setMalformed("C_FindObjects", nullptr, 1), CKR_OK);
+    ASSERT_EQ(Sim::SetMalformed("C_FindObjects", nullptr, 1), CKR_OK);
     CK_OBJECT_HANDLE found[2];
     ASSERT_EQ(p11->C_FindObjectsInit(session, nullptr, 0), CKR_OK);
     ASSERT_EQ(p11->C_FindObjects(session, found, 2, &count), CKR_OK);
     EXPECT_GT(count, 2u);
     ASSERT_EQ(p11->C_FindObjectsFinal(session), CKR_OK);
 
-    ASSERT_EQ(m_sim.setMalformed("C_CardTransmit", nullptr, 1), CKR_OK);
+    ASSERT_EQ(Sim::SetMalformed("C_CardTransmit", nullptr, 1), CKR_OK);
     unsigned char command[] = {0x00, 0x84, 0x00, 0x00, 0x08};
     Bytes response(16, 0xEE);
     CK_ULONG length = 12;
@@ -181,28 +133,6 @@ TEST_F(SimCard, TwoThreadsAtOnceAndNoThreadWaitsForAnotherOnesDialogue) {
     EXPECT_EQ(signed_, CKR_OK);
     unsetenv("FAKE_PINENTRY_DELAY");
 
-    // Two threads hammering sessions, searches and APDUs side by side.
-    auto worker = [&](CK_SLOT_ID slot, bool& ok) {
-        ok = true;
-        for (int i = 0; i < 200 && ok; ++i) {
-            CK_SESSION_HANDLE session;
-            ok = p11->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session) == CKR_OK;
-            Bytes read(64);
-            CK_ULONG length = read.size();
-            unsigned char select[] = {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71};
-            ok = ok && m_sim.transmit(session, select, sizeof select, read.data(), &length) == CKR_OK;
-            ok = ok && findObject(session, CKO_DATA, "PERSONENBINDUNG") != CK_INVALID_HANDLE;
-            ok = ok && p11->C_CloseSession(session) == CKR_OK;
-        }
-    };
-    bool firstOk = false;
-    bool secondOk = false;
-    std::thread a(worker, 0, std::ref(firstOk));
-    std::thread b(worker, 3, std::ref(secondOk));
-    a.join();
-    b.join();
-    EXPECT_TRUE(firstOk);
-    EXPECT_TRUE(secondOk);
 }
 
 } // namespace

@@ -2,78 +2,18 @@
 // with OpenSSL outside the module, C_Verify tells good from bad, digests
 // match known values, and misuse of operations gets the standard answers.
 #include "SimHarness.h"
-
-#include <openssl/ecdsa.h>
-#include <openssl/evp.h>
-#include <openssl/rsa.h>
-#include <openssl/x509.h>
-
-#include <algorithm>
-#include <cstring>
+#include "tests/support/SignatureCheck.h"
 
 using namespace SimTesting;
 
 namespace {
 
-struct PkeyFree {
-    void operator()(EVP_PKEY* p) const { EVP_PKEY_free(p); }
-};
-using PkeyPtr = std::unique_ptr<EVP_PKEY, PkeyFree>;
-
 const Bytes kMessage = {'G', 'r', 0xC3, 0xBC, 0xC3, 0x9F, 'e', ' ', 'a', 'u', 's', ' ', 'W', 'i', 'e', 'n'};
-
-const EVP_MD* digestOf(CK_MECHANISM_TYPE mechanism) {
-    switch (mechanism) {
-    case CKM_SHA1_RSA_PKCS:
-    case CKM_ECDSA_SHA1: return EVP_sha1();
-    case CKM_RIPEMD160_RSA_PKCS: return EVP_ripemd160();
-    case CKM_SHA256_RSA_PKCS: return EVP_sha256();
-    case CKM_SHA384_RSA_PKCS: return EVP_sha384();
-    case CKM_SHA512_RSA_PKCS: return EVP_sha512();
-    default: return nullptr;
-    }
-}
-
-// Verifies a PKCS#11 signature with OpenSSL alone: r||s is turned into DER
-// for ECDSA, raw mechanisms are checked on the bytes given.
-bool opensslVerifies(EVP_PKEY* key, CK_MECHANISM_TYPE mechanism, const Bytes& data, const Bytes& signature) {
-    Bytes encoded = signature;
-    if (EVP_PKEY_get_base_id(key) == EVP_PKEY_EC) {
-        ECDSA_SIG* sig = ECDSA_SIG_new();
-        const int half = static_cast<int>(signature.size() / 2);
-        ECDSA_SIG_set0(sig, BN_bin2bn(signature.data(), half, nullptr), BN_bin2bn(signature.data() + half, half, nullptr));
-        encoded.assign(static_cast<size_t>(i2d_ECDSA_SIG(sig, nullptr)), 0);
-        unsigned char* cursor = encoded.data();
-        i2d_ECDSA_SIG(sig, &cursor);
-        ECDSA_SIG_free(sig);
-    }
-    Bytes input = data;
-    if (const EVP_MD* md = digestOf(mechanism)) {
-        input.assign(EVP_MAX_MD_SIZE, 0);
-        unsigned int size = 0;
-        EVP_Digest(data.data(), data.size(), input.data(), &size, md, nullptr);
-        input.resize(size);
-    }
-    EVP_PKEY_CTX* context = EVP_PKEY_CTX_new(key, nullptr);
-    bool ok = EVP_PKEY_verify_init(context) == 1;
-    if (ok && EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA) {
-        ok = EVP_PKEY_CTX_set_rsa_padding(context, RSA_PKCS1_PADDING) == 1;
-        if (ok && digestOf(mechanism)) ok = EVP_PKEY_CTX_set_signature_md(context, digestOf(mechanism)) == 1;
-    }
-    ok = ok && EVP_PKEY_verify(context, encoded.data(), encoded.size(), input.data(), input.size()) == 1;
-    EVP_PKEY_CTX_free(context);
-    return ok;
-}
 
 class SimCrypto : public SimTest {
 protected:
-    PkeyPtr certificateKey(CK_SESSION_HANDLE session, const std::string& suffix) {
-        Bytes der = readAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH." + suffix), CKA_VALUE);
-        const unsigned char* cursor = der.data();
-        X509* certificate = d2i_X509(nullptr, &cursor, static_cast<long>(der.size()));
-        PkeyPtr key(certificate ? X509_get_pubkey(certificate) : nullptr);
-        X509_free(certificate);
-        return key;
+    Bytes certificate(CK_SESSION_HANDLE session, const std::string& suffix) {
+        return readAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH." + suffix), CKA_VALUE);
     }
     CK_RV signWith(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, const Bytes& data,
                    Bytes& signature) {
@@ -107,13 +47,14 @@ TEST_F(SimCrypto, EveryMechanismSignsVerifiablyWithItsKey) {
         CK_SLOT_ID slot;
         const char* suffix;
         CK_MECHANISM_TYPE mechanism;
+        const char* digest;  // OpenSSL's name; null: the data is signed as it is
         const char* pin;
     } cases[] = {
-        {0, "SIG", CKM_RSA_PKCS, "123456"},        {0, "SIG", CKM_SHA1_RSA_PKCS, "123456"},
-        {0, "SIG", CKM_RIPEMD160_RSA_PKCS, "123456"}, {0, "SIG", CKM_SHA256_RSA_PKCS, "123456"},
-        {1, "SIG", CKM_SHA384_RSA_PKCS, "123456"}, {1, "SIG", CKM_SHA512_RSA_PKCS, "123456"},
-        {0, "EKEY", CKM_ECDSA, "1234"},            {0, "EKEY", CKM_ECDSA_SHA1, "1234"},
-        {2, "SIG", CKM_ECDSA, "123456"},           {2, "EKEY", CKM_ECDSA_SHA1, "1234"},
+        {0, "SIG", CKM_RSA_PKCS, nullptr, "123456"},       {0, "SIG", CKM_SHA1_RSA_PKCS, "SHA1", "123456"},
+        {0, "SIG", CKM_RIPEMD160_RSA_PKCS, "RIPEMD160", "123456"}, {0, "SIG", CKM_SHA256_RSA_PKCS, "SHA256", "123456"},
+        {1, "SIG", CKM_SHA384_RSA_PKCS, "SHA384", "123456"}, {1, "SIG", CKM_SHA512_RSA_PKCS, "SHA512", "123456"},
+        {0, "EKEY", CKM_ECDSA, nullptr, "1234"},           {0, "EKEY", CKM_ECDSA_SHA1, "SHA1", "1234"},
+        {2, "SIG", CKM_ECDSA, nullptr, "123456"},          {2, "EKEY", CKM_ECDSA_SHA1, "SHA1", "1234"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE("slot " + std::to_string(c.slot) + " " + c.suffix + " mechanism " + std::to_string(c.mechanism));
@@ -127,9 +68,7 @@ TEST_F(SimCrypto, EveryMechanismSignsVerifiablyWithItsKey) {
         ASSERT_EQ(signWith(session, key, c.mechanism, data, signature), CKR_OK);
         EXPECT_EQ(PinDialogLog().size() >= 4 ? PinDialogLog()[2] : "",
                   std::string("SETPROMPT ") + (c.suffix[0] == 'S' ? "Signatur-PIN:" : "Geheimhaltungs-PIN:"));
-        PkeyPtr publicKey = certificateKey(session, c.suffix);
-        ASSERT_TRUE(publicKey);
-        EXPECT_TRUE(opensslVerifies(publicKey.get(), c.mechanism, data, signature));
+        EXPECT_TRUE(TestSupport::verifyWithCertificate(certificate(session, c.suffix), c.digest, data, signature));
         CK_OBJECT_HANDLE verifier = findObject(session, CKO_PUBLIC_KEY, std::string("PK.CH.") + c.suffix);
         EXPECT_EQ(verifyWith(session, verifier, c.mechanism, data, signature), CKR_OK);
         signature[signature.size() / 2] ^= 0x01;
@@ -145,20 +84,20 @@ TEST_F(SimCrypto, SigningAsksThePinOnlyForTheRealSignature) {
     CK_MECHANISM mechanism = {CKM_SHA256_RSA_PKCS, nullptr, 0};
     ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
     EXPECT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OPERATION_ACTIVE);
-    const unsigned long dialogs = m_sim.dialogCount();
+    const unsigned long dialogs = Sim::PinDialogCount();
     unsigned char small[16];
     CK_ULONG length = sizeof small;
     Bytes data = kMessage;
     EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), small, &length), CKR_BUFFER_TOO_SMALL);
     EXPECT_EQ(length, 192u);
-    EXPECT_EQ(m_sim.dialogCount(), dialogs);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogs);
 
     // A context-specific login gives the PIN beforehand; C_Sign asks nothing.
     CK_UTF8CHAR pin[] = "123456";
     ASSERT_EQ(p11->C_Login(session, CKU_CONTEXT_SPECIFIC, pin, 6), CKR_OK);
     Bytes signature(length);
     ASSERT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_OK);
-    EXPECT_EQ(m_sim.dialogCount(), dialogs);
+    EXPECT_EQ(Sim::PinDialogCount(), dialogs);
 
     // Multi-part signing asks at the end; a cancel ends the operation.
     ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
@@ -173,8 +112,7 @@ TEST_F(SimCrypto, SigningAsksThePinOnlyForTheRealSignature) {
     SetPinAnswers({"123456"});
     length = signature.size();
     ASSERT_EQ(p11->C_SignFinal(session, signature.data(), &length), CKR_OK);
-    PkeyPtr publicKey = certificateKey(session, "SIG");
-    EXPECT_TRUE(opensslVerifies(publicKey.get(), CKM_SHA256_RSA_PKCS, data, signature));
+    EXPECT_TRUE(TestSupport::verifyWithCertificate(certificate(session, "SIG"), "SHA256", data, signature));
 
     // A wrong PIN costs a try and ends the operation; a locked PIN asks nothing.
     SetPinAnswers({"000000", "000000", "000000"});
@@ -183,9 +121,9 @@ TEST_F(SimCrypto, SigningAsksThePinOnlyForTheRealSignature) {
         EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_PIN_INCORRECT);
     }
     ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
-    const unsigned long beforeLocked = m_sim.dialogCount();
+    const unsigned long beforeLocked = Sim::PinDialogCount();
     EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_PIN_LOCKED);
-    EXPECT_EQ(m_sim.dialogCount(), beforeLocked);
+    EXPECT_EQ(Sim::PinDialogCount(), beforeLocked);
 }
 
 } // namespace

@@ -28,13 +28,7 @@ bool SimLibrary::open() {
     if (!handle) return false;
     CK_C_GetFunctionList getList = nullptr;
     return resolve(handle, "C_GetFunctionList", getList) && getList(&p11) == CKR_OK &&
-           resolve(handle, "C_CardTransmit", transmit) && resolve(handle, "C_CardAttribute", cardAttribute) &&
-           resolve(handle, "vsim_set_fault", setFault) && resolve(handle, "vsim_set_malformed", setMalformed) &&
-           resolve(handle, "vsim_add_faults", addFaults) && resolve(handle, "vsim_clear_faults", clearFaults) &&
-           resolve(handle, "vsim_set_latency", setLatency) && resolve(handle, "vsim_insert_card", insertCard) &&
-           resolve(handle, "vsim_remove_card", removeCard) && resolve(handle, "vsim_reset_state", resetState) &&
-           resolve(handle, "vsim_get_pin_tries", pinTries) &&
-           resolve(handle, "vsim_pin_dialog_count", dialogCount);
+           resolve(handle, "C_CardTransmit", transmit) && resolve(handle, "C_CardAttribute", cardAttribute);
 }
 
 void SimLibrary::close() {
@@ -54,8 +48,8 @@ void SimTest::SetUp() {
     p11 = m_sim.p11;
     // The module stays loaded between tests of one process; faults and
     // latency set by an earlier test must not leak into this one.
-    m_sim.clearFaults();
-    m_sim.setLatency(0, 0);
+    Sim::ClearFaults();
+    Sim::SetLatency(0, 0);
     ASSERT_EQ(p11->C_Initialize(nullptr), CKR_OK);
 }
 
@@ -118,10 +112,7 @@ CK_RV SimTest::setVendorAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE ob
 }
 
 int SimTest::pinTries(const char* serial, int pin) {
-    int tries = -2;
-    int pukTries = -2;
-    EXPECT_EQ(m_sim.pinTries(serial, pin, &tries, &pukTries), CKR_OK);
-    return tries;
+    return Sim::PinTries(serial, pin);
 }
 
 } // namespace SimTesting

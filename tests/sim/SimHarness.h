@@ -4,6 +4,7 @@
 #pragma once
 
 #include "sim/SimControl.h"
+#include "tests/support/SimControls.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +16,8 @@
 
 namespace SimTesting {
 
-// Environment, PIN script and file helpers of the shared fixture library.
+// Environment, PIN script, file helpers and the simulator's controls of the
+// shared fixture library.
 using namespace TestSupport;
 
 // Serials of the built-in demo set.
@@ -29,22 +31,12 @@ constexpr CK_SLOT_ID kInternalSlot = 7;
 constexpr const char* kAcosA03NoLink = "1203000000007777";  // slot 6, no identity link
 constexpr CK_SLOT_ID kNoLinkSlot = 6;
 
-// The module opened with dlopen and its control functions.
+// The module opened with dlopen and its vendor extensions.
 struct SimLibrary {
     void* handle = nullptr;
     CK_FUNCTION_LIST_PTR p11 = nullptr;
     VSIM_C_CardTransmit transmit = nullptr;
     VSIM_C_CardAttribute cardAttribute = nullptr;
-    decltype(&vsim_set_fault) setFault = nullptr;
-    decltype(&vsim_set_malformed) setMalformed = nullptr;
-    decltype(&vsim_add_faults) addFaults = nullptr;
-    decltype(&vsim_clear_faults) clearFaults = nullptr;
-    decltype(&vsim_set_latency) setLatency = nullptr;
-    decltype(&vsim_insert_card) insertCard = nullptr;
-    decltype(&vsim_remove_card) removeCard = nullptr;
-    decltype(&vsim_reset_state) resetState = nullptr;
-    decltype(&vsim_get_pin_tries) pinTries = nullptr;
-    decltype(&vsim_pin_dialog_count) dialogCount = nullptr;
 
     bool open();
     void close();

@@ -4,8 +4,6 @@
 // process changes is lost, and object handles stay valid across the reload.
 #include "SimHarness.h"
 
-#include "formats/InfoboxFS.h"
-
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -69,13 +67,6 @@ protected:
         Bytes value = readAttribute(session, findObject(session, CKO_DATA, label), CKA_VALUE);
         p11->C_CloseSession(session);
         return value;
-    }
-
-    std::vector<unsigned char> infoboxTags(CK_SESSION_HANDLE session) {
-        const Bytes file = readAttribute(session, findObject(session, CKO_DATA, "INFOBOX"), CKA_VALUE);
-        LibInfobox::InfoboxFS infobox;
-        EXPECT_TRUE(infobox.ParseInfoboxData(Korvex::ByteArray(file.data(), file.size())));
-        return infobox.GetTagList();
     }
 };
 

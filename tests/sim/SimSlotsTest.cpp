@@ -134,27 +134,27 @@ TEST_F(SimSlots, CardSetFilesDefineReadersAndCards) {
 TEST_F(SimSlots, HotPlugRaisesOneEventPerChangedSlotAndEndsSessionsOfThePulledCard) {
     EXPECT_TRUE(drainEvents().empty());
     CK_SESSION_HANDLE session = openSession(0);
-    ASSERT_EQ(m_sim.removeCard(0), CKR_OK);
+    ASSERT_EQ(Sim::RemoveCard(0), CKR_OK);
     EXPECT_EQ(drainEvents(), std::vector<CK_SLOT_ID>{0});
     CK_SESSION_INFO info;
     EXPECT_EQ(p11->C_GetSessionInfo(session, &info), CKR_DEVICE_REMOVED);
     EXPECT_EQ(p11->C_GetSessionInfo(session, &info), CKR_SESSION_HANDLE_INVALID);
 
     // A spare card goes into the empty reader; a card already in a reader moves.
-    ASSERT_EQ(m_sim.insertCard(kEmptySlot, "sophie"), CKR_OK);
-    ASSERT_EQ(m_sim.insertCard(0, kECardG2), CKR_OK);
+    ASSERT_EQ(Sim::InsertCard(kEmptySlot, "sophie"), CKR_OK);
+    ASSERT_EQ(Sim::InsertCard(0, kECardG2), CKR_OK);
     EXPECT_EQ(slots(), (std::vector<CK_SLOT_ID>{0, 1, 3, 4, 5, 6, 7}));
     EXPECT_EQ(serialIn(0), kECardG2);
-    EXPECT_EQ(m_sim.insertCard(kInternalSlot, "sophie"), CKR_SLOT_ID_INVALID);
-    EXPECT_EQ(m_sim.insertCard(0, "no-such-card"), CKR_ARGUMENTS_BAD);
-    ASSERT_EQ(m_sim.insertCard(kEmptySlot, "ECARD-G3A:3031000000009999:Ad:Hoc"), CKR_OK);
+    EXPECT_EQ(Sim::InsertCard(kInternalSlot, "sophie"), CKR_SLOT_ID_INVALID);
+    EXPECT_EQ(Sim::InsertCard(0, "no-such-card"), CKR_ARGUMENTS_BAD);
+    ASSERT_EQ(Sim::InsertCard(kEmptySlot, "ECARD-G3A:3031000000009999:Ad:Hoc"), CKR_OK);
     EXPECT_EQ(serialIn(kEmptySlot), "3031000000009999");
 
     drainEvents();
-    ASSERT_EQ(m_sim.removeCard(kEmptySlot), CKR_OK);
-    ASSERT_EQ(m_sim.insertCard(kEmptySlot, "anna"), CKR_OK);
-    ASSERT_EQ(m_sim.removeCard(3), CKR_OK);
-    ASSERT_EQ(m_sim.removeCard(kEmptySlot), CKR_OK);
+    ASSERT_EQ(Sim::RemoveCard(kEmptySlot), CKR_OK);
+    ASSERT_EQ(Sim::InsertCard(kEmptySlot, "anna"), CKR_OK);
+    ASSERT_EQ(Sim::RemoveCard(3), CKR_OK);
+    ASSERT_EQ(Sim::RemoveCard(kEmptySlot), CKR_OK);
     EXPECT_EQ(drainEvents(), (std::vector<CK_SLOT_ID>{kEmptySlot, 3}));
 }
 
@@ -163,7 +163,7 @@ TEST_F(SimSlots, BlockingWaitWakesOnInsertAndOnFinalize) {
     CK_RV waited = CKR_GENERAL_ERROR;
     std::thread waiter([&] { waited = p11->C_WaitForSlotEvent(0, &event, nullptr); });
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    ASSERT_EQ(m_sim.insertCard(kEmptySlot, "anna"), CKR_OK);
+    ASSERT_EQ(Sim::InsertCard(kEmptySlot, "anna"), CKR_OK);
     waiter.join();
     EXPECT_EQ(waited, CKR_OK);
     EXPECT_EQ(event, kEmptySlot);

@@ -58,6 +58,12 @@ CK_RV SetMalformed(const char* function, const char* serial, int times)
     return fn != nullptr ? fn(function, serial, times) : CKR_GENERAL_ERROR;
 }
 
+CK_RV AddFaults(const char* rules)
+{
+    auto fn = SIM_CONTROL(vsim_add_faults);
+    return fn != nullptr ? fn(rules) : CKR_GENERAL_ERROR;
+}
+
 void ClearFaults()
 {
     if (auto fn = SIM_CONTROL(vsim_clear_faults))

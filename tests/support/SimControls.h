@@ -13,6 +13,8 @@ CK_RV RemoveCard(CK_SLOT_ID slot);
 // `serial` (null: every card), `times` times (-1: always).
 CK_RV SetFault(const char* function, const char* serial, CK_RV rv, int times);
 CK_RV SetMalformed(const char* function, const char* serial, int times);
+// Adds faults in their written form ("C_Sign@SERIAL=CKR_PIN_LOCKED*2; ...").
+CK_RV AddFaults(const char* rules);
 void ClearFaults();
 // Factory PINs, counters and objects of one card (null: every card).
 CK_RV ResetState(const char* serial = nullptr);

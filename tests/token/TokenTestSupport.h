@@ -3,6 +3,7 @@
 // test, the fault shims, and signature checks with OpenSSL.
 #pragma once
 
+#include "tests/support/SignatureCheck.h"
 #include "tests/support/SimControls.h"
 #include "tests/support/TestEnvironment.h"
 #include "token/acPKCS11.h"
@@ -93,9 +94,6 @@ private:
     const char* m_shimPath;
 };
 
-// Signature checks outside the module. `mdName` null: data is the digest
-// (or, for RSA, the exact block) that was signed.
-bool verifyWithCertificate(const Bytes& certificateDer, const char* mdName, const Bytes& data,
-                           const Bytes& signature);
+using TestSupport::verifyWithCertificate;
 
 } // namespace tokentest
