@@ -98,49 +98,6 @@ TEST_F(TokenSlotsTest, CardTypeCodesComeFromTheAtr)
     EXPECT_EQ(p11->GetCardType(), 0);
 }
 
-TEST_F(TokenSlotsTest, AtrIsCachedUntilForcedAndResetReadsItAgain)
-{
-    ASSERT_TRUE(openCard(kCards[1].serial));
-    std::string atr = p11->ReadATR(false);
-    EXPECT_EQ(atr.rfind("3BBF11008131FE45455041", 0), 0u) << atr;
-
-    Sim::SetFault("C_CardAttribute", kCards[1].serial, CKR_DEVICE_ERROR, 1);
-    EXPECT_EQ(p11->ReadATR(false), atr);  // served from the cache
-    EXPECT_TRUE(Log::errors().empty());
-    EXPECT_EQ(p11->ReadATR(true), "");    // the pending fault is met now
-    EXPECT_EQ(Log::errors(), Lines{"Failed get ATR, rv = 0x30"});
-
-    EXPECT_EQ(p11->Reset(), atr);
-    Sim::SetFault("C_CardAttribute", kCards[1].serial, CKR_DEVICE_ERROR, 1);
-    EXPECT_EQ(p11->Reset(), "");
-    EXPECT_EQ(Log::errors().back(), "Failed do Reset, rv =0x30");
-}
-
-TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
-{
-    std::vector<Korvex::SlotStruct*> slots;
-    Sim::SetFault("C_GetSlotList", "*", CKR_DEVICE_ERROR, 1);
-    EXPECT_FALSE(p11->GetSlots(slots, true));
-    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_GetSlotList ERROR0x30"});
-
-    Log::clear();
-    Sim::SetFault("C_GetTokenInfo", kCards[0].serial, CKR_DEVICE_REMOVED, 1);
-    Sim::SetFault("C_GetSlotInfo", kCards[1].serial, CKR_DEVICE_ERROR, 1);
-    ASSERT_TRUE(p11->GetSlots(slots, true));
-    EXPECT_EQ(slots.size(), kListedCards - 2);
-    EXPECT_EQ(slots[0]->serial, kCards[2].serial);
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetTokenInfo ERROR (continue)0x32",
-                                    "PKCS11 Proc_C_GetTokenInfo ERROR (continue)0x30"}));
-
-    Log::clear();
-    Korvex::TokenInfoStruct info;
-    Sim::SetFault("C_GetSlotList", "*", CKR_DEVICE_ERROR, 1);
-    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
-    Sim::SetFault("C_GetTokenInfo", kCards[0].serial, CKR_TOKEN_NOT_PRESENT, 1);
-    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetSlotList(1) ERROR0x30", "PKCS11 Proc_C_GetTokenInfo ERROR0xe0"}));
-}
-
 class TokenShimSlotsTest : public ShimTokenTest {};
 
 TEST_F(TokenShimSlotsTest, AcosAtrIsRefinedByTheModel)
