@@ -46,7 +46,7 @@ class I18NTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        m_prefix = m_dir.Path();
+        m_prefix = m_dir.path();
         wxStandardPaths::Get().SetInstallPrefix(m_prefix);
         wxAppConsole::GetInstance()->SetAppName("vessatest");
         m_catalogFolder = m_prefix + "/share/vessatest/vessaclient/I18N";

@@ -73,9 +73,9 @@ protected:
     // empty) when there is not exactly one.
     std::string SoleLogText()
     {
-        const std::vector<std::string> files = LogFiles(m_logs.Path());
+        const std::vector<std::string> files = LogFiles(m_logs.path());
         EXPECT_EQ(files.size(), 1u);
-        return files.size() == 1 ? AppTests::ReadText(m_logs.Path() + "/" + files[0]) : std::string();
+        return files.size() == 1 ? AppTests::ReadText(m_logs.path() + "/" + files[0]) : std::string();
     }
 
     // Writes the all-users settings with this trace level and file name
@@ -83,7 +83,7 @@ protected:
     void BootstrapWithTrace(const std::string& level, const std::string& fileName,
                             const std::string& otherSettings = "")
     {
-        AppTests::WriteAllUsersConfig(m_settings.Path(), "<vessa_Client>" + otherSettings +
+        AppTests::WriteAllUsersConfig(m_settings.path(), "<vessa_Client>" + otherSettings +
                                                              "<Trace><LogLevel>" + level +
                                                              "</LogLevel><Filename>" + fileName +
                                                              "</Filename></Trace></vessa_Client>");
@@ -96,7 +96,7 @@ protected:
 
 TEST_F(StartupTest, LogLinesCarryTimeKindAndThreadId)
 {
-    const std::string path = VessaCards::StartApplicationLog(m_logs.Path());
+    const std::string path = VessaCards::StartApplicationLog(m_logs.path());
     AppLog()->LogMessage("from the main thread");
     long workerId = 0;
     std::thread worker([&workerId] {
@@ -105,11 +105,11 @@ TEST_F(StartupTest, LogLinesCarryTimeKindAndThreadId)
     });
     worker.join();
 
-    const std::vector<std::string> files = LogFiles(m_logs.Path());
+    const std::vector<std::string> files = LogFiles(m_logs.path());
     ASSERT_EQ(files.size(), 1u);
     EXPECT_TRUE(std::regex_match(files[0], std::regex(R"(VessaCards_\d{4}-\d\d-\d\d-\d\d-\d\d-\d\d\.log)")))
         << files[0];
-    EXPECT_EQ(path, m_logs.Path() + "/" + files[0]);
+    EXPECT_EQ(path, m_logs.path() + "/" + files[0]);
 
     const std::string text = AppTests::ReadText(path);
     const long mainId = static_cast<long>(syscall(SYS_gettid));
@@ -125,16 +125,16 @@ TEST_F(StartupTest, LogLinesCarryTimeKindAndThreadId)
 
 TEST_F(StartupTest, LevelZeroStartsNoLogAndNoHooks)
 {
-    BootstrapWithTrace("0", m_logs.Path());
+    BootstrapWithTrace("0", m_logs.path());
     AppLog()->LogError("dropped");
-    EXPECT_TRUE(LogFiles(m_logs.Path()).empty());
+    EXPECT_TRUE(LogFiles(m_logs.path()).empty());
     EXPECT_EQ(::acPKCS11::pt2LogError, nullptr);
     EXPECT_EQ(::acPKCS11::pt2LogMessage, nullptr);
 }
 
 TEST_F(StartupTest, TeardownClosesTheLogAndForgetsTheConfiguration)
 {
-    BootstrapWithTrace("1", m_logs.Path(), "<Version>2.1.0.7</Version>");
+    BootstrapWithTrace("1", m_logs.path(), "<Version>2.1.0.7</Version>");
     std::string version;
     EXPECT_TRUE(Korvex::Config::GetHandle(0)->GetString(11, version));
     EXPECT_EQ(version, "2.1.0.7");

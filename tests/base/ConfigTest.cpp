@@ -5,7 +5,7 @@
 #include "base/ConfigImpl_XML.h"
 #include "base/FileAndDirectory.h"
 
-#include "TempDir.h"
+#include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -66,6 +66,18 @@ protected:
 };
 
 } // namespace
+
+TEST(ConfigRegistry, FirstRegisterLeavesSlotZero)
+{
+    const unsigned a = Config::Register();
+    EXPECT_GE(a, 1u);
+    EXPECT_EQ(a + 1, Config::Register());
+    Config* zero = Config::GetHandle(0);
+    ASSERT_NE(nullptr, zero);
+    EXPECT_EQ(zero, Config::GetHandle(0));
+    EXPECT_NE(zero, Config::GetHandle(a));
+    EXPECT_EQ(nullptr, Config::GetHandle(a + 1000));
+}
 
 TEST(ConfigRegPath, BuildRegPathAndMangling)
 {
@@ -152,6 +164,23 @@ TEST_F(ConfigTest, TwinsShareAnElementTypesSelectTheFileAndValuesSurvive)
     EXPECT_TRUE(flag);
 }
 
+TEST_F(ConfigTest, BlankInValueNameIsKeptAndGroupTextIsReadable)
+{
+    store = NewStore(true);
+    ASSERT_TRUE(store->SetString(30, "1"));
+    EXPECT_NE(std::string::npos, ReadText(AllUsersFile()).find("<Enable Logging>1</Enable Logging>"));
+
+    KorvexTest::WriteText(AllUsersFile(), "<?xml version=\"1.0\"?><config><vessa_Client>5.1.0<Trace>"
+                                          "<LogLevel>x</LogLevel></Trace></vessa_Client></config>");
+    Config* second = NewStore(true);
+    std::string version;
+    EXPECT_TRUE(second->GetString(1, version));
+    EXPECT_EQ("5.1.0", version);
+    long level = 9;
+    EXPECT_FALSE(second->GetInteger(15, level)) << "text that is no number";
+    EXPECT_EQ(9, level);
+}
+
 TEST_F(ConfigTest, StringBooleans)
 {
     store = NewStore(true);
@@ -170,6 +199,23 @@ TEST_F(ConfigTest, StringBooleans)
         EXPECT_TRUE(store->GetStringBoolean(17, value));
         EXPECT_EQ(expected, value) << text;
     }
+}
+
+TEST_F(ConfigTest, RemoveKeyAndPath)
+{
+    store = NewStore(true);
+    ASSERT_TRUE(store->SetInteger(15, 2));
+    ASSERT_TRUE(store->SetString(17, "f"));
+    EXPECT_EQ(std::vector<std::string>{"Trace"}, store->EnumSubDirs(1, ""));
+    EXPECT_TRUE(store->RemoveKey(15));
+    EXPECT_FALSE(store->RemoveKey(15)) << "nothing left to remove";
+    std::string xml = ReadText(AllUsersFile());
+    EXPECT_EQ(std::string::npos, xml.find("LogLevel"));
+    EXPECT_NE(std::string::npos, xml.find("<Filename>f</Filename>"));
+    EXPECT_TRUE(store->RemovePath(17));
+    xml = ReadText(AllUsersFile());
+    EXPECT_EQ(std::string::npos, xml.find("Trace"));
+    EXPECT_NE(std::string::npos, xml.find("vessa_Client"));
 }
 
 TEST_F(ConfigTest, SaveIsAtomicKeepsModeAndLeavesNoTemporaryFiles)
@@ -269,4 +315,22 @@ TEST_F(ConfigTest, UnusableFilesLeaveTheDefaultsAndStayAsTheyWere)
         EXPECT_EQ(before.st_size, after.st_size) << "reading never changes the file";
         store->Destroy();
     }
+}
+
+TEST_F(ConfigTest, StaleTemporaryFilesOfKilledWritesGoAtTheNextWrite)
+{
+    store = NewStore(true);
+    const std::string stale = AllUsersFile() + ".tmpAbC123";
+    const std::string recent = AllUsersFile() + ".tmpXyZ789";
+    const std::string foreign = AllUsersFile() + ".tmp-notes";
+    for (const std::string& file : {stale, recent, foreign})
+        KorvexTest::WriteText(file, "partial");
+    const auto old = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(5);
+    std::filesystem::last_write_time(stale, old);
+    std::filesystem::last_write_time(foreign, old);
+    ASSERT_TRUE(store->SetInteger(15, 3));
+    std::vector<std::string> left = FileNames(Dir());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ((std::vector<std::string>{"config", "config.tmp-notes", "config.tmpXyZ789"}), left)
+        << "only our own temporary files, and only stale ones, are removed";
 }

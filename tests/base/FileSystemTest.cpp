@@ -3,7 +3,7 @@
 #include "base/FileAndDirectory.h"
 #include "base/FileSystem.h"
 
-#include "TempDir.h"
+#include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -33,6 +33,15 @@ TEST(Paths, CombineAndSplit)
     EXPECT_EQ("/var", RemoveLastPartFromPath("/var/log/"));
 }
 
+TEST(Paths, TimestampAndTempNames)
+{
+    const std::string name = GenerateFilenameWithTimestamp("VessaCards", "log");
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"(VessaCards_20\d\d-\d\d-\d\d-\d\d-\d\d-\d\d\.log)"))) << name;
+    std::string temp;
+    GenerateTempFilename(temp, "cert", "/scratch");
+    EXPECT_TRUE(std::regex_match(temp, std::regex(R"(/scratch/cert\d{5}\.tmp)"))) << temp;
+}
+
 TEST(Environment, TempUserAndAllUsersDirectories)
 {
     {
@@ -49,6 +58,25 @@ TEST(Environment, TempUserAndAllUsersDirectories)
     }
     KorvexTest::EnvGuard all("KORVEX_ALLUSERS_DIR", "/scratch/etc/");
     EXPECT_EQ("/scratch/etc/", GetAllUsersDir());
+}
+
+TEST(Files, ReadCompleteFile)
+{
+    KorvexTest::TempDir dir;
+    WriteText(dir.file("data"), std::string("a\0b", 3));
+    WriteText(dir.file("empty"), "");
+    unsigned char* data = nullptr;
+    long size = -1;
+    ASSERT_TRUE(ReadCompleteFileBinary(dir.file("data"), &data, size));
+    EXPECT_EQ(3, size);
+    EXPECT_EQ(std::string("a\0b", 3), std::string(reinterpret_cast<char*>(data), 3));
+    delete[] data;
+    for (const std::string& bad : {dir.file("empty"), dir.file("missing"), dir.path()}) {
+        EXPECT_FALSE(ReadCompleteFileBinary(bad, &data, size)) << bad;
+        EXPECT_EQ(nullptr, data);
+        EXPECT_EQ("", ReadCompleteFile(bad));
+    }
+    EXPECT_EQ(std::string("a\0b", 3), ReadCompleteFile(dir.file("data")));
 }
 
 TEST(Files, WriteRenameRemoveExists)
@@ -68,6 +96,21 @@ TEST(Files, WriteRenameRemoveExists)
     EXPECT_FALSE(RenameFile(a, dir.file("c")));
     EXPECT_TRUE(RemoveFile(dir.file("b")));
     EXPECT_FALSE(RemoveFile(dir.file("b")));
+}
+
+TEST(Files, CopyFileInBlocks)
+{
+    KorvexTest::TempDir dir;
+    for (std::size_t size : {0u, 1024u, 5000u}) {
+        std::string content(size, '\0');
+        for (std::size_t i = 0; i < size; ++i)
+            content[i] = static_cast<char>(i % 251);
+        WriteText(dir.file("src"), content);
+        ASSERT_TRUE(CopyFile(dir.file("src"), dir.file("dst"))) << size;
+        EXPECT_EQ(content, ReadText(dir.file("dst"))) << size;
+    }
+    EXPECT_FALSE(CopyFile(dir.file("missing"), dir.file("dst2")));
+    EXPECT_FALSE(FileExists(dir.file("dst2")));
 }
 
 TEST(Directories, CreateAndList)

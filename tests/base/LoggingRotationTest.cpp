@@ -2,7 +2,7 @@
 // also with two threads writing, and no earlier file is ever overwritten.
 #include "base/Logging.h"
 
-#include "TempDir.h"
+#include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -68,6 +68,42 @@ TEST(LogRotation, Entry10001GoesToANewFile)
         EXPECT_NE(std::string::npos, file.second.front().find("entry 1"));
         EXPECT_NE(std::string::npos, file.second.back().find("entry 10000"));
     }
+    logger->Destroy();
+}
+
+TEST(LogRotation, BySizeKeepsFilesNearTheLimit)
+{
+    KorvexTest::TempDir dir;
+    LibLogging* logger = NewLogger(dir.file("size"), 0);
+    ASSERT_NE(nullptr, logger);
+    logger->LogRotationFileSize(true, 1000);
+    EXPECT_TRUE(logger->IsLogRotationEnabled());
+    const std::string text(50, 'x');
+    for (int i = 0; i < 100; ++i)
+        logger->LogError(text);
+    // Each line: 19 + 13 + 1 + 50 + 1 = 84 bytes; 12 lines pass 1000 bytes.
+    const AllFiles all = ReadAllFiles(dir.path());
+    EXPECT_EQ(100u, all.total);
+    EXPECT_EQ(9u, all.linesByFile.size());
+    for (const auto& file : all.linesByFile)
+        EXPECT_LE(file.second.size(), 12u) << file.first;
+    logger->Destroy();
+}
+
+TEST(LogRotation, BackupsNeverOverwriteForeignFiles)
+{
+    KorvexTest::TempDir dir;
+    KorvexTest::WriteText(dir.file("keep_1.log"), "precious\n");
+    KorvexTest::WriteText(dir.file("keep_3.log"), "also precious\n");
+    LibLogging* logger = NewLogger(dir.file("keep"), 2);
+    ASSERT_NE(nullptr, logger);
+    for (int i = 0; i < 9; ++i)
+        logger->LogError("line " + std::to_string(i));
+    EXPECT_EQ("precious\n", ReadText(dir.file("keep_1.log")));
+    EXPECT_EQ("also precious\n", ReadText(dir.file("keep_3.log")));
+    const AllFiles all = ReadAllFiles(dir.path());
+    EXPECT_EQ(9u + 2u, all.total);
+    EXPECT_EQ(1u, all.linesByFile.at("keep.log").size());
     logger->Destroy();
 }
 

@@ -2,7 +2,7 @@
 // stack, buffer modes, backups at Init and Destroy.
 #include "base/Logging.h"
 
-#include "TempDir.h"
+#include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -63,6 +63,17 @@ TEST(LoggingRegistry, HandlesAndRegistration)
     EXPECT_FALSE(again->IsEnabled());
     again->Destroy();
     LibLogging::GetHandle(a + 1)->Destroy();
+}
+
+TEST(LoggingFormat, LabelsAndTime)
+{
+    EXPECT_EQ("OUT FUNCTION", LibLogging::LogTypeToString(Korvex::LOG_OUT_FUNCTION));
+    EXPECT_EQ("WARNING", LibLogging::LogTypeToString(Korvex::LOG_WARNING));
+    EXPECT_EQ("MESSAGE", LibLogging::LogTypeToString(static_cast<Korvex::DebugLevel>(42)));
+    KorvexTest::EnvGuard tz("TZ", "UTC");
+    tzset();
+    EXPECT_EQ("2015-03-04 10:11:12", LibLogging::GetTimeString(1425463872L));
+    EXPECT_EQ(static_cast<long>(::gettid()), LibLogging::GetThreadId());
 }
 
 TEST_F(LoggerTest, LineFormatOnTheFile)
@@ -161,4 +172,63 @@ TEST(LoggingInit, WithoutBackupEmptiesAndWithBackupKeepsEveryEarlierFile)
     ASSERT_TRUE(logger->Init(dir.file("app"), 100, false));
     EXPECT_EQ(4u, KorvexTest::FileNames(dir.path()).size()) << "no backup without the flag";
     logger->Destroy();
+}
+
+TEST_F(LoggerTest, FunctionStackAndTrace)
+{
+    logger->LogFunction("outer", Korvex::FUNCTION_IN);
+    logger->LogFunction("inner", Korvex::FUNCTION_IN);
+    logger->LogStackTrace();
+    logger->LogFunction("inner", Korvex::FUNCTION_OUT);
+    logger->LogStackTrace();
+    const std::vector<std::string> expected = {"  IN FUNCTION outer", "  IN FUNCTION inner", "   STACKTRACE outer",
+                                               "   STACKTRACE inner", " OUT FUNCTION inner", "   STACKTRACE outer"};
+    EXPECT_EQ(expected, Tails());
+}
+
+TEST_F(LoggerTest, BufferModes)
+{
+    logger->LogToBuffer(Korvex::LOG_BUFFER_ONLY, 3);
+    EXPECT_TRUE(logger->IsLogToBuffer());
+    for (const char* text : {"a", "b", "c", "d"})
+        logger->LogError(text);
+    logger->LogWarning("e");
+    EXPECT_TRUE(Tails().empty()) << "buffer-only mode writes nothing";
+
+    const std::list<Korvex::LogBufferEntry> buffer = logger->GetLogBuffer();
+    ASSERT_EQ(3u, buffer.size());
+    EXPECT_EQ("e", buffer.front().text) << "newest first";
+    EXPECT_EQ(Korvex::LOG_WARNING, buffer.front().kind);
+    EXPECT_EQ("c", buffer.back().text) << "oldest entries dropped";
+
+    logger->LogBufferToFile();
+    EXPECT_EQ((std::vector<std::string>{"        ERROR c", "        ERROR d", "      WARNING e"}), Tails());
+    EXPECT_EQ(3, logger->GetLogBufferSize()) << "writing out neither empties nor refills the buffer";
+    logger->ClearLogBuffer();
+    EXPECT_EQ(0, logger->GetLogBufferSize());
+
+    logger->LogToBuffer(Korvex::LOG_BUFFER_AND_FILE, 10);
+    logger->LogError("both");
+    EXPECT_EQ(4u, Tails().size());
+    EXPECT_EQ(1, logger->GetLogBufferSize());
+}
+
+TEST(LoggingDestroy, ClosingLinesDependOnLevel)
+{
+    KorvexTest::TempDir dir;
+    for (Korvex::LOG_LEVEL level : {1u, 4u}) {
+        LibLogging* logger = LibLogging::GetHandle(LibLogging::Register());
+        const std::string name = dir.file("destroy" + std::to_string(level));
+        ASSERT_TRUE(logger->Init(name, 0, false));
+        logger->Enabled(true);
+        logger->SetLoggingLevel(level);
+        logger->Destroy();
+        std::vector<std::string> lines = Lines(ReadText(name + ".log"));
+        for (std::string& line : lines)
+            line = line.substr(19);
+        std::vector<std::string> expected = {"        DEBUG close LibLogging"};
+        if (level == 4)
+            expected.insert(expected.begin(), "        DEBUG Destroy()");
+        EXPECT_EQ(expected, lines) << "level " << level;
+    }
 }

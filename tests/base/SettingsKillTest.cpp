@@ -2,7 +2,7 @@
 // leaves the settings file with either the old or the new content, never a
 // broken or lost one, and the temporary files of killed writes go away with
 // the next write once they are stale.
-#include "tests/base/TempDir.h"
+#include "tests/support/TempDir.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>

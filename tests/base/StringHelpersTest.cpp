@@ -7,6 +7,19 @@
 
 using namespace Korvex;
 
+TEST(NoCase, CmpHonoursLengthAndFind)
+{
+    EXPECT_EQ(0, nocase_cmp("HeLLo", "hello", 0));
+    EXPECT_EQ(0, nocase_cmp("HelpMe", "HELLO", 3));
+    EXPECT_NE(0, nocase_cmp("HelpMe", "HELLO", 4));
+    EXPECT_LT(nocase_cmp("abc", "ABD", -1), 0) << "negative n compares whole texts";
+    EXPECT_GT(nocase_cmp("abcd", "ABC", 0), 0);
+
+    EXPECT_EQ(6u, nocase_find("Hello World", "WORLD", 0));
+    EXPECT_EQ(std::string::npos, nocase_find("Hello World", "WORLD", 7));
+    EXPECT_EQ(std::string::npos, nocase_find("Hello", "xyz", 0));
+}
+
 TEST(NoCase, StartsAndEndsWithKeepTheirAsymmetry)
 {
     EXPECT_TRUE(nocase_StartsWith("abc", "A"));
@@ -21,6 +34,22 @@ TEST(NoCase, StartsAndEndsWithKeepTheirAsymmetry)
     EXPECT_FALSE(nocase_EndsWith("file.txt", ".log"));
     EXPECT_FALSE(nocase_EndsWith("a", "zzzz")) << "sorts after: false before the length check";
     EXPECT_THROW(nocase_EndsWith("b", "abc"), std::out_of_range);
+}
+
+TEST(Strings, CaseStripAndReplace)
+{
+    EXPECT_EQ("ABC1\xE4", Str2Upper("aBc1\xE4")) << "ASCII only";
+    EXPECT_EQ("abc1\xC4", Str2Lower("AbC1\xC4"));
+
+    EXPECT_EQ("<a><b/></a>", stripXMLRequest("HTTP junk\r\n<a><b/></a>\r\ntrailer"));
+    EXPECT_EQ("no tags", stripXMLRequest("no tags"));
+    EXPECT_EQ("<a b", stripXMLRequest("x<a b"));
+    EXPECT_EQ("a>", stripXMLRequest("a>b"));
+
+    EXPECT_EQ("xbxb", replaceAll("abab", "a", "x"));
+    EXPECT_EQ("aaaa", replaceAll("aa", "a", "aa")) << "the replacement is not scanned again";
+    EXPECT_EQ("b", replaceAll("aaab", "a", ""));
+    EXPECT_EQ("abc", replaceAll("abc", "", "x"));
 }
 
 TEST(Strings, TrimmingAndLineEndings)

@@ -124,6 +124,46 @@ TEST_F(CertificateDecodeCache, DifferentBytesNeverMix)
     EXPECT_EQ(again.GetX509(), original.GetX509());
 }
 
+TEST_F(CertificateDecodeCache, KeepsTheMostRecentlyUsed)
+{
+    const size_t capacity = kCertificateDecodeCacheEntries;
+    std::vector<slCertificate> held(capacity + 1);
+    for (size_t i = 0; i < capacity; ++i)
+        ASSERT_TRUE(held[i].LoadFromBuffer(s_made[i]));
+    slCertificate reused;  // the oldest becomes the most recent
+    ASSERT_TRUE(reused.LoadFromBuffer(s_made[0]));
+    EXPECT_EQ(reused.GetX509(), held[0].GetX509());
+    ASSERT_TRUE(held[capacity].LoadFromBuffer(s_made[capacity]));  // one too many
+
+    slCertificate first, second, newest;
+    ASSERT_TRUE(first.LoadFromBuffer(s_made[0]) && newest.LoadFromBuffer(s_made[capacity]));
+    EXPECT_EQ(first.GetX509(), held[0].GetX509());
+    EXPECT_EQ(newest.GetX509(), held[capacity].GetX509());
+    ASSERT_TRUE(second.LoadFromBuffer(s_made[1]));  // the least recently used went
+    EXPECT_NE(second.GetX509(), held[1].GetX509());
+    EXPECT_EQ(second.ToBin(), held[1].ToBin());
+}
+
+TEST_F(CertificateDecodeCache, FailuresAndOversizedInputAreNotRemembered)
+{
+    const unsigned char junk[] = {0x30, 0x03, 0x02, 0x01, 0x01};
+    for (int i = 0; i < 2; ++i) {
+        slCertificate cert;
+        EXPECT_FALSE(cert.LoadFromBuffer(junk, sizeof(junk)));
+        EXPECT_EQ(DecodeCertificateDer(junk, sizeof(junk)), nullptr);
+    }
+    EXPECT_EQ(DecodeCertificateDer(nullptr, 10), nullptr);
+
+    // A certificate followed by much trailing data still loads (one object
+    // is read), but so large an input is parsed every time.
+    Bytes large = s_made[0];
+    large.resize(large.size() + 100 * 1024, 0xAB);
+    slCertificate a, b;
+    ASSERT_TRUE(a.LoadFromBuffer(large) && b.LoadFromBuffer(large));
+    EXPECT_NE(a.GetX509(), b.GetX509());
+    EXPECT_EQ(a.ToBin(), s_made[0]);
+}
+
 TEST_F(CertificateDecodeCache, TwoThreadsLoadTheSameAndDifferentBytes)
 {
     std::atomic<int> wrong{0};

@@ -65,6 +65,43 @@ TEST(CertificateLoad, CopiesHoldTheirOwnDuplicateAndCompareByIdentity)
     EXPECT_FALSE(copy.LoadFromX509(nullptr));
 }
 
+TEST(CertificateLoad, SaveAndLogWritePem)
+{
+    const std::string dir = std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp";
+    const std::string path = dir + "/crypto-save-" + std::to_string(getpid()) + ".pem";
+    slCertificate cert = Load("v1-self"), again;
+    ASSERT_TRUE(cert.SaveCert(path));
+    ASSERT_TRUE(again.LoadFromFile(path));
+    EXPECT_EQ(again.ToBin(), cert.ToBin());
+    std::remove(path.c_str());
+    EXPECT_FALSE(slCertificate().SaveCert(path) || cert.SaveCert(dir + "/no-such-dir/x.pem"));
+
+    HookGuard<decltype(&SLCERT_SetDebugLoggingFunc)> hook(SLCERT_SetDebugLoggingFunc);
+    EXPECT_FALSE(slCertificate().LogCertificate("empty"));
+    EXPECT_TRUE(cert.LogCertificate("Card"));
+    SLCERT_LogMessage("dropped: no message hook");
+    ASSERT_EQ(LogCapture::Lines().size(), 1u);
+    EXPECT_EQ(LogCapture::Lines()[0].rfind("Card: -----BEGIN CERTIFICATE-----\n", 0), 0u);
+    EXPECT_NE(LogCapture::Lines()[0].find("-----END CERTIFICATE-----"), std::string::npos);
+}
+
+TEST(CertificateLoad, EmptyObjectAnswersEveryQueryEmpty)
+{
+    slCertificate e;
+    for (const std::string& text : {e.GetSubject(), e.GetIssuerSepByComa(), e.GetIssuerCN(),
+                                    e.GetSubjectWithFormat(0), e.GetSubjectNameHash(),
+                                    e.GetSerialNumber(), e.ValidFrom(), e.GetPubKeyHashHex(),
+                                    e.GetPubKeyHashB64(), e.ToB64()})
+        EXPECT_EQ(text, "");
+    EXPECT_TRUE(e.ToBin().empty() && e.GetPubKeyHashBytes().empty() && e.GetThumbprint().empty());
+    EXPECT_EQ(e.GetSerialNumberInt(), 0);
+    EXPECT_FALSE(e.IsCaCert() || e.IsSelfSigned() || e.IsOcspSigner() || e.IsRsaKey() ||
+                 e.IsEcdsaKey() || e.GetExtAvailable("keyUsage") || e.GetBoolExt("keyUsage"));
+    unsigned int len = 7;
+    EXPECT_FALSE(e.GetSubjectDER(nullptr, len) || e.GetSerialNumberDER(nullptr, len));
+    EXPECT_EQ(len, 7u);
+}
+
 TEST(CertificateLoad, TruncatedAndCorruptedInputNeverMisbehaves)
 {
     for (const char* name : {"ca", "ee-rsa", "ee-ec", "odd-ext", "v1-self"}) {

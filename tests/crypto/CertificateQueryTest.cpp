@@ -55,6 +55,31 @@ TEST(CertificateNames, DerPiecesFollowTheTwoCallSizeProtocol)
     EXPECT_EQ(caSubject[0], 0x30);
 }
 
+TEST(CertificateNames, SerialNumberForms)
+{
+    struct Case { const char* cert; const char* text; long value; Bytes der; };
+    const Case cases[] = {
+        {"ee-ec", "0x01", 1, {0x01}},
+        {"ee-rsa", "0xFF", 255, {0xFF}}, // DER 02 02 00 FF
+        {"ca", "0x0ABC", 0xABC, {0x0A, 0xBC}},
+        {"v1-self", "0x0123456789ABCDEF0123", LONG_MAX, FromHex("0123456789ABCDEF0123")},
+    };
+    for (const Case& c : cases) {
+        slCertificate cert = Load(c.cert);
+        EXPECT_EQ(cert.GetSerialNumber(), c.text);
+        EXPECT_EQ(cert.GetSerialNumberInt(), c.value) << c.cert;
+        Bytes der(16);
+        unsigned int len = der.size();
+        ASSERT_TRUE(cert.GetSerialNumberDER(der.data(), len));
+        EXPECT_EQ(Bytes(der.begin(), der.begin() + len), c.der);
+    }
+    X509* zero = Load("ee-rsa").GetX509Copy();
+    ASN1_INTEGER_set(X509_get_serialNumber(zero), 0);
+    i2d_re_X509_tbs(zero, nullptr); // drop the cached encoding
+    EXPECT_EQ(slCertificate(zero).GetSerialNumber(), "0x0");
+    X509_free(zero);
+}
+
 TEST(CertificateFlags, CaSelfSignedAndOcspChecks)
 {
     slCertificate ca = Load("ca"), kuCa = Load("ku-ca"), v1 = Load("v1-self"), ec = Load("ee-ec");
@@ -67,6 +92,25 @@ TEST(CertificateFlags, CaSelfSignedAndOcspChecks)
     EXPECT_FALSE(ec.IsSelfSigned());
     EXPECT_TRUE(ec.IsOcspSigner());
     EXPECT_FALSE(Load("ee-rsa").IsOcspSigner() || ca.IsOcspSigner()); // other usages / none
+}
+
+TEST(CertificateFlags, ExtensionLookupNeverSeesTheFirstExtension)
+{
+    slCertificate ca = Load("ca"), ee = Load("ee-rsa"), odd = Load("odd-ext");
+    // basicConstraints stands first in the CA, third in the end entity.
+    EXPECT_FALSE(ca.GetExtAvailable("2.5.29.19") || ca.GetExtAvailable("basicConstraints"));
+    EXPECT_TRUE(ca.GetExtAvailable("keyUsage"));
+    EXPECT_TRUE(ee.GetExtAvailable("2.5.29.19") && ee.GetExtAvailable("X509v3 Basic Constraints"));
+    // subjectKeyIdentifier stands first in the end entity; GetSKI still finds it.
+    EXPECT_FALSE(ee.GetExtAvailable("subjectKeyIdentifier"));
+    EXPECT_FALSE(ee.GetSKI().empty());
+    EXPECT_FALSE(ee.GetExtAvailable("1.2.3.4") || ee.GetExtAvailable("no such name"));
+
+    // Only a BOOLEAN holding FF counts as true.
+    EXPECT_TRUE(ee.GetBoolExt("1.3.6.1.4.1.55555.1"));  // 01 01 FF
+    EXPECT_FALSE(ee.GetBoolExt("1.3.6.1.4.1.55555.2")); // 01 01 01
+    EXPECT_FALSE(ee.GetBoolExt("1.3.6.1.4.1.55555.3")); // 04 01 FF
+    EXPECT_FALSE(odd.GetBoolExt("1.3.6.1.4.1.55555.4") || odd.GetBoolExt("1.3.6.1.4.1.55555.5"));
 }
 
 TEST(CertificateExtensions, ListsAndKeyIdentifiers)

@@ -64,6 +64,31 @@ TEST(CertificateTime, GeneralizedTime)
     EXPECT_EQ(Convert(V_ASN1_UTCTIME, std::string("20010100\0" "00Z", 12)), 0);
 }
 
+TEST(CertificateTime, LocalStandardOffsetShiftsTheShownTime)
+{
+    slCertificate ee = Load("ee-rsa"), ec = Load("ee-ec", ".pem");
+    {
+        TimeZoneGuard zone("UTC0");
+        EXPECT_EQ(ee.ValidFrom(), "2020-01-01 00:00:00");
+        EXPECT_EQ(ee.ValidTo(), "2049-12-31 23:59:59");
+        EXPECT_EQ(ec.ValidTo(), "2050-01-01 00:00:00"); // GeneralizedTime
+    }
+    {
+        TimeZoneGuard zone("XST-1"); // one hour east of UTC
+        EXPECT_EQ(ee.ValidFrom(), "2019-12-31 23:00:00");
+        unsigned short y, mo, d, h, mi, s;
+        ee.ValidTo(y, mo, d, h, mi, s);
+        EXPECT_EQ(std::vector<int>({y, mo, d, h, mi, s}), std::vector<int>({2049, 12, 31, 22, 59, 59}));
+    }
+    {
+        TimeZoneGuard zone("CET-1CEST,M3.5.0,M10.5.0/3"); // summer time never applies
+        EXPECT_EQ(ec.ValidFrom(), "2020-06-15 11:30:45");
+    }
+    unsigned short y = 9, mo = 9, d = 9, h = 9, mi = 9, s = 9;
+    slCertificate().ValidFrom(y, mo, d, h, mi, s);
+    EXPECT_EQ(std::vector<int>({y, mo, d, h, mi, s}), std::vector<int>(6, 0));
+}
+
 TEST(CertificateTime, IsValidIncludesBothEnds)
 {
     TimeZoneGuard zone("XST-1");

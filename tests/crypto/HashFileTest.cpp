@@ -1,4 +1,4 @@
-// HashFile: chunked reading of a stream from its current position.
+// HashFile: chunked reading of streams, read errors and the size protocol.
 #include "crypto/Hash.h"
 #include "crypto/LibCrypto.h"
 #include "CryptoTestSupport.h"
@@ -27,6 +27,33 @@ Bytes Sha256(const Bytes& data, size_t from, size_t to)
     return digest;
 }
 
+// A stream over memory that records what every read returned and fails once
+// failAfter bytes have been delivered. Its buffer is larger than any stream
+// here, so every read takes all that is left.
+struct ScriptedStream {
+    explicit ScriptedStream(Bytes bytes, size_t fail = SIZE_MAX) : data(bytes), failAfter(fail) {}
+    Bytes data;
+    size_t failAfter, position = 0;
+    std::vector<ssize_t> reads;
+
+    static ssize_t Read(void* cookie, char* buf, size_t size)
+    {
+        auto* self = static_cast<ScriptedStream*>(cookie);
+        const size_t end = std::min(self->data.size(), self->failAfter);
+        const ssize_t n = self->position < self->failAfter ? std::min(size, end - self->position) : -1;
+        if (n > 0)
+            std::memcpy(buf, &self->data[self->position], n), self->position += n;
+        self->reads.push_back(n);
+        return n;
+    }
+    FILE* Open()
+    {
+        FILE* f = fopencookie(this, "r", cookie_io_functions_t{Read, nullptr, nullptr, nullptr});
+        setvbuf(f, nullptr, _IOFBF, 1 << 16);
+        return f;
+    }
+};
+
 } // namespace
 
 TEST(HashFile, DigestsFromTheCurrentPositionAcrossChunkBoundaries)
@@ -48,4 +75,43 @@ TEST(HashFile, DigestsFromTheCurrentPositionAcrossChunkBoundaries)
         EXPECT_EQ(Bytes(buf, buf + 32), Sha256(data, 0, 0));
         EXPECT_EQ(fclose(f), 0);
     }
+}
+
+TEST(HashFile, ExactChunkIsOneReadThenAnEmptyRead)
+{
+    ScriptedStream stream{Pattern(5012)};
+    FILE* f = stream.Open();
+    Bytes out;
+    ASSERT_TRUE(HashFile(f, out, HashSha256));
+    EXPECT_EQ(out, Sha256(stream.data, 0, 5012));
+    EXPECT_EQ(stream.reads, (std::vector<ssize_t>{5012, 0}));
+    fclose(f);
+}
+
+TEST(HashFile, ReadErrorFailsButLeavesDigestOfWhatWasRead)
+{
+    HookGuard<decltype(&LibCrypto::acPKCS11_SetErrorLoggingFunc)> hook(
+        LibCrypto::acPKCS11_SetErrorLoggingFunc);
+    ScriptedStream stream{Pattern(20000), 5012};
+    FILE* f = stream.Open();
+    unsigned char out[32] = {};
+    unsigned long outLen = sizeof(out);
+    EXPECT_FALSE(HashFile(f, out, outLen, HashSha256));
+    EXPECT_EQ(Bytes(out, out + 32), Sha256(stream.data, 0, 5012));
+    Bytes vec;
+    EXPECT_FALSE(HashFile(f, vec, HashSha256));
+    EXPECT_TRUE(vec.empty());
+
+    // Argument checks log their own texts.
+    outLen = 47;
+    EXPECT_FALSE(HashFile(nullptr, out, outLen, HashSha1));
+    EXPECT_FALSE(HashFile(f, nullptr, outLen, HashSha1));
+    EXPECT_FALSE(HashFile(f, out, outLen, HashSha384));
+    EXPECT_EQ(outLen, 47u);
+    EXPECT_FALSE(HashFile(f, out, outLen, HashNone));
+    EXPECT_EQ(LogCapture::Lines(),
+              (std::vector<std::string>{"PKCS11 file read error", "PKCS11 file read error",
+                                        "PKCS11 infile is NULL", "PKCS11 output == NULL",
+                                        "PKCS11 outputsize ist zu klein"}));
+    fclose(f);
 }

@@ -157,6 +157,25 @@ TEST(IdentityLinkBuilder, RecordParsesBackIntoItsFieldsWithAnExactOuterLength) {
     EXPECT_EQ(size, 32);
 }
 
+TEST(IdentityLinkBuilder, DerLengthFormsAndWhatDoesNotFitTheLayout) {
+    EXPECT_EQ(VessaPlus::DerElement(0x04, ByteVector(127)).size(), 2u + 127);
+    const ByteVector medium = VessaPlus::DerElement(0x04, ByteVector(128));
+    EXPECT_EQ(ByteVector(medium.begin(), medium.begin() + 3), (ByteVector{0x04, 0x81, 0x80}));
+    const ByteVector large = VessaPlus::DerElement(0x04, ByteVector(300));
+    EXPECT_EQ(ByteVector(large.begin(), large.begin() + 4), (ByteVector{0x04, 0x82, 0x01, 0x2C}));
+
+    ByteVector der{1};
+    std::string error;
+    VessaPlus::IdentityLinkFields fields = SampleFields();
+    fields.familyName.assign(100, 'x');  // person data needs the short length form
+    EXPECT_FALSE(VessaPlus::BuildIdentityLink(fields, der, error));
+    EXPECT_TRUE(der.empty());
+    EXPECT_FALSE(error.empty());
+    fields = SampleFields();
+    fields.signatureValue.assign(900, 0x11);
+    EXPECT_FALSE(VessaPlus::BuildIdentityLink(fields, der, error));
+}
+
 class VessaPlusProgram : public testing::Test {
 protected:
     void SetUp() override {

@@ -100,6 +100,44 @@ TEST(ReadBitString, CopiesValueOnlyWithoutUnusedBitsAndWithinCapacity)
     EXPECT_EQ(Bytes(out, out + 2), (Bytes{0xAA, 0xBB}));
 }
 
+TEST(ReadBitString, BoundedFormStopsAtTheEnd)
+{
+    unsigned char out[8] = {0x55};
+    Bytes cut = {0x05, 0x00, 0xAA, 0xBB}, pastEnd = {0x82, 0x10, 0x00, 0x00}, empty = {0x00, 0x42};
+    int pos = 0, outLen = 8;
+    EXPECT_FALSE(ReadBitString(cut.data(), 4, pos, out, outLen));
+    EXPECT_EQ(pos, 4);
+    EXPECT_EQ(outLen, 8);
+    EXPECT_EQ(out[0], 0x55);
+    pos = 0;
+    EXPECT_FALSE(ReadBitString(pastEnd.data(), 4, pos, out, outLen));  // too large: skipped up to the end
+    EXPECT_EQ(pos, 4);
+    pos = 0;
+    EXPECT_FALSE(ReadBitString(empty.data(), 2, pos, out, outLen));  // no unused-bits octet
+    EXPECT_EQ(outLen, 0);
+    EXPECT_EQ(pos, 1);
+}
+
+TEST(ReadUtf8String, ContentUpToFirstZeroUnconverted)
+{
+    Bytes withZero = {0x04, 'A', 0x00, 'B', 'C'}, umlaut = {0x02, 0xC3, 0xA4}, cut = {0x05, 'A', 'B'};
+    int pos = 0;
+    EXPECT_EQ(ReadUtf8String(withZero.data(), pos), "A");
+    EXPECT_EQ(pos, 5);
+    EXPECT_EQ(ReadUtf8String(umlaut.data(), pos = 0), "\xC3\xA4");
+    EXPECT_EQ(ReadUtf8String(cut.data(), 3, pos = 0), "");
+    EXPECT_EQ(pos, 3);
+}
+
+TEST(OID2Str, EveryOctetOnItsOwn)
+{
+    Bytes p256 = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07}, high = {0x78, 0x05};
+    EXPECT_EQ(OID2Str(p256.data(), 8, '.'), "1.2.134.72.206.61.3.1.7");
+    EXPECT_EQ(OID2Str(p256.data(), 1, '-'), "1-2");
+    EXPECT_EQ(OID2Str(high.data(), 2, '.'), "3.0.5");  // no special case above 80
+    EXPECT_EQ(OID2Str(p256.data(), 0, '.'), "");
+}
+
 TEST(ParseValue, SixKnownTagsAndNothingChangedOtherwise)
 {
     const std::pair<unsigned char, eASN1Type> known[] = {
@@ -128,4 +166,19 @@ TEST(ParseValue, SixKnownTagsAndNothingChangedOtherwise)
     EXPECT_EQ(outLen, 9);
     EXPECT_EQ(type, ASN1TypeInteger);
     EXPECT_EQ(out[0], 0x66);
+}
+
+TEST(Asn1Log, ThreeFormsReachTheHookOfTheirLevel)
+{
+    dertest::LogCapture capture;
+    LibAsn1::LogError("plain");
+    LibAsn1::LogError("code", 42ul);
+    LibAsn1::LogError("join", std::string("ed"));
+    LibAsn1::LogError("big", 4294967295ul);  // printed as a signed int
+    ::LibAsn1::LogMessage("note", 7ul);
+    EXPECT_EQ(dertest::g_errors, (std::vector<std::string>{"plain", "code, 42", "joined", "big, -1"}));
+    EXPECT_EQ(dertest::g_messages, (std::vector<std::string>{"note, 7"}));
+    LibAsn1::acPKCS11_SetErrorLoggingFunc(nullptr);
+    LibAsn1::LogError("dropped");
+    EXPECT_EQ(dertest::g_errors.size(), 4u);
 }

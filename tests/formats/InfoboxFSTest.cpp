@@ -41,6 +41,21 @@ TEST(InfoboxFS, ParsesEntriesUpToAZeroTag)
     EXPECT_EQ(fs.GetTagList(), (Bytes{1}));
 }
 
+TEST(InfoboxFS, HeaderAndVersions)
+{
+    for (unsigned char version : {0, 1, 2, 0xFF}) {
+        InfoboxFS fs;
+        EXPECT_EQ(parse(fs, file(version, {entry(2, 1, {0x10})})), version <= 1);
+        EXPECT_EQ(fs.GetEntryCount(), version <= 1 ? 1u : 0u);
+    }
+    InfoboxFS fs;
+    for (const Bytes& bad : {Bytes{}, Bytes{'A', 'I'}, Bytes{'A', 'I', 'K'}, Bytes{'a', 'I', 'K', 1, 1, 0, 0, 0, 0},
+                             Bytes{'A', 'I', 'X', 1, 1, 0, 0, 0, 0}})
+        EXPECT_FALSE(parse(fs, bad));
+    EXPECT_TRUE(parse(fs, {'A', 'I', 'K', 1}));
+    EXPECT_EQ(fs.GetEntryCount(), 0u);
+}
+
 TEST(InfoboxFS, EndConditionsAndBrokenEntries)
 {
     // An empty entry as the last four bytes is not read; one more byte and it is.
@@ -84,4 +99,51 @@ TEST(InfoboxFS, WritesAParsedFileBackByteForByte)
         EXPECT_EQ(out.GetLength(), 2 + raw.size());
         EXPECT_EQ(out[0], 0xDE);
     }
+}
+
+TEST(InfoboxFS, AddEntryReplacesOrAppendsAndLengthKeepsLow16Bits)
+{
+    InfoboxFS fs;
+    fs.AddEntry(1, 0x01, ByteArray(Bytes{0xAA}));
+    fs.AddEntry(2, 0x00, ByteArray(Bytes{0xBB, 0xCC}));
+    fs.AddEntry(1, 0x00, ByteArray(Bytes{0x11, 0x22}));
+    EXPECT_EQ(fs.GetCompleteFile().ToVector(), file(1, {entry(1, 0, {0x11, 0x22}), entry(2, 0, {0xBB, 0xCC})}));
+
+    fs.AddEntry(4, 0, ByteArray(Bytes(65536 + 3, 0x42)));
+    const Bytes out = fs.GetCompleteFile().ToVector();
+    const std::size_t at = file(1, {entry(1, 0, {0x11, 0x22}), entry(2, 0, {0xBB, 0xCC})}).size();
+    EXPECT_EQ(Bytes(out.begin() + at, out.begin() + at + 4), (Bytes{4, 0, 3, 0}));
+    EXPECT_EQ(out.size(), at + 4 + 65539);
+}
+
+TEST(InfoboxFS, LookupsFindTheFirstEntryOfATag)
+{
+    InfoboxFS fs;
+    ASSERT_TRUE(parse(fs, file(1, {entry(7, 0x01, {0x01}), entry(1, 0x00, {0x02}), entry(7, 0x02, {0x03})})));
+    unsigned long index = 99;
+    EXPECT_TRUE(fs.GetEntryId(1, index));
+    EXPECT_EQ(index, 1u);
+    EXPECT_FALSE(fs.GetEntryId(2, index));
+    EXPECT_EQ(index, 3u);
+    unsigned char type = 0xEE;
+    ByteArray data(Bytes{0x99});
+    EXPECT_TRUE(fs.GetEntry(7, type, data));
+    EXPECT_EQ(type, 0x01);
+    EXPECT_EQ(data.ToVector(), (Bytes{0x01}));
+    EXPECT_FALSE(fs.GetEntry(9, type, data));
+    EXPECT_EQ(type, 0x01);
+    EXPECT_TRUE(fs.HasEntry(std::string("PERSONENBINDUNG")));
+    EXPECT_FALSE(fs.HasEntry(std::string("RFU")));
+    EXPECT_FALSE(fs.HasEntry(static_cast<unsigned char>(2)));
+}
+
+TEST(InfoboxFS, TagLabelsAndTheirNonInverseMapping)
+{
+    EXPECT_EQ(InfoboxFS::TagToLabel(1), "PERSONENBINDUNG");
+    EXPECT_EQ(InfoboxFS::TagToLabel(2), "RFU1");
+    EXPECT_EQ(InfoboxFS::TagToLabel(7), "RFU2");
+    EXPECT_EQ(InfoboxFS::LabelToTag("PERSONENBINDUNG"), 1);
+    EXPECT_EQ(InfoboxFS::LabelToTag("RFU"), 2);
+    for (const char* other : {"RFU1", "RFU2", "personenbindung", "RF", ""})
+        EXPECT_EQ(InfoboxFS::LabelToTag(other), 0) << other;
 }

@@ -103,6 +103,39 @@ TEST(Personenbindung, VersionAndChainedTexts)
     EXPECT_EQ(record.getFamilyName(), "Musterfrau");
 }
 
+TEST(Personenbindung, PersonDataMissingInLongFormOrIncomplete)
+{
+    LogCapture log;
+    Personenbindung record;
+    RecordParts parts;
+    ASSERT_EQ(parseExact(record, tlv(0x30, parts.head)), 1);
+    EXPECT_EQ(record.getGivenName(), "");
+    EXPECT_EQ(g_errors, (std::vector<std::string>{kNoPersonSequence}));
+
+    parts.personData = tlv(0xA0, cat({Bytes{0x30, 0x81, 0x0D}, utf8("Base"), utf8("Given")}));
+    ASSERT_EQ(parseExact(record, parts.build()), 1);
+    EXPECT_EQ(record.getBaseId(), "");
+    EXPECT_EQ(g_errors.size(), 1u);  // no message for the long form
+
+    parts.personData = tlv(0xA0, tlv(0x30, cat({utf8("Base"), utf8("Given")})));
+    ASSERT_EQ(parseExact(record, parts.build()), 1);
+    EXPECT_EQ(record.getGivenName(), "Given");
+    EXPECT_EQ(record.getFamilyName() + record.getDateOfBirth(), "");
+    EXPECT_EQ(stored(record, kSignature), pattern(256, 0x11));
+}
+
+TEST(Personenbindung, BitStringsThatDoNotFitOrHaveUnusedBits)
+{
+    Personenbindung record;
+    RecordParts parts;
+    parts.signature = bitString(pattern(1100, 0x05));
+    parts.digest0 = tlv(0xA0, tlv(0x03, cat({Bytes{0x03}, pattern(20, 0x21)})));
+    ASSERT_EQ(parseExact(record, parts.build()), 1);
+    EXPECT_EQ(stored(record, kSignature), Bytes(1024, 0x00));
+    EXPECT_EQ(stored(record, kDigest0), Bytes(20, 0x00));
+    EXPECT_EQ(stored(record, kDigest1), pattern(32, 0x31));
+}
+
 TEST(Personenbindung, DigestsInOrderAndOnlyBelowTheOuterLength)
 {
     Personenbindung record;
@@ -127,6 +160,20 @@ TEST(Personenbindung, DigestsInOrderAndOnlyBelowTheOuterLength)
     }
 }
 
+TEST(Personenbindung, OversizedFieldsAreSkipped)
+{
+    Personenbindung record;
+    RecordParts parts;
+    parts.personData = tlv(0xA0, tlv(0x30, cat({utf8("Base"), utf8(std::string(300, 'x'))})));
+    parts.publicKey = tlv(0x30, pattern(400, 0x02));
+    ASSERT_EQ(parseExact(record, parts.build()), 1);
+    EXPECT_EQ(record.getBaseId(), "");
+    EXPECT_EQ(stored(record, kSignature), pattern(256, 0x11));
+    parts.head = Bytes{0x02, 0x01, 0x01, 0x0C, 0x82, 0xFF, 0xFF};  // text far past the end
+    ASSERT_EQ(parseExact(record, parts.build()), 1);
+    EXPECT_EQ(record.getIssuerTemplate() + record.getGivenName(), "");
+}
+
 TEST(Personenbindung, CutAtEveryByte)
 {
     const Bytes full = RecordParts().build();
@@ -137,6 +184,24 @@ TEST(Personenbindung, CutAtEveryByte)
         ASSERT_EQ(parseExact(record, full, len), expected) << "cut at " << len;
         if (expected == 1) {
             EXPECT_EQ(stored(record, kSignature), pattern(256, 0x11));
+        }
+    }
+}
+
+TEST(Personenbindung, CorruptedBytesFailOnlyInTheOuterHeader)
+{
+    const Bytes full = RecordParts().build();
+    for (std::size_t at = 0; at < full.size(); ++at) {
+        for (unsigned char value : {0x00, 0x03, 0x0C, 0x30, 0x7F, 0x81, 0x82, 0xA0, 0xFF}) {
+            Bytes broken = full;
+            broken[at] = value;
+            int pos = 1;
+            long outer = 0;
+            const bool headerOk = broken[0] == 0x30 && getLen(broken.data(), int(broken.size()), pos, outer) &&
+                                  outer <= long(broken.size());
+            Personenbindung record;
+            ASSERT_EQ(parseExact(record, broken), headerOk ? 1 : 0) << "byte " << at << " = " << int(value);
+            EXPECT_LE(stored(record, kSignature).size(), 1024u);
         }
     }
 }

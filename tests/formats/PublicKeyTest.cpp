@@ -65,6 +65,16 @@ std::string text(const unsigned char* digits) { return reinterpret_cast<const ch
 
 } // namespace
 
+TEST(ParseRsaKey, NumbersWithoutLeadingZerosAtAnyOffset)
+{
+    Bytes buf = {0xFF, 0xFF, 0x30, 0x0A, 0x02, 0x03, 0x00, 0xC3, 0x51, 0x02, 0x03, 0x01, 0x00, 0x01};
+    ParsedPublicKey key = ParseKey(buf.data(), 2, 12);
+    EXPECT_EQ(key.keyType, ParsedPublicKey::kKeyTypeRsa);
+    EXPECT_EQ(modulus(key), (Bytes{0xC3, 0x51}));
+    EXPECT_EQ(exponent(key), (Bytes{0x01, 0x00, 0x01}));
+    EXPECT_EQ(key.curve, "");
+}
+
 TEST(ParseRsaKey, KeysMadeByOpenSslAndTheLargestModulus)
 {
     PKeyPtr pkey(EVP_RSA_gen(2048), &EVP_PKEY_free);
@@ -77,6 +87,27 @@ TEST(ParseRsaKey, KeysMadeByOpenSslAndTheLargestModulus)
     key = parseExact(tlv(0x30, cat({tlv(0x02, cat({Bytes{0x00}, n})), Bytes{0x02, 0x03, 0x01, 0x00, 0x01}})));
     EXPECT_EQ(modulus(key), n);
     EXPECT_EQ(exponent(key), (Bytes{0x01, 0x00, 0x01}));
+}
+
+TEST(ParseRsaKey, StopsAtElementsThatAreNoIntegerOrDoNotFit)
+{
+    struct Case { Bytes der; Bytes modulus; Bytes exponent; };
+    const Case cases[] = {
+        {{0x30, 0x05, 0x04, 0x03, 0x01, 0x02, 0x03}, {}, {}},
+        {{0x30, 0x06, 0x02, 0x01, 0x05, 0x04, 0x01, 0x03}, {0x05}, {}},
+        {tlv(0x30, cat({tlv(0x02, Bytes(513, 0x7F)), Bytes{0x02, 0x01, 0x03}})), {}, {}},
+        {tlv(0x30, cat({Bytes{0x02, 0x01, 0x05}, tlv(0x02, Bytes(257, 0x01))})), {0x05}, {}},
+        {tlv(0x30, cat({Bytes{0x02, 0x01, 0x05}, tlv(0x02, cat({Bytes(300, 0x00), Bytes{0x01}}))})), {0x05}, {0x01}},
+        {{0x30, 0x82, 0xFF, 0xFF, 0x02, 0x82, 0x01, 0x00, 0x01}, {}, {}},
+    };
+    for (const Case& c : cases) {
+        ParsedPublicKey key = parseExact(c.der);
+        EXPECT_EQ(key.keyType, 0);
+        EXPECT_EQ(modulus(key), c.modulus);
+        EXPECT_EQ(exponent(key), c.exponent);
+    }
+    Bytes point = {0x04, 0x01, 0x02};
+    EXPECT_EQ(ParseRsaKey(point.data(), 0, 3).modulusLen, 0);
 }
 
 TEST(ParseRsaKey, CutAtEveryByteReadsOnlyCompleteNumbers)
@@ -128,4 +159,19 @@ TEST(ParseEccKey, OddSizesUncheckedFormatByteAndEmptyInput)
         EXPECT_EQ(key.keyType, 1);
         EXPECT_EQ(text(key.x), "");
     }
+}
+
+TEST(ParseEccKey, CoordinatesTooLongForTheirFields)
+{
+    LogCapture log;
+    Bytes tooLong(1 + 2 * 129, 0xFF);   // more than 128 bytes per coordinate
+    Bytes wide(1 + 2 * 108, 0xFF);      // 261 digits: more than the field holds
+    Bytes small(1 + 2 * 108, 0x00);     // same size, small values: fits
+    small[108] = 0x2A;
+    EXPECT_EQ(text(parseExact(tooLong).x), "");
+    EXPECT_EQ(parseExact(tooLong).coordinateLen, 129);
+    EXPECT_EQ(text(parseExact(wide).y), "");
+    EXPECT_EQ(g_errors.size(), 3u);
+    EXPECT_EQ(text(parseExact(small).x), "42");
+    EXPECT_EQ(text(parseExact(small).y), "0");
 }

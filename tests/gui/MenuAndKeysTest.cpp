@@ -165,6 +165,55 @@ TEST_F(MenuAndKeysTest, PinChoicesReachTheirApplication)
     }
 }
 
+TEST_F(MenuAndKeysTest, CertificateCommandsOpenTheViewerOnTheRightCertificate)
+{
+    SelectCard(kMaria);
+    ChoosePopupItem(MainFrame::ID_POPUP_ENC_SHOW);
+    ASSERT_TRUE(PumpUntil([] { return ViewedCertificates().size() == 1; }));
+    ChoosePopupItem(MainFrame::ID_POPUP_SIG_SHOW);
+    ASSERT_TRUE(PumpUntil([] { return ViewedCertificates().size() == 2; }));
+    // A double click shows the encryption certificate, or the signature
+    // certificate when that one cannot be found.
+    SelectCard(kJohann);
+    DoubleClick();
+    ASSERT_TRUE(PumpUntil([] { return ViewedCertificates().size() == 3; }));
+    Sim::SetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
+    DoubleClick();
+    ASSERT_TRUE(PumpUntil([] { return ViewedCertificates().size() == 4; }));
+    Pump(200);
+    const std::vector<std::string> viewed = ViewedCertificates();
+    ASSERT_EQ(viewed.size(), 4u);
+    EXPECT_EQ(ReadBytes(viewed[0]), IssuedCertificate(kMaria.serial, false));
+    EXPECT_EQ(ReadBytes(viewed[1]), IssuedCertificate(kMaria.serial, true));
+    EXPECT_EQ(ReadBytes(viewed[2]), IssuedCertificate(kJohann.serial, false));
+    EXPECT_EQ(ReadBytes(viewed[3]), IssuedCertificate(kJohann.serial, true));
+}
+
+TEST_F(MenuAndKeysTest, DialogCommandsOpenTheirDialogsForTheSelectedCard)
+{
+    ModalRecorder recorder;
+    std::vector<wxString> keyAlgorithms;
+    recorder.inspect = [&keyAlgorithms](wxDialog* dialog) {
+        if (TestDialog* test = dynamic_cast<TestDialog*>(dialog))
+            keyAlgorithms.push_back(test->GetKeyAlgorithmField()->GetValue());
+    };
+    SelectCard(kJohann);
+    ChoosePopupItem(MainFrame::ID_POPUP_SIG_TEST);
+    ChoosePopupItem(MainFrame::ID_POPUP_ENC_TEST);
+    ChoosePopupItem(MainFrame::ID_POPUP_PERS_SHOW);
+    ChoosePopupItem(5465); // not a menu item: nothing happens
+    SelectCard(kErika);
+    Click(MainFrame::ID_SIG_TEST);
+    ASSERT_EQ(recorder.seen.size(), 4u);
+    EXPECT_EQ(recorder.seen[0].title, Utf8("Unterschriftentest mit Signaturschl\xC3\xBCssel (6-stellige PIN)"));
+    EXPECT_EQ(recorder.seen[1].title, Utf8("Unterschriftentest mit Geheimhaltungsschl\xC3\xBCssel (4-stellige PIN)"));
+    EXPECT_EQ(recorder.seen[2].type, typeid(InfoboxBereich).name());
+    EXPECT_EQ(recorder.seen[3].type, typeid(TestDialog).name());
+    // ACOS 03: RSA signature key, EC encryption key; an e-card G2 signs with EC.
+    EXPECT_EQ(keyAlgorithms, (std::vector<wxString>{"RSA", "ECC", "ECC"}));
+    EXPECT_FALSE(StatusShown());
+}
+
 TEST_F(MenuAndKeysTest, CtrlCCopiesTheSelectedCardNumberOnly)
 {
     SelectCard(kMaria);

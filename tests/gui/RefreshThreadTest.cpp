@@ -129,5 +129,14 @@ TEST_F(RefreshThreadTest, FixedSlotFirstEachRowDescribesItsOwnCardWithPinsAndVal
     EXPECT_FALSE(rows[2]->issuer.empty());
 }
 
+TEST(TokenTypeDisplayName, NamesTheSevenGenerationsOnly)
+{
+    EXPECT_EQ(TokenTypeDisplayName(0), "vessa premium ACOS 03");
+    EXPECT_EQ(TokenTypeDisplayName(3), "vessa premium e-Card G2");
+    EXPECT_EQ(TokenTypeDisplayName(6), "vessa premium e-Card G4");
+    EXPECT_EQ(TokenTypeDisplayName(7), "");
+    EXPECT_EQ(TokenTypeDisplayName(-1), "");
+}
+
 } // namespace
 } // namespace WindowTests

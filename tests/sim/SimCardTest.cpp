@@ -1,5 +1,5 @@
-// Fault injection from every source, malformed answers, latency, and a
-// second thread working while another waits in a PIN dialogue.
+// The vendor extensions (APDUs and named card attributes), fault injection
+// from every source, latency, and two threads using the module at once.
 #include "SimHarness.h"
 
 #include <atomic>
@@ -10,7 +10,153 @@ using namespace SimTesting;
 
 namespace {
 
-class SimCard : public SimTest {};
+class SimCard : public SimTest {
+protected:
+    Bytes transmit(CK_SESSION_HANDLE session, const Bytes& command) {
+        Bytes response(512);
+        CK_ULONG length = response.size();
+        EXPECT_EQ(m_sim.transmit(session, const_cast<unsigned char*>(command.data()), command.size(), response.data(),
+                                 &length),
+                  CKR_OK);
+        response.resize(length);
+        return response;
+    }
+    unsigned short statusWord(const Bytes& response) {
+        return response.size() < 2 ? 0 : static_cast<unsigned short>(response[response.size() - 2] << 8 |
+                                                                      response.back());
+    }
+    CK_RV attribute(CK_SESSION_HANDLE session, const char* name, Bytes& out) {
+        CK_ULONG length = 0;
+        CK_RV rv = m_sim.cardAttribute(session, name, nullptr, &length);
+        if (rv != CKR_OK) return rv;
+        out.assign(length, 0);
+        rv = m_sim.cardAttribute(session, name, out.data(), &length);
+        out.resize(length);
+        return rv;
+    }
+    static std::string hex(const Bytes& bytes) {
+        std::string text;
+        char digits[3];
+        for (unsigned char b : bytes) {
+            snprintf(digits, sizeof digits, "%02X", b);
+            text += digits;
+        }
+        return text;
+    }
+};
+
+TEST_F(SimCard, CardNumberReadsOverTheProgramsApdus) {
+    for (CK_SLOT_ID slot : {0, 1, 2, 3}) {
+        CK_SESSION_HANDLE session = openSession(slot);
+        EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71})), 0x9000);
+        EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01})), 0x9000);
+        Bytes read = transmit(session, {0x00, 0xB0, 0x00, 0x00, 0x00});
+        ASSERT_GT(read.size(), 9u);
+        EXPECT_EQ(statusWord(read), 0x9000);
+        CK_TOKEN_INFO info;
+        ASSERT_EQ(p11->C_GetTokenInfo(slot, &info), CKR_OK);
+        EXPECT_EQ(hex(Bytes(read.begin(), read.begin() + 8)),
+                  std::string(reinterpret_cast<char*>(info.serialNumber), 16));
+    }
+}
+
+TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
+    CK_SESSION_HANDLE session = openSession(0);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xB0, 0x00, 0x00, 0x00})), 0x6986);   // no EF selected
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01})), 0x6A82);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0x12, 0x34})), 0x6A82);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x03, 0xDF, 0x71})), 0x6700);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x08, 0x0C, 0x02, 0xDF, 0x71})), 0x6A86);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xCA, 0x00, 0x00, 0x00})), 0x6D00);
+    EXPECT_EQ(statusWord(transmit(session, {0x80, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71})), 0x6E00);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4})), 0x6700);
+    transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71});
+    Bytes fcp = transmit(session, {0x00, 0xA4, 0x00, 0x00, 0x02, 0xD0, 0x01, 0x00});
+    EXPECT_EQ(fcp.front(), 0x62);
+    EXPECT_EQ(statusWord(fcp), 0x9000);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xB0, 0x00, 0x40, 0x00})), 0x6B00);
+    Bytes tail = transmit(session, {0x00, 0xB0, 0x00, 0x0E, 0x04});
+    EXPECT_EQ(tail.size(), 4u);
+    EXPECT_EQ(statusWord(tail), 0x6282);
+    Bytes challenge = transmit(session, {0x00, 0x84, 0x00, 0x00, 0x08});
+    EXPECT_EQ(challenge.size(), 10u);
+
+    // VERIFY counts against the same PIN counters as the dialogues.
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82})), 0x63C3);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82, 0x04, '0', '0', '0', '0'})), 0x63C2);
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 2);
+    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82, 0x04, '1', '2', '3', '4'})), 0x9000);
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 3);
+
+    Bytes small(1);
+    CK_ULONG length = small.size();
+    unsigned char read[] = {0x00, 0x84, 0x00, 0x00, 0x08};
+    EXPECT_EQ(m_sim.transmit(session, read, sizeof read, small.data(), &length), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, 10u);
+    EXPECT_EQ(m_sim.transmit(session, nullptr, 5, small.data(), &length), CKR_ARGUMENTS_BAD);
+    CK_SESSION_HANDLE internal = openSession(kInternalSlot);
+    EXPECT_EQ(m_sim.transmit(internal, read, sizeof read, small.data(), &length), CKR_FUNCTION_NOT_SUPPORTED);
+}
+
+TEST_F(SimCard, NamedAttributesPerGeneration) {
+    // ATR prefixes the program maps to card type codes 5, 8, 4, 1.
+    const char* atrPrefixes[] = {"3BBF11008131FE45455041", "3BDF18008131FE588031B05202046405C903AC73B7B1D422",
+                                 "3BBF94008131FE65454C55204175737472696129312E313B", "3BBF11008131FE45455041"};
+    for (CK_SLOT_ID slot : {0, 1, 2, 3}) {
+        CK_SESSION_HANDLE session = openSession(slot);
+        Bytes atr;
+        ASSERT_EQ(attribute(session, "ATR", atr), CKR_OK);
+        EXPECT_EQ(hex(atr).rfind(atrPrefixes[slot], 0), 0u) << hex(atr);
+        Bytes reset;
+        ASSERT_EQ(attribute(session, "Reset", reset), CKR_OK);
+        EXPECT_EQ(reset, atr);
+    }
+    CK_SESSION_HANDLE acos = openSession(0);
+    Bytes value;
+    EXPECT_EQ(attribute(acos, "SicSig/PIN-Status", value), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(attribute(acos, "SV-Personendaten/EHIC", value), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(attribute(acos, "Unbekannt", value), CKR_ATTRIBUTE_TYPE_INVALID);
+    CK_ULONG length = 0;
+    EXPECT_EQ(m_sim.cardAttribute(acos, nullptr, nullptr, &length), CKR_ARGUMENTS_BAD);
+
+    // The G4 reports PIN tries (the demo card's signature PIN is on its
+    // last try); they follow wrong entries.
+    CK_SESSION_HANDLE g4 = openSession(1);
+    ASSERT_EQ(attribute(g4, "SicSig/PIN-Status", value), CKR_OK);
+    EXPECT_EQ(value, (Bytes{1, 3}));
+    CK_UTF8CHAR wrong[] = "000000";
+    CK_OBJECT_HANDLE key = findObject(g4, CKO_PRIVATE_KEY, "SK.CH.EKEY");
+    CK_MECHANISM ecdsa = {CKM_ECDSA, nullptr, 0};
+    ASSERT_EQ(p11->C_SignInit(g4, &ecdsa, key), CKR_OK);
+    EXPECT_EQ(p11->C_Login(g4, CKU_CONTEXT_SPECIFIC, wrong, 4), CKR_PIN_INCORRECT);
+    ASSERT_EQ(attribute(g4, "GewSig/PIN-Status", value), CKR_OK);
+    EXPECT_EQ(value[0], 2);
+    unsigned char tiny[1];
+    length = 1;
+    EXPECT_EQ(m_sim.cardAttribute(g4, "GewSig/PIN-Status", tiny, &length), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(length, 2u);
+
+    Bytes ehic;
+    Bytes basic;
+    ASSERT_EQ(attribute(g4, "SV-Personendaten/EHIC", ehic), CKR_OK);
+    ASSERT_EQ(attribute(g4, "SV-Personendaten/Grunddaten", basic), CKR_OK);
+    EXPECT_EQ(ehic[0], 0x30);
+    EXPECT_NE(std::string(ehic.begin(), ehic.end()).find("Mustermann"), std::string::npos);
+    EXPECT_NE(std::string(basic.begin(), basic.end()).find("19681103"), std::string::npos);
+    // The oldest e-card has the records but no PIN status.
+    CK_SESSION_HANDLE g2 = openSession(2);
+    EXPECT_EQ(attribute(g2, "GewSig/PIN-Status", value), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(attribute(g2, "SV-Personendaten/Grunddaten", value), CKR_OK);
+}
+
+TEST_F(SimCard, ResetLogsTheTokenOut) {
+    CK_SESSION_HANDLE session = openSession(0);
+    CK_UTF8CHAR pin[] = "4321";
+    ASSERT_EQ(p11->C_Login(session, CKU_USER, pin, 4), CKR_OK);
+    Bytes atr;
+    ASSERT_EQ(attribute(session, "Reset", atr), CKR_OK);
+    EXPECT_EQ(p11->C_Logout(session), CKR_USER_NOT_LOGGED_IN);
+}
 
 TEST_F(SimCard, FaultsFromCallsHitTheChosenCardAndCount) {
     CK_SESSION_HANDLE first = openSession(0);

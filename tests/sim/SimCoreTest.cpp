@@ -132,6 +132,12 @@ TEST(SimIdentityLink, LongNamesAreCutSoTheReaderStillFindsThem) {
     EXPECT_EQ(insuranceNumber(card), "4711030201");
 }
 
+TEST(SimPinEntry, EscapesWhatAssuanReserves) {
+    EXPECT_EQ(PinEntry::escape("100%\nfertig\r"), "100%25%0Afertig%0D");
+    EXPECT_EQ(PinEntry::unescape("12%2534%0A%zz%4"), "12%34\n%zz%4");
+    EXPECT_EQ(PinEntry::unescape(PinEntry::escape("a%b\nc")), "a%b\nc");
+}
+
 TEST(SimPinState, ChecksFormatBeforeTouchingTheCounter) {
     PinState pin;
     pin.value = "1234";

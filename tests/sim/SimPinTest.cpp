@@ -65,6 +65,16 @@ TEST_F(SimPins, CancelFormatMismatchAndBrokenDialoguesLeaveTheCounterAlone) {
     EXPECT_EQ(command({"123456", "65432a", "65432a"}), CKR_PIN_LEN_RANGE);
     EXPECT_EQ(command({"123456", "654321", "654322"}), CKR_PIN_INVALID);
     EXPECT_EQ(command({}, kUnblock), CKR_FUNCTION_CANCELED) << "the user closes every dialogue";
+    // The software-PIN marker alone changes nothing; with the command it is a plain change.
+    CK_SESSION_HANDLE session = openSession(0);
+    CK_OBJECT_HANDLE key = findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG");
+    EXPECT_EQ(setVendorAttribute(session, key, 0x80000002UL), CKR_OK);
+    CK_BBOOL one = CK_TRUE;
+    CK_ATTRIBUTE forced[] = {{kChange, &one, 1}, {0x80000002UL, &one, 1}};
+    SetPinAnswers({"123456", "222222", "222222"});
+    EXPECT_EQ(p11->C_SetAttributeValue(session, key, forced, 2), CKR_OK);
+    EXPECT_EQ(setVendorAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH.SIG"), kChange),
+              CKR_ATTRIBUTE_TYPE_INVALID);
     // A pinentry that cannot run, or answers GETPIN with an error of its own,
     // is a failure; only cancel and timeout are the user's choice.
     setenv("VESSA_SIM_PINENTRY", (m_dir + "/missing-pinentry").c_str(), 1);
@@ -94,6 +104,17 @@ TEST_F(SimPins, LoginAsksOnTheProtectedPathOrChecksTheGivenPin) {
     EXPECT_EQ(p11->C_Login(session, CKU_SO, right, 4), CKR_USER_TYPE_INVALID);
     EXPECT_EQ(p11->C_Login(session, CKU_USER, right, 4), CKR_OK);
     EXPECT_EQ(pinTries(kAcosA03, VSIM_PIN_IDENTITY_LINK), 3) << "a right PIN restores the tries";
+    // C_SetPIN changes the identity-link PIN, given or asked, in read-write sessions only.
+    CK_UTF8CHAR newPin[] = "1357";
+    EXPECT_EQ(p11->C_SetPIN(session, right, 4, newPin, 4), CKR_SESSION_READ_ONLY);
+    CK_SESSION_HANDLE readWrite = openSession(3, true);
+    EXPECT_EQ(p11->C_SetPIN(readWrite, right, 4, newPin, 4), CKR_OK);
+    SetPinAnswers({"1357", "2468", "2468"});
+    EXPECT_EQ(p11->C_SetPIN(readWrite, nullptr, 0, nullptr, 0), CKR_OK);
+    CK_UTF8CHAR latest[] = "2468";
+    ASSERT_EQ(p11->C_Logout(readWrite), CKR_OK);
+    EXPECT_EQ(p11->C_Login(readWrite, CKU_USER, latest, 4), CKR_OK);
+    ASSERT_EQ(p11->C_CloseSession(readWrite), CKR_OK);
     // The login ends with the last session on the token.
     ASSERT_EQ(p11->C_CloseSession(session), CKR_OK);
     CK_SESSION_INFO info;
@@ -111,8 +132,13 @@ TEST_F(SimPins, ResetRestoresFactoryPinsAndCountersInTheModuleAndOnDisk) {
 
     // The control tool resets a running module and the files on disk.
     int status = 0;
+    CK_UTF8CHAR wrongAgain[] = "0001";
+    ASSERT_EQ(p11->C_Login(openSession(0), CKU_USER, wrongAgain, 4), CKR_PIN_INCORRECT);
     RunCommand(std::string(VSIM_TOOL) + " reset " + kAcosA04, status);
     ASSERT_EQ(status, 0);
+    CK_ULONG count = 0;
+    ASSERT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);  // the running module picks it up
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
     reload();
     EXPECT_EQ(command({"123456", "333333", "333333"}), CKR_OK);
 }

@@ -168,4 +168,17 @@ TEST_F(TokenShimCardDataTest, ShortAndLongResponses)
     EXPECT_EQ(buffer[255], 0x55);
 }
 
+TEST_F(TokenShimCardDataTest, EachCardNumberApduReportsItsOwnFailure)
+{
+    ASSERT_TRUE(openCard(kAcos03));
+    std::string cin;
+    shim->failCall("C_CardTransmit", 2, CKR_DEVICE_ERROR);
+    EXPECT_FALSE(p11->GetCinCsn(cin));
+    EXPECT_EQ(Log::errors().back(), "error select EF DEC");
+    shim->failCall("C_CardTransmit", 3, CKR_DEVICE_REMOVED);
+    EXPECT_FALSE(p11->GetCinCsn(cin));
+    EXPECT_EQ(Log::errors(), (Lines{"Failed C_CardTransmit, rv = 0x30", "sendAPDU failed", "error select EF DEC",
+                                    "Failed C_CardTransmit, rv = 0x32", "sendAPDU failed", "error read binary"}));
+}
+
 } // namespace

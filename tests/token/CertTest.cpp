@@ -91,6 +91,26 @@ TEST_F(TokenCertTest, MissingCertificateSessionOrOversizedValueFail)
     EXPECT_EQ(Log::errors().back(), "PKCS11 FindObjects ERROR");
 }
 
+TEST_F(TokenCertTest, CertificatesOfEveryCard)
+{
+    Korvex::slCertificate cert;
+    ASSERT_TRUE(p11->GetCertificate(2, true, cert));
+    EXPECT_EQ(cert.GetSubjectCN(), "Test Karte3");
+    EXPECT_EQ(p11->GetSessionHandle(), 0u);
+    EXPECT_FALSE(p11->GetCertificate(kListedCards, true, cert));
+
+    ASSERT_TRUE(p11->LoadAllCerts());
+    size_t count = 0;
+    for (auto it = p11->CertVectorBegin(); it != p11->CertVectorEnd(); ++it)
+        count += (*it)->GetSubjectCN().empty() ? 0 : 1;
+    EXPECT_EQ(count, 2 * (kListedCards - 1));  // two per personalised card
+    p11->ClearCertVector();
+    EXPECT_EQ(p11->CertVectorBegin(), p11->CertVectorEnd());
+
+    ASSERT_TRUE(openCard(kAcos));
+    EXPECT_NE(p11->getSigningCertificateHandle(false), CK_INVALID_HANDLE);
+}
+
 class TokenShimCertTest : public ShimTokenTest {};
 
 TEST_F(TokenShimCertTest, ValueLongerThanTheBufferIsRefused)

@@ -60,6 +60,35 @@ TEST_F(TokenPinTest, UnblockOnAnECardIsAnError)
     EXPECT_EQ(Sim::PinDialogCount(), dialogs);
 }
 
+TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
+{
+    EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(Log::errors(), Lines(2, "PKCS11 Session nicht offen"));
+
+    ASSERT_TRUE(openCard(kAcos));
+    Log::clear();
+    unsigned long dialogs = Sim::PinDialogCount();
+    EXPECT_EQ(p11->ChangePIN(static_cast<Korvex::ApplType>(5)), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(p11->GenericPINCommand(static_cast<Korvex::ApplType>(5), 0x200, false, false),
+              Korvex::PKCS11_ERROR);
+    EXPECT_TRUE(Log::errors().empty());
+    EXPECT_EQ(Sim::PinDialogCount(), dialogs);
+}
+
+TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
+{
+    ASSERT_TRUE(openCard(kAcos));
+    SetPinAnswers({"999999", "111111", "111111", "999999", "111111", "111111", "999999", "111111", "111111"});
+    for (int attempt = 0; attempt < 3; ++attempt)
+        EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
+    // Now really locked: CKR_PIN_LOCKED reads as a wrong PIN in this form.
+    EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_INCORRECT);
+    SetPinAnswers({"CANCEL"});
+    EXPECT_EQ(p11->GenericPINCommand(APPL_IDENTITY_LINK, 0x200, false, false), Korvex::PKCS11_CANCELED);
+    EXPECT_TRUE(Log::errors().empty());
+}
+
 TEST_F(TokenPinTest, InitPinForcesTheSoftwarePinOnAcosCardsForNewClients)
 {
     setClientVersion("1.4.0.0");

@@ -32,6 +32,17 @@ TEST_F(TokenSessionTest, OpenAndCloseFollowThePositionRules)
     EXPECT_EQ(p11->GetSlotIndex(), -1);
 }
 
+TEST_F(TokenSessionTest, FailedOpenIsLoggedAndKeepsTheSlotIndex)
+{
+    ASSERT_TRUE(openCard(kCards[0].serial));
+    EXPECT_EQ(p11->GetSlotIndex(), 0);
+    Sim::SetFault("C_OpenSession", kCards[1].serial, CKR_TOKEN_NOT_RECOGNIZED, 1);
+    EXPECT_FALSE(p11->OpenSession(1, false));
+    EXPECT_EQ(p11->GetSessionHandle(), 0u);
+    EXPECT_EQ(p11->GetSlotIndex(), 0);
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_OpenSession ERROR0xe1"});
+}
+
 TEST_F(TokenSessionTest, FindsTheCardByTwelveOrSixteenCharacters)
 {
     std::string serial = kCards[4].serial;
@@ -95,6 +106,20 @@ TEST_F(TokenSessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailures)
     EXPECT_FALSE(p11->FindObjects(&search, 1, handles, 1, found));
     EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_FindObjectsInit0x90", "PKCS11 Proc_C_FindObjects0x30",
                                     "PKCS11 Proc_C_FindObjectsInit0x90", "PKCS11 Proc_C_FindObjectsFinal0x30"}));
+}
+
+TEST_F(TokenSessionTest, OversizedObjectCountIsCutToTheArray)
+{
+    ASSERT_TRUE(openCard(kCards[1].serial));
+    Sim::SetMalformed("C_FindObjects", kCards[1].serial, VSIM_ALWAYS);
+    CK_OBJECT_CLASS keyClass = CKO_PRIVATE_KEY;
+    CK_ATTRIBUTE search = {CKA_CLASS, &keyClass, sizeof(keyClass)};
+    CK_OBJECT_HANDLE handles[1];
+    CK_ULONG found = 0;
+    EXPECT_TRUE(p11->FindObjects(&search, 1, handles, 1, found));
+    EXPECT_EQ(found, 1u);
+    Korvex::SignKey key = Korvex::SIGN_KEY_EC;
+    EXPECT_TRUE(p11->GetSignKeyType(key, true));  // ten-handle search, same guard
 }
 
 TEST_F(TokenSessionTest, CardPulledOutBetweenCallsFailsCleanly)

@@ -50,8 +50,10 @@ TEST_F(TokenSignTest, EveryKeyAndHashPairGivesASignatureOpenSslAccepts)
         {kAcos, true, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_RSA},
         {kAcos, true, Korvex::HashRipemd160, "RIPEMD160", Korvex::SIGN_KEY_RSA},
         {kAcos, true, Korvex::HashSha256, "SHA256", Korvex::SIGN_KEY_RSA},
+        {kAcos, true, Korvex::HashSha384, "SHA384", Korvex::SIGN_KEY_RSA},
         {kAcos, true, Korvex::HashSha512, "SHA512", Korvex::SIGN_KEY_RSA},
         {kAcos, false, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_EC},
+        {kAcos, false, Korvex::HashRipemd160, "RIPEMD160", Korvex::SIGN_KEY_EC},
         {kAcos, false, Korvex::HashSha256, "SHA256", Korvex::SIGN_KEY_EC},
         {kCards[6].serial, true, Korvex::HashSha256, "SHA256", Korvex::SIGN_KEY_RSA},  // RSA 2048
         {kCards[3].serial, true, Korvex::HashSha1, "SHA1", Korvex::SIGN_KEY_EC},       // P-192
@@ -95,18 +97,76 @@ TEST_F(TokenSignTest, SignAndVerifyAFinishedDigestOnTheCard)
         EXPECT_FALSE(p11->Verify("PK.CH." + suffix, digest, signature, Korvex::HashAlreadyHashed));
         EXPECT_EQ(Log::errors().back(), "PKCS11 Proc_C_Verify ERROR0xc0");
     }
+
+    // The short Verify form checks with SHA-1 over the data itself.
+    const Bytes text = bytes("Kurzform");
+    SetPinAnswers({"123456"});
+    Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
+    std::optional<Bytes> signature = signRaw(*p11, text, kind, true, Korvex::HashSha1);
+    ASSERT_TRUE(signature);
+    EXPECT_TRUE(p11->Verify("PK.CH.SIG", text, *signature));
 }
 
 TEST_F(TokenSignTest, InputChecksComeBeforeTheCard)
 {
+    unsigned char out[512];
+    unsigned long length = sizeof(out);
     Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
+    const unsigned char one = 1;
+    EXPECT_FALSE(p11->signString(&one, 0, out, length, kind, true, Korvex::HashSha256));
+    EXPECT_FALSE(p11->signString(nullptr, 1, out, length, kind, true, Korvex::HashSha256));
+    EXPECT_FALSE(p11->signString(&one, 1, nullptr, length, kind, true, Korvex::HashSha256));
+    EXPECT_FALSE(p11->signString(&one, 1, out, length, kind, true, Korvex::HashSha256));
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 insize == 0", "PKCS11 input == NULL", "PKCS11 output == NULL",
+                                    "PKCS11 Session nicht offen"}));
+
     ASSERT_TRUE(openCard(kAcos));
+    Log::clear();
     Bytes big(2049, 'x');
     EXPECT_FALSE(signRaw(*p11, big, kind, true, Korvex::HashSha256));
     EXPECT_FALSE(signRaw(*p11, big, kind, true, Korvex::HashMd5, 10));
     EXPECT_EQ(Log::errors(), (Lines{"Data size too long: 2049 bytes", "PKCS11 Unbekannter Signaturalgorihtmus"}));
     SetPinAnswers({"123456"});
     EXPECT_TRUE(signRaw(*p11, big, kind, true, Korvex::HashSha256, 2048));
+}
+
+TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
+{
+    ASSERT_TRUE(openCard(kAcos));
+    const Bytes text = bytes("abc");
+    Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
+
+    SetPinAnswers({"CANCEL"});
+    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
+    Sim::SetFault("C_SignInit", kAcos, CKR_KEY_FUNCTION_NOT_PERMITTED, 1);
+    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
+    Sim::SetFault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
+    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
+    Bytes signature;
+    EXPECT_FALSE(p11->Sign("SK.CH.EKEY", text, signature, Korvex::HashSha256));  // EC needs a digest
+    Sim::SetFault("C_Sign", kAcos, CKR_DEVICE_MEMORY, 1);
+    EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
+    EXPECT_FALSE(p11->Sign("SK.CH.NONE", text, signature, Korvex::HashSha1));
+    EXPECT_TRUE(signature.empty());
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_Sign ERROR0x50", "PKCS11 Proc_C_SignInit ERROR0x68",
+                                    "PKCS11 Proc_C_FindObjectsInit ERROR0x30",
+                                    "PKCS11 Unbekannter Signaturalgorihtmus", "PKCS11 Proc_C_Sign0x31"}));
+
+    Log::clear();
+    Sim::SetFault("C_VerifyInit", kAcos, CKR_KEY_TYPE_INCONSISTENT, 1);
+    EXPECT_FALSE(p11->Verify("PK.CH.SIG", text, text, Korvex::HashSha1));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_VerifyInit0x63"});
+
+    // A signature length beyond the buffer is refused, not copied. (A fresh
+    // session: the failed size query above left its operation open.)
+    p11->CloseSession();
+    ASSERT_TRUE(openCard(kAcos));
+    Sim::SetMalformed("C_Sign", kAcos, VSIM_ALWAYS);
+    SetPinAnswers({"123456", "123456"});
+    EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
+    EXPECT_EQ(Log::errors().back(), "PKCS11 buffer size error");
+    EXPECT_FALSE(p11->Sign("SK.CH.SIG", text, signature, Korvex::HashSha1));
+    EXPECT_TRUE(signature.empty());
 }
 
 TEST_F(TokenSignTest, KeyKindsLabelsAndHashChoice)

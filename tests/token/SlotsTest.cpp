@@ -74,6 +74,17 @@ TEST_F(TokenSlotsTest, ClassifiesEveryGenerationByModelAndLabel)
     }
 }
 
+TEST_F(TokenSlotsTest, TokenInfoOutsideTheListFailsWithoutChangingTheRecord)
+{
+    Korvex::TokenInfoStruct2 info;
+    info.label = "unverändert";
+    // Eleven slots hold a token; position 11 equals the count.
+    EXPECT_FALSE(p11->GetTokenInfo(11ul, info));
+    EXPECT_FALSE(p11->GetTokenInfo(12ul, info));
+    EXPECT_EQ(info.label, "unverändert");
+    EXPECT_TRUE(Log::errors().empty());
+}
+
 TEST_F(TokenSlotsTest, CardTypeCodesComeFromTheAtr)
 {
     std::string previousAtr;
@@ -98,7 +109,80 @@ TEST_F(TokenSlotsTest, CardTypeCodesComeFromTheAtr)
     EXPECT_EQ(p11->GetCardType(), 0);
 }
 
+TEST_F(TokenSlotsTest, AtrIsCachedUntilForcedAndResetReadsItAgain)
+{
+    ASSERT_TRUE(openCard(kCards[1].serial));
+    std::string atr = p11->ReadATR(false);
+    EXPECT_EQ(atr.rfind("3BBF11008131FE45455041", 0), 0u) << atr;
+
+    Sim::SetFault("C_CardAttribute", kCards[1].serial, CKR_DEVICE_ERROR, 1);
+    EXPECT_EQ(p11->ReadATR(false), atr);  // served from the cache
+    EXPECT_TRUE(Log::errors().empty());
+    EXPECT_EQ(p11->ReadATR(true), "");    // the pending fault is met now
+    EXPECT_EQ(Log::errors(), Lines{"Failed get ATR, rv = 0x30"});
+
+    EXPECT_EQ(p11->Reset(), atr);
+    Sim::SetFault("C_CardAttribute", kCards[1].serial, CKR_DEVICE_ERROR, 1);
+    EXPECT_EQ(p11->Reset(), "");
+    EXPECT_EQ(Log::errors().back(), "Failed do Reset, rv =0x30");
+}
+
+TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
+{
+    std::vector<Korvex::SlotStruct*> slots;
+    Sim::SetFault("C_GetSlotList", "*", CKR_DEVICE_ERROR, 1);
+    EXPECT_FALSE(p11->GetSlots(slots, true));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_GetSlotList ERROR0x30"});
+
+    Log::clear();
+    Sim::SetFault("C_GetTokenInfo", kCards[0].serial, CKR_DEVICE_REMOVED, 1);
+    Sim::SetFault("C_GetSlotInfo", kCards[1].serial, CKR_DEVICE_ERROR, 1);
+    ASSERT_TRUE(p11->GetSlots(slots, true));
+    EXPECT_EQ(slots.size(), kListedCards - 2);
+    EXPECT_EQ(slots[0]->serial, kCards[2].serial);
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetTokenInfo ERROR (continue)0x32",
+                                    "PKCS11 Proc_C_GetTokenInfo ERROR (continue)0x30"}));
+
+    Log::clear();
+    Korvex::TokenInfoStruct info;
+    Sim::SetFault("C_GetSlotList", "*", CKR_DEVICE_ERROR, 1);
+    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
+    Sim::SetFault("C_GetTokenInfo", kCards[0].serial, CKR_TOKEN_NOT_PRESENT, 1);
+    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetSlotList(1) ERROR0x30", "PKCS11 Proc_C_GetTokenInfo ERROR0xe0"}));
+}
+
+TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
+{
+    Sim::SetMalformed("C_GetSlotList", "*", VSIM_ALWAYS);
+    std::vector<Korvex::SlotStruct*> slots;
+    EXPECT_TRUE(p11->GetSlots(slots, true));
+    EXPECT_LE(slots.size(), kListedCards);
+    Korvex::TokenInfoStruct info;
+    EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
+}
+
 class TokenShimSlotsTest : public ShimTokenTest {};
+
+TEST_F(TokenShimSlotsTest, SecondSlotListCallFailureIsLogged)
+{
+    std::vector<Korvex::SlotStruct*> slots;
+    shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
+    EXPECT_FALSE(p11->GetSlots(slots, true));
+    shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
+    Korvex::TokenInfoStruct info;
+    EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
+    EXPECT_EQ(Log::errors(), Lines(2, "PKCS11 Proc_C_GetSlotList(2) ERROR0x150"));
+}
+
+TEST_F(TokenShimSlotsTest, UnknownAtrLeavesTheCardTypeUnknown)
+{
+    ASSERT_TRUE(openCard(kCards[0].serial));
+    shim->setOutput("C_CardAttribute", {0x3B, 0x01, 0xAB});
+    EXPECT_FALSE(p11->LoadCardType());
+    EXPECT_EQ(p11->GetCardType(), 0);
+    EXPECT_EQ(Log::errors(), Lines{"Unknown atr=3B01AB"});
+}
 
 TEST_F(TokenShimSlotsTest, AcosAtrIsRefinedByTheModel)
 {
