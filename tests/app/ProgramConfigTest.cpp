@@ -17,7 +17,7 @@ class ProgramConfigTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        AppTests::WriteAllUsersConfig(m_dir.path(), "");
+        AppTests::WriteAllUsersConfig(m_dir.Path(), "");
         GenerateConfig();
     }
     void TearDown() override { Config::GetHandle(0)->Destroy(); }
@@ -53,6 +53,34 @@ TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
     }
 }
 
+TEST_F(ProgramConfigTest, TraceRowsLiveInTheTraceSubgroup)
+{
+    ExpectEntry(12, 0, "vessa Client\\Trace", "LogMode");
+    ExpectEntry(13, 1, "vessa Client\\Trace", "LogMode");
+    ExpectEntry(14, 0, "vessa Client\\Trace", "LogLevel");
+    ExpectEntry(15, 1, "vessa Client\\Trace", "LogLevel");
+    ExpectEntry(16, 0, "vessa Client\\Trace", "Filename");
+    ExpectEntry(17, 1, "vessa Client\\Trace", "Filename");
+}
+
+TEST_F(ProgramConfigTest, IrregularRowsAreKept)
+{
+    // 26 has no twin: 27 is the Language entry.
+    ExpectEntry(26, 0, "Orbelia", "InstallDir");
+    ExpectEntry(27, 0, "vessa Client", "Language");
+    // Two number pairs for the same values.
+    ExpectEntry(29, 0, "VessaMiniDriver", "EnableKorvexPinDialog");
+    ExpectEntry(44, 1, "VessaMiniDriver", "EnableKorvexPinDialog");
+    ExpectEntry(31, 0, "VessaMiniDriver", "EnableExternalPin");
+    ExpectEntry(48, 1, "VessaMiniDriver", "EnableExternalPin");
+    // Spelled so on purpose.
+    ExpectEntry(45, 0, "VessaMiniDriver", "PinEntryRequireSecuryMode");
+    ExpectEntry(46, 1, "VessaMiniDriver", "PinEntryRequireSecuryMode");
+    // Registered twice with the same values.
+    ExpectEntry(37, 0, "VessaMiniDriver", "PinCachePolicyType");
+    ExpectEntry(40, 1, "VessaMiniDriver", "PinCachePolicyInfo");
+}
+
 TEST_F(ProgramConfigTest, DriverGroupRowsAreComplete)
 {
     const char* keys[] = {"EnableKorvexPinDialog", "EnableExternalPin", "EnableLogging",
@@ -77,7 +105,7 @@ TEST_F(ProgramConfigTest, BothSystemTypesReadTheSameElementOfTheAllUsersFile)
 {
     Config::GetHandle(0)->Destroy();
     AppTests::WriteAllUsersConfig(
-        m_dir.path(), "<vessa_Client><Trace><LogLevel>3</LogLevel></Trace></vessa_Client>");
+        m_dir.Path(), "<vessa_Client><Trace><LogLevel>3</LogLevel></Trace></vessa_Client>");
     GenerateConfig();
     long level14 = -1, level15 = -1;
     EXPECT_TRUE(Config::GetHandle(0)->GetInteger(14, level14));
@@ -97,7 +125,7 @@ TEST_F(ProgramConfigTest, LogFileBecomesPathEntryZeroUnderTheUserDirectory)
 {
     Config::GetHandle(0)->Destroy();
     AppTests::WriteAllUsersConfig(
-        m_dir.path(), "<vessa_Client><Trace><Filename>logs/trace</Filename></Trace></vessa_Client>");
+        m_dir.Path(), "<vessa_Client><Trace><Filename>logs/trace</Filename></Trace></vessa_Client>");
     GenerateConfig();
     GenerateFileSystem();
 
