@@ -17,7 +17,7 @@ class ProgramConfigTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        AppTests::WriteAllUsersConfig(m_dir.Path(), "");
+        AppTests::WriteAllUsersConfig(m_dir.path(), "");
         GenerateConfig();
     }
     void TearDown() override { Config::GetHandle(0)->Destroy(); }
@@ -105,7 +105,7 @@ TEST_F(ProgramConfigTest, BothSystemTypesReadTheSameElementOfTheAllUsersFile)
 {
     Config::GetHandle(0)->Destroy();
     AppTests::WriteAllUsersConfig(
-        m_dir.Path(), "<vessa_Client><Trace><LogLevel>3</LogLevel></Trace></vessa_Client>");
+        m_dir.path(), "<vessa_Client><Trace><LogLevel>3</LogLevel></Trace></vessa_Client>");
     GenerateConfig();
     long level14 = -1, level15 = -1;
     EXPECT_TRUE(Config::GetHandle(0)->GetInteger(14, level14));
@@ -125,7 +125,7 @@ TEST_F(ProgramConfigTest, LogFileBecomesPathEntryZeroUnderTheUserDirectory)
 {
     Config::GetHandle(0)->Destroy();
     AppTests::WriteAllUsersConfig(
-        m_dir.Path(), "<vessa_Client><Trace><Filename>logs/trace</Filename></Trace></vessa_Client>");
+        m_dir.path(), "<vessa_Client><Trace><Filename>logs/trace</Filename></Trace></vessa_Client>");
     GenerateConfig();
     GenerateFileSystem();
 
