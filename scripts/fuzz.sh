@@ -2,21 +2,26 @@
 # Builds the libFuzzer targets (clang, address + undefined sanitizers) in
 # build-fuzz and runs each of them for the given number of seconds (default
 # 20) on a working copy of its committed seed corpus. New inputs, crash
-# artifacts and logs stay under build-fuzz; the repository is never written.
+# artifacts and logs stay under build-fuzz; only a campaign run with `keep`
+# writes the repository (its minimized corpora).
 # Exits non-zero when any target crashes or fails to run.
-#   scripts/fuzz.sh          short run (the test suite uses this)
-#   scripts/fuzz.sh 600      longer run on demand
+#   scripts/fuzz.sh              short run (the test suite uses this)
+#   scripts/fuzz.sh 600          longer run on demand
+#   scripts/fuzz.sh 1800 keep    a campaign: afterwards each target's corpus is
+#                                minimized (-merge=1) into fuzz/corpus/<target>,
+#                                so later runs start from what it found
 set -uo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$PWD
 SECONDS_PER_TARGET=${1:-20}
+KEEP=${2:-}
 BUILD="$ROOT/build-fuzz"
 WORK="$BUILD/corpus-work"
 ARTIFACTS="$BUILD/artifacts"
 LOGS="$BUILD/logs"
 
 if ! [[ "$SECONDS_PER_TARGET" =~ ^[0-9]+$ ]] || [ "$SECONDS_PER_TARGET" -lt 1 ]; then
-  echo "usage: $0 [seconds per target]" >&2
+  echo "usage: $0 [seconds per target] [keep]" >&2
   exit 2
 fi
 
@@ -47,6 +52,13 @@ for target in "${TARGETS[@]}"; do
     cov=$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$done_line")
     ft=$(sed -n 's/.* ft: \([0-9]*\).*/\1/p' <<<"$done_line")
     summary+=("$(printf '%-22s %12s %8s %8s' "$target" "${runs:-?}" "${cov:-?}" "${ft:-?}")")
+    if [ "$KEEP" = keep ]; then
+      kept="$WORK/$target.minimized"
+      rm -rf "$kept" && mkdir -p "$kept"
+      "$BUILD/fuzz/$target" -merge=1 "$kept" "$ROOT/fuzz/corpus/$target" "$corpus" >>"$log" 2>&1 &&
+        rm -rf "$ROOT/fuzz/corpus/$target" && mv "$kept" "$ROOT/fuzz/corpus/$target"
+      echo "    kept $(ls "$ROOT/fuzz/corpus/$target" | wc -l) inputs in fuzz/corpus/$target"
+    fi
   else
     echo "!!! $target failed, see $log"
     grep -E 'ERROR|SUMMARY|runtime error|Test unit written' "$log" | head -10

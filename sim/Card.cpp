@@ -5,16 +5,11 @@
 #include "sim/CardObjects.h"
 #include "sim/SimPaths.h"
 
-#include <boost/property_tree/ptree.hpp>
-#include <boost/property_tree/xml_parser.hpp>
-
 #include <algorithm>
 #include <atomic>
 #include <sstream>
 
 namespace VessaSim {
-
-namespace pt = boost::property_tree;
 
 namespace {
 
@@ -50,59 +45,15 @@ void Card::loadState() {
     factoryPins();
     m_savedData.clear();
     std::string text;
-    if (!m_stateFile.read(text)) return;
-    pt::ptree tree;
-    try {
-        std::istringstream in(text);
-        pt::read_xml(in, tree);
-    } catch (const pt::ptree_error&) {
-        return;  // a damaged state file counts as factory state
-    }
-    const pt::ptree empty;
-    for (const auto& child : tree.get_child("card", empty)) {
-        const pt::ptree& attrs = child.second.get_child("<xmlattr>", empty);
-        if (child.first == "pin") {
-            int index = attrs.get<int>("index", -1);
-            if (index < 0 || index >= PinCount) continue;
-            PinState& pin = m_pins[index];
-            std::string value = attrs.get<std::string>("value", pin.value);
-            if (isPinFormat(value, pin.length)) pin.value = value;
-            pin.tries = std::clamp(attrs.get<int>("tries", pin.tries), 0, pin.maxTries);
-            pin.pukTries = std::clamp(attrs.get<int>("puk-tries", pin.pukTries), 0, pin.maxPukTries);
-        } else if (child.first == "object") {
-            std::string label = attrs.get<std::string>("label", "");
-            Bytes value = hexToBytes(attrs.get<std::string>("value", ""));
-            if (label.empty() || value.size() > kMaxDataObjectSize) continue;
-            SavedData saved;
-            saved.value = value;
-            saved.isPrivate = attrs.get<bool>("private", false);
-            saved.type = static_cast<unsigned char>(attrs.get<int>("type", 0) & 0xFF);
-            m_savedData[label] = saved;
-        }
+    // A damaged state file counts as factory state.
+    if (m_stateFile.read(text) && !readCardState(text, m_pins, m_savedData)) {
+        factoryPins();
+        m_savedData.clear();
     }
 }
 
 bool Card::saveState() {
-    pt::ptree tree;
-    pt::ptree& root = tree.add("card", "");
-    root.put("<xmlattr>.serial", m_spec.serial);
-    for (int i = 0; i < PinCount; ++i) {
-        pt::ptree& node = root.add("pin", "");
-        node.put("<xmlattr>.index", i);
-        node.put("<xmlattr>.value", m_pins[i].value);
-        node.put("<xmlattr>.tries", m_pins[i].tries);
-        node.put("<xmlattr>.puk-tries", m_pins[i].pukTries);
-    }
-    for (const auto& saved : m_savedData) {
-        pt::ptree& node = root.add("object", "");
-        node.put("<xmlattr>.label", saved.first);
-        node.put("<xmlattr>.private", saved.second.isPrivate);
-        node.put("<xmlattr>.type", static_cast<int>(saved.second.type));
-        node.put("<xmlattr>.value", bytesToHex(saved.second.value));
-    }
-    std::ostringstream out;
-    pt::write_xml(out, tree);
-    return m_stateFile.write(out.str());
+    return m_stateFile.write(writeCardState(m_spec.serial, m_pins, m_savedData));
 }
 
 void Card::refreshFromDisk() {
@@ -302,7 +253,7 @@ CK_RV Card::writeDataObject(CK_OBJECT_HANDLE handle, const Bytes* value, const b
                     static_cast<unsigned char>((object->infoboxType & ~1u) | (*makePrivate ? 1u : 0u));
             }
         }
-        SavedData saved;
+        SavedDataObject saved;
         const Bytes* stored = object->find(CKA_VALUE);
         saved.value = stored ? *stored : Bytes();
         saved.isPrivate = object->isPrivate();

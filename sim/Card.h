@@ -12,6 +12,7 @@
 #include "sim/CardData.h"
 #include "sim/CardSet.h"
 #include "sim/CardStateFile.h"
+#include "sim/CardStateText.h"
 #include "sim/KeyFactory.h"
 #include "sim/PinState.h"
 #include "sim/SimObject.h"
@@ -77,12 +78,6 @@ public:
     void dropSecurityState();
 
 private:
-    struct SavedData {
-        Bytes value;
-        bool isPrivate = false;
-        unsigned char type = 0;
-    };
-
     void factoryPins();
     void loadState();
     bool saveState();
@@ -101,7 +96,7 @@ private:
     Bytes m_factoryIdentityLink;
     bool m_objectsReady = false;
     std::vector<std::unique_ptr<SimObject>> m_objects;
-    std::map<std::string, SavedData> m_savedData;  // by label; written objects only
+    SavedDataObjects m_savedData;  // by label; written objects only
 };
 
 // Object handles are unique in the process, so a stale handle never names an

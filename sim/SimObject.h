@@ -4,6 +4,7 @@
 #pragma once
 
 #include "sim/CardSet.h"
+#include "sim/CardStateText.h"
 #include "sim/OpenSslPtr.h"
 
 #include <p11-kit/pkcs11.h>
@@ -29,9 +30,6 @@ enum class ObjectRole {
 constexpr CK_ATTRIBUTE_TYPE kAttrChangePin = 0x200;
 constexpr CK_ATTRIBUTE_TYPE kAttrUnblockPin = 0x201;
 constexpr CK_ATTRIBUTE_TYPE kAttrForceSoftwarePin = 0x80000002UL;
-
-// Largest value a data file of the card holds.
-constexpr size_t kMaxDataObjectSize = 1024;
 
 struct SimObject {
     CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;

@@ -4,6 +4,7 @@
 #include "formats/Personenbindung.h"
 #include "sim/CardData.h"
 #include "sim/CardSet.h"
+#include "sim/CardStateText.h"
 #include "sim/ControlFile.h"
 #include "sim/Der.h"
 #include "sim/FaultRules.h"
@@ -136,6 +137,32 @@ TEST(SimPinEntry, EscapesWhatAssuanReserves) {
     EXPECT_EQ(PinEntry::escape("100%\nfertig\r"), "100%25%0Afertig%0D");
     EXPECT_EQ(PinEntry::unescape("12%2534%0A%zz%4"), "12%34\n%zz%4");
     EXPECT_EQ(PinEntry::unescape(PinEntry::escape("a%b\nc")), "a%b\nc");
+}
+
+TEST(SimCardState, ReadingKeepsPinsValidAndRoundTrips) {
+    PinState pins[PinCount];
+    for (PinState& pin : pins) pin.value = "1234";
+    SavedDataObjects objects;
+    const std::string big(2 * (kMaxDataObjectSize + 1), 'A');
+    ASSERT_TRUE(readCardState("<card><pin index='0' value='12a4' tries='-5' puk-tries='99'/>"
+                              "<pin index='1' value='9876' tries='2'/><pin index='7' value='1111'/>"
+                              "<object label='RFU1' private='true' type='258' value='0A0b'/>"
+                              "<object value='00'/><object label='big' value='" + big + "'/></card>",
+                              pins, objects));
+    EXPECT_EQ(pins[0].value, "1234") << "a value of the wrong format is not taken";
+    EXPECT_EQ(pins[0].tries, 0);
+    EXPECT_EQ(pins[0].pukTries, pins[0].maxPukTries);
+    EXPECT_EQ(pins[1].value, "9876");
+    EXPECT_EQ(pins[1].tries, 2);
+    ASSERT_EQ(objects.size(), 1u);
+    EXPECT_EQ(objects["RFU1"], (SavedDataObject{{0x0A, 0x0B}, true, 2}));
+
+    PinState reread[PinCount];
+    SavedDataObjects again;
+    ASSERT_TRUE(readCardState(writeCardState("1", pins, objects), reread, again));
+    EXPECT_EQ(again, objects);
+    EXPECT_EQ(reread[1].value, "9876");
+    EXPECT_FALSE(readCardState("<card><pin", reread, again)) << "no XML: factory state";
 }
 
 TEST(SimPinState, ChecksFormatBeforeTouchingTheCounter) {
