@@ -2,6 +2,7 @@
 #include "base/FileAndDirectory.h"
 
 #include <dirent.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -24,13 +25,20 @@ std::string Environment(const char* name)
 
 std::string GetTempDir()
 {
-    const char* value = std::getenv("TMPDIR");
-    return value ? std::string(value) : std::string("/tmp/");
+    // An empty TMPDIR would put temporary files in the working directory.
+    const std::string value = Environment("TMPDIR");
+    return value.empty() ? std::string("/tmp/") : value;
 }
 
 std::string GetUserDir()
 {
-    return Environment("HOME");
+    // Without HOME (a service, "env -i") the account's own home directory,
+    // never the file system's root, holds the user's settings.
+    const std::string home = Environment("HOME");
+    if (!home.empty())
+        return home;
+    const struct passwd* account = getpwuid(getuid());
+    return account != nullptr && account->pw_dir != nullptr ? std::string(account->pw_dir) : std::string();
 }
 
 std::string GetAllUsersDir()

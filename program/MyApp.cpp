@@ -2,11 +2,13 @@
 #include "program/MyApp.h"
 
 #include "app/AppStartup.h"
+#include "app/VessaCardsLogger.h"
 #include "program/StartupTiming.h"
 #include "gui/MainFrame.h"
 
 #include <wx/cmdline.h>
 #include <wx/image.h>
+#include <wx/log.h>
 #include <wx/utils.h>
 
 MyApp::MyApp()
@@ -28,7 +30,18 @@ bool MyApp::OnInit()
     wxInitAllImageHandlers();
 
     const wxString name = wxString::Format("VessaCards-%s", wxGetUserId());
-    m_InstanceChecker.Create(name, wxEmptyString);
+    bool guarded = false;
+    {
+        // The lock lives in the home directory. When that cannot hold it
+        // (HOME a file, a full or read-only disk) the toolkit would stop the
+        // start with an error box; the program runs unguarded instead.
+        wxLogNull quiet;
+        guarded = m_InstanceChecker.Create(name, wxEmptyString);
+    }
+    if (!guarded) {
+        AppLog()->LogError("single-instance lock not created in the home directory; running without it");
+        return true;
+    }
     return !m_InstanceChecker.IsAnotherRunning();
 }
 

@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <regex>
@@ -49,8 +51,14 @@ TEST(Environment, TempUserAndAllUsersDirectories)
         EXPECT_EQ("/some/where", GetTempDir()) << "no separator is added";
         unsetenv("TMPDIR");
         EXPECT_EQ("/tmp/", GetTempDir());
+        setenv("TMPDIR", "", 1);
+        EXPECT_EQ("/tmp/", GetTempDir()) << "an empty value does not count";
     }
-    KorvexTest::EnvGuard home("HOME", "/home/someone");
+    KorvexTest::EnvGuard home("HOME", "");
+    const struct passwd* account = getpwuid(getuid());
+    ASSERT_NE(account, nullptr);
+    EXPECT_EQ(account->pw_dir, GetUserDir()) << "without HOME, the account's home";
+    setenv("HOME", "/home/someone", 1);
     EXPECT_EQ("/home/someone", GetUserDir());
     {
         KorvexTest::EnvGuard all("KORVEX_ALLUSERS_DIR", "");

@@ -23,6 +23,7 @@ struct BadFile {
 
 std::string UserSettings(const Sandbox& box) { return box.Home() + "/.korvex/vessaclient/config"; }
 std::string AllUsersSettings(const Sandbox& box) { return box.AllUsers() + "/korvex/vessaclient/config"; }
+std::string CardState(const Sandbox& box) { return box.Root() + "/state/cards/1204000000004711/state.xml"; }
 
 void Write(const std::string& path, const std::string& text)
 {
@@ -59,6 +60,21 @@ const BadFile kCases[] = {
      AllUsersSettings},
     {"TMPDIR points nowhere",
      [](const Sandbox&, ProgramRunner& program) { program.SetEnv("TMPDIR", "/nonexistent/tmp/"); }, UserSettings},
+    {"TMPDIR is unset", [](const Sandbox&, ProgramRunner& program) { program.UnsetEnv("TMPDIR"); }, UserSettings},
+    {"HOME points nowhere",
+     [](const Sandbox&, ProgramRunner& program) { program.SetEnv("HOME", "/nonexistent/home"); }, AllUsersSettings},
+    {"HOME is a file",
+     [](const Sandbox& b, ProgramRunner& program) {
+         Write(b.Root() + "/home-file", "not a folder");
+         program.SetEnv("HOME", b.Root() + "/home-file");
+     },
+     AllUsersSettings},
+    {"a card's state file is garbage",
+     [](const Sandbox& b, ProgramRunner&) { Write(CardState(b), "<card><pin index=\"0\" \xff"); },
+     CardState},
+    {"the simulator's control file is garbage",
+     [](const Sandbox& b, ProgramRunner&) { Write(b.Root() + "/state/control", "\x01\x02slot\nslot x remove\nfault 1 C_Nothing=\n"); },
+     CardState},
 };
 
 struct Snapshot {

@@ -33,6 +33,7 @@ public:
 
     // Overrides or adds an environment variable of the child.
     void SetEnv(const std::string& name, const std::string& value) { m_env[name] = value; }
+    void UnsetEnv(const std::string& name) { m_env.erase(name); }
     bool Start();
     pid_t Pid() const { return m_pid; }
     // Waits up to `seconds` for the child to end; false when it still runs.
