@@ -1,7 +1,8 @@
-// Runs one command's card work (PIN change or unblock, with the module's own
-// PIN dialogue) away from the GUI thread, so the window keeps repainting. The
-// work never touches a widget; the thread posts the "work finished" command
-// event, and the window then shows the result on its own thread.
+// Runs one command's card work (PIN change or unblock, a signature, with the
+// module's own PIN dialogue) away from the GUI thread, so the window keeps
+// repainting. The work never touches a widget; the thread posts the "work
+// finished" command event, and the window then shows the result on its own
+// thread.
 #pragma once
 
 #include <wx/thread.h>

@@ -4,6 +4,7 @@
 
 #include "base/base64.h"
 #include "crypto/Hash.h"
+#include "gui/CardWorkThread.h"
 #include "gui/FadeOut.h"
 #include "gui/Images.h"
 #include "gui/StatusLine.h"
@@ -39,6 +40,8 @@ wxBEGIN_EVENT_TABLE(TestDialog, wxDialog)
     EVT_BUTTON(TestDialog::ID_VERIFY, TestDialog::evt_verify)
     EVT_BUTTON(TestDialog::ID_CLOSE, TestDialog::evt_closedlg)
     EVT_TIMER(TestDialog::ID_FADE_TIMER, TestDialog::evt_OnFadeOut)
+    EVT_MENU(CardWorkThread::ID_WORK_FINISHED, TestDialog::evt_WorkFinished)
+    EVT_CLOSE(TestDialog::evt_Close)
 wxEND_EVENT_TABLE()
 
 TestDialog::TestDialog(wxWindow* parent, wxWindowID id, const wxString& title, const wxPoint& pos,
@@ -64,7 +67,14 @@ TestDialog::TestDialog(wxWindow* parent, wxWindowID id, const wxString& title, c
     do_layout();
 }
 
-TestDialog::~TestDialog() { m_fadeTimer.Stop(); }
+TestDialog::~TestDialog() {
+    m_fadeTimer.Stop();
+    // A signature cannot be stopped halfway: the card finishes it first.
+    if (m_worker != nullptr) {
+        m_worker->Wait();
+        delete m_worker;
+    }
+}
 
 void TestDialog::set_properties() {
     m_text->SetMinSize(wxSize(600, 110));
@@ -203,48 +213,106 @@ bool TestDialog::HashTestText(std::vector<unsigned char>& digest) {
 
 void TestDialog::evt_sign(wxCommandEvent&) {
     SetStatus(wxEmptyString, false);
-    if (m_p11 == nullptr) return;
+    if (m_p11 == nullptr || IsCardWorkRunning()) return;
 
     std::vector<unsigned char> digest;
     if (!HashTestText(digest)) return;
 
-    if (!m_p11->OpenSession(m_slot, false)) {
-        SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
-        return;
-    }
-    std::vector<unsigned char> signature;
-    const bool signedOk = m_p11->Sign(KeyLabel(), digest, signature, Korvex::HashAlreadyHashed);
-    m_p11->CloseSession();
-
-    if (signedOk) {
-        m_signature->SetValue(wxString::FromUTF8(Korvex::b64Encode(signature)));
-        SetStatus(Tr("Signatur erfolgreich!"), false);
-    } else {
-        SetStatus(Tr("Fehler beim Signieren"), true);
-    }
+    struct Signing {
+        bool opened = false;
+        bool signedOk = false;
+        std::vector<unsigned char> signature;
+    };
+    auto outcome = std::make_shared<Signing>();
+    Korvex::acPKCS11* p11 = m_p11;
+    const int slot = m_slot;
+    const std::string label = KeyLabel();
+    RunCardWork(
+        [=] {
+            outcome->opened = p11->OpenSession(slot, false);
+            if (!outcome->opened) return;
+            outcome->signedOk = p11->Sign(label, digest, outcome->signature, Korvex::HashAlreadyHashed);
+            p11->CloseSession();
+        },
+        [=] {
+            if (!outcome->opened) {
+                SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
+            } else if (outcome->signedOk) {
+                m_signature->SetValue(wxString::FromUTF8(Korvex::b64Encode(outcome->signature)));
+                SetStatus(Tr("Signatur erfolgreich!"), false);
+            } else {
+                SetStatus(Tr("Fehler beim Signieren"), true);
+            }
+        });
 }
 
 void TestDialog::evt_verify(wxCommandEvent&) {
     SetStatus(wxEmptyString, false);
-    if (m_p11 == nullptr) return;
+    if (m_p11 == nullptr || IsCardWorkRunning()) return;
 
     std::vector<unsigned char> digest;
     if (!HashTestText(digest)) return;
     const std::vector<unsigned char> signature =
         Korvex::b64Decode(m_signature->GetValue().ToStdString());
 
-    if (!m_p11->OpenSession(m_slot, false)) {
+    struct Verifying {
+        bool opened = false;
+        bool verified = false;
+    };
+    auto outcome = std::make_shared<Verifying>();
+    Korvex::acPKCS11* p11 = m_p11;
+    const int slot = m_slot;
+    const std::string label = PublicKeyLabel();
+    RunCardWork(
+        [=] {
+            outcome->opened = p11->OpenSession(slot, false);
+            if (!outcome->opened) return;
+            outcome->verified = p11->Verify(label, digest, signature, Korvex::HashAlreadyHashed);
+            p11->CloseSession();
+        },
+        [=] {
+            if (!outcome->opened)
+                SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
+            else if (outcome->verified)
+                SetStatus(Tr("Signaturprüfung erfolgreich!"), false);
+            else
+                SetStatus(Tr("Fehler beim Verifizieren der Signatur"), true);
+        });
+}
+
+void TestDialog::RunCardWork(std::function<void()> work, std::function<void()> done) {
+    m_worker = new CardWorkThread(this, std::move(work));
+    if (m_worker->Create() != wxTHREAD_NO_ERROR || m_worker->Run() != wxTHREAD_NO_ERROR) {
+        delete m_worker;
+        m_worker = nullptr;
         SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
         return;
     }
-    const bool verified =
-        m_p11->Verify(PublicKeyLabel(), digest, signature, Korvex::HashAlreadyHashed);
-    m_p11->CloseSession();
+    m_workDone = std::move(done);
+    for (wxButton* button : {m_signButton, m_verifyButton, m_closeButton}) button->Disable();
+    m_hash->Disable();
+    SetCursor(wxCursor(wxCURSOR_WAIT));
+}
 
-    if (verified)
-        SetStatus(Tr("Signaturprüfung erfolgreich!"), false);
-    else
-        SetStatus(Tr("Fehler beim Verifizieren der Signatur"), true);
+void TestDialog::evt_WorkFinished(wxCommandEvent&) {
+    if (m_worker == nullptr) return;
+    m_worker->Wait();
+    delete m_worker;
+    m_worker = nullptr;
+    SetCursor(wxNullCursor);
+    for (wxButton* button : {m_signButton, m_verifyButton, m_closeButton}) button->Enable();
+    m_hash->Enable();
+    std::function<void()> done = std::move(m_workDone);
+    m_workDone = nullptr;
+    if (done) done();
+}
+
+void TestDialog::evt_Close(wxCloseEvent& event) {
+    if (IsCardWorkRunning() && event.CanVeto()) {
+        event.Veto();
+        return;
+    }
+    event.Skip();
 }
 
 void TestDialog::evt_closedlg(wxCommandEvent&) {

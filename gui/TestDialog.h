@@ -1,6 +1,6 @@
 // Signature test dialog: hashes a test text, has the card sign the digest with
 // the signature or encryption key, shows the signature in Base64 and lets the
-// card verify it again. Nothing is stored.
+// card verify it again, both away from the GUI thread. Nothing is stored.
 #pragma once
 
 #include "crypto/HashAlgorithm.h"
@@ -9,8 +9,10 @@
 #include <wx/dialog.h>
 #include <wx/timer.h>
 
+#include <functional>
 #include <memory>
 
+class CardWorkThread;
 class FadeOut;
 class wxButton;
 class wxComboBox;
@@ -46,6 +48,11 @@ public:
     virtual void evt_closedlg(wxCommandEvent& event);
     virtual void evt_OnFadeOut(wxTimerEvent& event);
 
+    // Signing and verifying run on a worker thread (the module shows its PIN
+    // dialogue inside); the dialog keeps repainting and cannot be closed
+    // until the card is done.
+    bool IsCardWorkRunning() const { return m_worker != nullptr; }
+
     // The widgets, for callers that drive the dialog without a mouse.
     wxTextCtrl* GetTextField() const { return m_text; }
     wxTextCtrl* GetSignatureField() const { return m_signature; }
@@ -70,6 +77,10 @@ private:
     // Digest of the current test text with the selected algorithm; shows the
     // matching error status on failure.
     bool HashTestText(std::vector<unsigned char>& digest);
+    // Runs `work` on the worker thread with the buttons off, then `done` here.
+    void RunCardWork(std::function<void()> work, std::function<void()> done);
+    void evt_WorkFinished(wxCommandEvent& event);
+    void evt_Close(wxCloseEvent& event);
 
     wxTextCtrl* m_text = nullptr;
     wxTextCtrl* m_signature = nullptr;
@@ -87,6 +98,8 @@ private:
     Korvex::acPKCS11* m_p11 = nullptr;
     int m_slot = -1;
     Korvex::ApplType m_appl = Korvex::APPL_SIGNATURE;
+    CardWorkThread* m_worker = nullptr;
+    std::function<void()> m_workDone;
 
     wxDECLARE_EVENT_TABLE();
 };

@@ -11,6 +11,7 @@
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
+#include <wx/timer.h>
 
 #include <gtest/gtest.h>
 
@@ -32,14 +33,14 @@ protected:
     wxString Status() const { return dialog->GetStatusText()->GetLabel(); }
     bool StatusShown() const { return dialog->GetStatusText()->IsShown(); }
 
-    void Sign() {
-        wxCommandEvent event(wxEVT_BUTTON, TestDialog::ID_SIGN);
-        dialog->evt_sign(event);
+    // Clicks a button and waits for the card work it starts.
+    void Press(int id) {
+        wxCommandEvent event(wxEVT_BUTTON, id);
+        id == TestDialog::ID_SIGN ? dialog->evt_sign(event) : dialog->evt_verify(event);
+        ASSERT_TRUE(TestSupport::PumpUntil([this] { return !dialog->IsCardWorkRunning(); }, 30.0));
     }
-    void Verify() {
-        wxCommandEvent event(wxEVT_BUTTON, TestDialog::ID_VERIFY);
-        dialog->evt_verify(event);
-    }
+    void Sign() { Press(TestDialog::ID_SIGN); }
+    void Verify() { Press(TestDialog::ID_VERIFY); }
     // Signs on the card and has the card verify the signature; both succeed.
     void SignAndVerify() {
         Sign();
@@ -115,6 +116,28 @@ TEST_F(TestDialogTest, SignsOnTheCardAndTheCardVerifiesWhatWasSigned) {
     Open(kMaria, Korvex::APPL_ENCRYPTION);  // the encryption key asks its own PIN
     SetPinAnswers({"1234"});
     SignAndVerify();
+}
+
+TEST_F(TestDialogTest, TheDialogAnswersWhileTheCardSignsAndStaysUntilItIsDone) {
+    Open(kMaria, Korvex::APPL_SIGNATURE);
+    setenv("FAKE_PINENTRY_DELAY", "0.6", 1);  // the user takes a moment over the PIN
+    SetPinAnswers({"123456"});
+    const unsigned long dialogs = TestSupport::Sim::PinDialogCount();
+    int ticks = 0;
+    wxTimer timer;
+    timer.Bind(wxEVT_TIMER, [&ticks](wxTimerEvent&) { ++ticks; });
+    timer.Start(20);
+    wxCommandEvent click(wxEVT_BUTTON, TestDialog::ID_SIGN);
+    dialog->evt_sign(click);
+    EXPECT_TRUE(dialog->IsCardWorkRunning());
+    dialog->evt_sign(click);  // a second click while the card works is refused
+    EXPECT_FALSE(dialog->Close()) << "closing waits for the card";
+    ASSERT_TRUE(TestSupport::PumpUntil([this] { return !dialog->IsCardWorkRunning(); }, 30.0));
+    timer.Stop();
+    unsetenv("FAKE_PINENTRY_DELAY");
+    EXPECT_GT(ticks, 10) << "the event loop stood still during the signature";
+    EXPECT_EQ(Status(), "Signatur erfolgreich!");
+    EXPECT_EQ(TestSupport::Sim::PinDialogCount(), dialogs + 1);
 }
 
 TEST_F(TestDialogTest, EveryFailureHasItsText) {
