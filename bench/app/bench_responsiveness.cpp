@@ -1,14 +1,15 @@
 // Responsiveness benchmark: the real main window on simulated cards with a
 // real reader's latency (30 ms per module call and per APDU unless given),
 // driven through start-up, a reload, a PIN change with the module's PIN
-// dialogue (a scripted pinentry that takes 0.3 s per field) and a
-// certificate display. A 5 ms timer on the GUI thread records the longest
-// gap between two of its ticks in each phase: the longest time the window
+// dialogue (a scripted pinentry that takes 0.3 s per field), a certificate
+// display and a signature test. A 5 ms timer on the GUI thread records the
+// longest gap between two of its ticks in each phase: the longest time the window
 // could not repaint or answer. Also the time from the click to the PIN
 // dialogue. Needs an X display (xvfb-run). Prints figures; asserts nothing.
 //
 //   bench_responsiveness [call_ms [apdu_ms]]
 #include "gui/MainFrame.h"
+#include "gui/TestDialog.h"
 #include "token/LoadFreeLib.h"
 
 #include <wx/app.h>
@@ -49,7 +50,7 @@ public:
         SetAppName("VessaClient");
         const std::string scratch = kScratch;
         m_pinLog = scratch + "/pins.log";
-        std::ofstream(scratch + "/pins") << "1234\n5678\n5678\n";
+        std::ofstream(scratch + "/pins") << "1234\n5678\n5678\n5678\n";
         std::ofstream viewer(scratch + "/bin/certViewerApp");
         viewer << "#!/bin/sh\nexit 0\n";
         viewer.close();
@@ -71,6 +72,8 @@ public:
                  return Idle();
              }},
             {"certificate display", [this] { Press(MainFrame::ID_ENC_SHOW); }, [this] { return Idle(); }},
+            {"signature test (with PIN dialogue)", [this] { Press(MainFrame::ID_ENC_TEST); },
+             [this] { return DriveSignatureTest(); }},
         };
         m_frame = new MainFrame(nullptr);
         m_frame->Show();
@@ -90,6 +93,26 @@ private:
         wxCommandEvent click(wxEVT_BUTTON, id);
         m_frame->GetEventHandler()->ProcessEvent(click);
     }
+    // Signs once in the modal signature test, then closes it; true once it
+    // has gone.
+    bool DriveSignatureTest()
+    {
+        for (wxWindow* window : wxTopLevelWindows) {
+            auto* dialog = dynamic_cast<TestDialog*>(window);
+            if (dialog == nullptr)
+                continue;
+            if (!dialog->IsModal() || dialog->IsCardWorkRunning())
+                return false;
+            wxCommandEvent click(wxEVT_BUTTON, TestDialog::ID_SIGN);
+            if (!m_signed)
+                dialog->evt_sign(click);
+            else
+                dialog->EndModal(wxID_CLOSE);
+            m_signed = true;
+            return false;
+        }
+        return m_signed && Idle();
+    }
     void SelectJohann()
     {
         for (long row = 0; row < Rows(); ++row)
@@ -104,16 +127,22 @@ private:
         m_lastTick = now;
         // Inside a yield of the window (the status line does one) the next
         // phase must not start: only the gap counts there.
-        if (wxEventLoopBase::GetActive() != nullptr && wxEventLoopBase::GetActive()->IsYielding())
+        if (m_startPending ||
+            (wxEventLoopBase::GetActive() != nullptr && wxEventLoopBase::GetActive()->IsYielding()))
             return;
         if (m_phase >= m_phases.size() || !m_started || !m_phases[m_phase].finished()) {
             if (!m_started && m_phase < m_phases.size()) {
                 m_started = true;
                 // A command that blocks the GUI thread does it inside start():
-                // the next tick sees that gap.
+                // the next tick sees that gap. Started outside this timer's
+                // handler: a modal dialog in start() would stop its ticks.
                 m_phaseStart = m_lastTick = Clock::now();
                 m_longestGapMs = 0;
-                m_phases[m_phase].start();
+                m_startPending = true;
+                CallAfter([this, phase = m_phase] {
+                    m_startPending = false;
+                    m_phases[phase].start();
+                });
             }
             return;
         }
@@ -136,6 +165,8 @@ private:
     Clock::time_point m_phaseStart, m_lastTick, m_clicked;
     double m_longestGapMs = 0;
     double m_clickToDialogueMs = -1;
+    bool m_signed = false;
+    bool m_startPending = false;  // a phase's start() is queued, not yet run
     std::string m_pinLog;
 };
 
