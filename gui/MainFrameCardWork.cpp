@@ -5,44 +5,13 @@
 #include "gui/MainFrame.h"
 
 #include "app/VessaCardsLogger.h"
+#include "gui/CardSession.h"
 #include "gui/CardWorkThread.h"
 #include "gui/Translate.h"
 #include "token/CardPinStates.h"
 #include "token/acPKCS11.h"
 
 #include <memory>
-
-namespace {
-
-// How the worker got at the selected card.
-enum class CardSession { OPEN, CARD_GONE, LIST_UNREADABLE, SESSION_FAILED };
-
-// A session on the card: in the slot the last refresh saw it in, else
-// wherever it is now (the full look-up by card number).
-CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number)
-{
-    bool sameCard = false;
-    if (slotKnown && p11.OpenSessionOnCard(slot, number, false, sameCard))
-        return CardSession::OPEN;
-    if (sameCard) {
-        AppLog()->LogError("Error open pkcs#11 session");
-        return CardSession::SESSION_FAILED;
-    }
-    std::vector<Korvex::SlotStruct*> slots;
-    const bool listed = p11.GetSlots(slots, true);
-    for (size_t i = 0; listed && i < slots.size(); ++i) {
-        if (slots[i]->serial != number)
-            continue;
-        if (p11.OpenSession(static_cast<int32_t>(i), false))
-            return CardSession::OPEN;
-        AppLog()->LogError("Error open pkcs#11 session");
-        return CardSession::SESSION_FAILED;
-    }
-    AppLog()->LogError("cannot load card list");
-    return listed ? CardSession::CARD_GONE : CardSession::LIST_UNREADABLE;
-}
-
-} // namespace
 
 void MainFrame::RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
                                   std::function<void(const std::string&)> done)

@@ -2,6 +2,7 @@
 // texts of PIN change and unblock, and the two signature tests.
 #include "gui/MainFrame.h"
 
+#include "gui/ListEntryData.h"
 #include "gui/TestDialog.h"
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
@@ -71,13 +72,20 @@ void RunSignatureTest(MainFrame* frame, Korvex::acPKCS11* p11, const char* title
     if (frame->IsCardWorkRunning())
         return;
     MainFrame::CommandScope command(frame);
-    int slot = -1;
-    Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
-    if (!frame->GetSlotIdxForSelectedCard(slot, type))
-        return;
     TestDialog dialog(frame, wxID_ANY, Tr(title), wxDefaultPosition, wxDefaultSize,
                       wxCAPTION | wxSYSTEM_MENU | wxCLOSE_BOX);
-    dialog.SetP11(p11, slot, appl);
+    // The reader the last refresh saw the card in spares the look-up of
+    // every card's number on this thread.
+    std::string number;
+    Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
+    frame->GetSelectedItem(number, type);
+    const ListEntryData* row = frame->SelectedCardData();
+    if (row == nullptr || number == EMPTY_CARD || !dialog.SetCard(p11, row->slotId, number, appl)) {
+        int slot = -1;
+        if (!frame->GetSlotIdxForSelectedCard(slot, type))
+            return;
+        dialog.SetP11(p11, slot, appl);
+    }
     dialog.ShowModal();
 }
 

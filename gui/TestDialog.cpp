@@ -4,6 +4,7 @@
 
 #include "base/base64.h"
 #include "crypto/Hash.h"
+#include "gui/CardSession.h"
 #include "gui/CardWorkThread.h"
 #include "gui/FadeOut.h"
 #include "gui/Images.h"
@@ -130,13 +131,30 @@ void TestDialog::do_layout() {
 void TestDialog::SetP11(Korvex::acPKCS11* p11, int slot, Korvex::ApplType appl) {
     if (p11 == nullptr) return;
     m_p11 = p11;
-    m_slot = slot;
     m_appl = appl;
+    m_openSession = [slot](Korvex::acPKCS11& token) { return token.OpenSession(slot, false); };
 
     // A failed read leaves the key size at 0, which offers no hash at all.
     Korvex::TokenInfoStruct2 info;
     p11->GetTokenInfo(static_cast<unsigned long>(slot), info);
+    ShowKey(info);
+}
 
+bool TestDialog::SetCard(Korvex::acPKCS11* p11, CK_SLOT_ID slotId, const std::string& number,
+                         Korvex::ApplType appl) {
+    Korvex::TokenInfoStruct2 info;
+    if (p11 == nullptr || !p11->GetTokenInfoForSlot(slotId, info) || info.serial != number) return false;
+    m_p11 = p11;
+    m_appl = appl;
+    m_openSession = [slotId, number](Korvex::acPKCS11& token) {
+        return OpenCardSession(token, slotId, true, number) == CardSession::OPEN;
+    };
+    ShowKey(info);
+    return true;
+}
+
+void TestDialog::ShowKey(const Korvex::TokenInfoStruct2& info) {
+    const Korvex::ApplType appl = m_appl;
     int keyAlgorithm = 0;
     int keyBits = 0;
     if (appl == Korvex::APPL_SIGNATURE) {
@@ -225,11 +243,11 @@ void TestDialog::evt_sign(wxCommandEvent&) {
     };
     auto outcome = std::make_shared<Signing>();
     Korvex::acPKCS11* p11 = m_p11;
-    const int slot = m_slot;
+    const std::function<bool(Korvex::acPKCS11&)> open = m_openSession;
     const std::string label = KeyLabel();
     RunCardWork(
         [=] {
-            outcome->opened = p11->OpenSession(slot, false);
+            outcome->opened = open(*p11);
             if (!outcome->opened) return;
             outcome->signedOk = p11->Sign(label, digest, outcome->signature, Korvex::HashAlreadyHashed);
             p11->CloseSession();
@@ -261,11 +279,11 @@ void TestDialog::evt_verify(wxCommandEvent&) {
     };
     auto outcome = std::make_shared<Verifying>();
     Korvex::acPKCS11* p11 = m_p11;
-    const int slot = m_slot;
+    const std::function<bool(Korvex::acPKCS11&)> open = m_openSession;
     const std::string label = PublicKeyLabel();
     RunCardWork(
         [=] {
-            outcome->opened = p11->OpenSession(slot, false);
+            outcome->opened = open(*p11);
             if (!outcome->opened) return;
             outcome->verified = p11->Verify(label, digest, signature, Korvex::HashAlreadyHashed);
             p11->CloseSession();

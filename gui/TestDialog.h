@@ -6,11 +6,14 @@
 #include "crypto/HashAlgorithm.h"
 #include "token/acPKCS11Types.h"
 
+#include <p11-kit/pkcs11.h>
+
 #include <wx/dialog.h>
 #include <wx/timer.h>
 
 #include <functional>
 #include <memory>
+#include <string>
 
 class CardWorkThread;
 class FadeOut;
@@ -32,8 +35,14 @@ public:
     ~TestDialog() override;
 
     // Binds the dialog to one card and key; the token object stays owned by
-    // the caller and must outlive the dialog.
+    // the caller and must outlive the dialog. `slot` is the card's position
+    // in the card list.
     void SetP11(Korvex::acPKCS11* p11, int slot, Korvex::ApplType appl);
+    // The same for the card with this number in reader `slotId`, as the last
+    // refresh saw it: one token query now; the session is opened on the
+    // worker, by the full look-up only when another card is there. False
+    // (nothing bound) when the reader no longer holds that card.
+    bool SetCard(Korvex::acPKCS11* p11, CK_SLOT_ID slotId, const std::string& number, Korvex::ApplType appl);
 
     // Maps the selected hash entry to its algorithm; shows the error status
     // and returns false when nothing usable is selected.
@@ -70,6 +79,8 @@ public:
 
 private:
     void set_properties();
+    // Shows the bound key's algorithm and offers the hashes its size allows.
+    void ShowKey(const Korvex::TokenInfoStruct2& info);
     void do_layout();
     // Labels of the private and the public key of the bound application.
     const char* KeyLabel() const;
@@ -96,7 +107,8 @@ private:
     std::unique_ptr<FadeOut> m_fade;
 
     Korvex::acPKCS11* m_p11 = nullptr;
-    int m_slot = -1;
+    // Opens the session on the bound card (on the worker thread).
+    std::function<bool(Korvex::acPKCS11&)> m_openSession;
     Korvex::ApplType m_appl = Korvex::APPL_SIGNATURE;
     CardWorkThread* m_worker = nullptr;
     std::function<void()> m_workDone;

@@ -140,6 +140,17 @@ TEST_F(TestDialogTest, TheDialogAnswersWhileTheCardSignsAndStaysUntilItIsDone) {
     EXPECT_EQ(TestSupport::Sim::PinDialogCount(), dialogs + 1);
 }
 
+TEST_F(TestDialogTest, BoundByTheReaderTheRefreshSawTheCardIn) {
+    dialog = new TestDialog(Frame(), wxID_ANY, Utf8("Unterschriftentest"));
+    EXPECT_FALSE(dialog->SetCard(Token(), kMaria.position, kErika.serial, Korvex::APPL_SIGNATURE))
+        << "another card is in that reader";
+    ASSERT_TRUE(dialog->SetCard(Token(), kMaria.position, kMaria.serial, Korvex::APPL_SIGNATURE));
+    EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "RSA");
+    dialog->Show();
+    SetPinAnswers({"123456"});
+    SignAndVerify();
+}
+
 TEST_F(TestDialogTest, EveryFailureHasItsText) {
     Open(kJohann, Korvex::APPL_SIGNATURE);
     SetPinAnswers({"CANCEL", "000000"});
