@@ -11,6 +11,10 @@
 #include "base/Logging.h"
 #include "token/acPKCS11.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 namespace VessaCards {
 
 namespace {
@@ -44,7 +48,12 @@ std::string StartApplicationLog(const std::string& directory)
     const std::string file = Korvex::GenerateFilenameWithTimestamp("VessaCards", "log");
     const std::string fullPath = Korvex::CombinePaths(directory, file);
     Korvex::LibLogging* log = AppLog();
-    log->Init(fullPath, kMaxLogEntries, true);
+    if (!log->Init(fullPath, kMaxLogEntries, true)) {
+        // The log cannot say it itself; the program runs on without it.
+        const int reason = errno;
+        std::fprintf(stderr, "log file %s cannot be written: %s\n", fullPath.c_str(),
+                     reason != 0 ? std::strerror(reason) : "unknown reason");
+    }
     log->Enabled(true);
     // Both the GUI thread and the card refresh thread write to this log.
     log->LogThreadId(true);

@@ -123,6 +123,18 @@ TEST_F(StartupTest, LogLinesCarryTimeKindAndThreadId)
         << text;
 }
 
+TEST_F(StartupTest, ALogFolderThatCannotHoldTheLogIsNamedOnStandardError)
+{
+    const std::string blocked = m_logs.path() + "/a-file";
+    KorvexTest::WriteText(blocked, "in the way");
+    testing::internal::CaptureStderr();
+    const std::string path = VessaCards::StartApplicationLog(blocked);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(said, "log file " + path + " cannot be written: Not a directory\n");
+    AppLog()->LogMessage("nowhere to go");  // and the program goes on
+    EXPECT_EQ(KorvexTest::ReadText(blocked), "in the way");
+}
+
 TEST_F(StartupTest, LevelZeroStartsNoLogAndNoHooks)
 {
     BootstrapWithTrace("0", m_logs.path());
