@@ -75,6 +75,12 @@ void vsim_set_latency(unsigned long call_ms, unsigned long apdu_ms) {
     Module::instance().latency.set(call_ms, apdu_ms);
 }
 
+void vsim_card_calls(unsigned long* calls, unsigned long* apdus) {
+    const Latency& latency = Module::instance().latency;
+    if (calls) *calls = latency.cardCalls();
+    if (apdus) *apdus = latency.apdus();
+}
+
 CK_RV vsim_insert_card(CK_SLOT_ID slot, const char* card) {
     return guarded([&] {
         if (!card) return CKR_ARGUMENTS_BAD;

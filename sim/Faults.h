@@ -46,15 +46,27 @@ public:
         m_callMs = callMs;
         m_apduMs = apduMs;
     }
-    void beforeCardCall() const { sleepMs(m_callMs.load()); }
-    void perApdu(unsigned count = 1) const { sleepMs(m_apduMs.load() * count); }
+    void beforeCardCall() {
+        ++m_cardCalls;
+        sleepMs(m_callMs.load());
+    }
+    void perApdu(unsigned count = 1) {
+        m_apdus += count;
+        sleepMs(m_apduMs.load() * count);
+    }
     unsigned long callMs() const { return m_callMs; }
     unsigned long apduMs() const { return m_apduMs; }
+    // Calls that reached a card and APDUs sent since the module was loaded:
+    // what a real reader would have charged.
+    unsigned long cardCalls() const { return m_cardCalls; }
+    unsigned long apdus() const { return m_apdus; }
 
 private:
     static void sleepMs(unsigned long ms);
     std::atomic<unsigned long> m_callMs{0};
     std::atomic<unsigned long> m_apduMs{0};
+    std::atomic<unsigned long> m_cardCalls{0};
+    std::atomic<unsigned long> m_apdus{0};
 };
 
 } // namespace VessaSim

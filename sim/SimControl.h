@@ -73,6 +73,11 @@ CK_RV vsim_get_pin_tries(const char* serial, int pin, int* tries, int* pukTries)
 /* Number of PIN dialogues the module has started in this process. */
 unsigned long vsim_pin_dialog_count(void);
 
+/* Calls that reached a card and APDUs sent since the module was loaded (each
+ * costs the latency of vsim_set_latency on a real reader). Either pointer
+ * may be NULL. */
+void vsim_card_calls(unsigned long* calls, unsigned long* apdus);
+
 /* The vendor extensions of the module, for dlsym. */
 typedef CK_RV (*VSIM_C_CardTransmit)(CK_SESSION_HANDLE session, CK_BYTE_PTR command, CK_ULONG commandLength,
                                      CK_BYTE_PTR response, CK_ULONG_PTR responseLength);

@@ -19,7 +19,8 @@
 // knows the cards from the previous refresh), "cold" is the program's first
 // refresh: a new token object and an emptied process-wide decode memo, so
 // every certificate is parsed afresh. BENCH_REFRESH_ROUNDS sets the number
-// of runs (15 unless given).
+// of runs (15 unless given). Last, with a reader's latency (BENCH_LATENCY_MS,
+// 30 unless given): the refresh against the time its card calls must take.
 #include "crypto/slCertificate.h"
 #include "crypto/slCertificateDecodeCache.h"
 #include "token/CardPinStates.h"
@@ -246,6 +247,59 @@ double bestMicros(const std::function<size_t()>& run, int rounds, size_t& result
     return best;
 }
 
+// With a reader's latency on every card call and APDU: the program's first
+// refresh against the time its card calls must take (their count times the
+// latency), and the calls the bare sequence makes for the same rows.
+int measureWithLatency(const std::string& set, int cards)
+{
+    const char* callText = getenv("BENCH_LATENCY_MS");
+    const unsigned long latencyMs = callText != nullptr && std::atol(callText) > 0 ? std::atol(callText) : 30;
+    setenv("VESSA_SIM_CARDS", set.c_str(), 1);
+    Korvex::acPKCS11 p11;
+    void* module = dlopen(Korvex::PKCS11_LIB_NAME, RTLD_LAZY | RTLD_NOLOAD);
+    auto setLatency = module ? reinterpret_cast<void (*)(unsigned long, unsigned long)>(dlsym(module, "vsim_set_latency"))
+                             : nullptr;
+    auto counted = module ? reinterpret_cast<void (*)(unsigned long*, unsigned long*)>(dlsym(module, "vsim_card_calls"))
+                          : nullptr;
+    auto getList = module ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(module, "C_GetFunctionList")) : nullptr;
+    auto cardAttribute =
+        module ? reinterpret_cast<Korvex::PFN_C_CardAttribute>(dlsym(module, "C_CardAttribute")) : nullptr;
+    CK_FUNCTION_LIST_PTR functions = nullptr;
+    if (setLatency == nullptr || counted == nullptr || getList == nullptr || getList(&functions) != CKR_OK) {
+        std::fprintf(stderr, "the simulator's latency controls are missing\n");
+        return 1;
+    }
+    refreshThroughWrapper(p11);  // keys made, as in a running program
+    setLatency(latencyMs, latencyMs);
+    auto measure = [&](const std::function<size_t()>& refresh, unsigned long& calls, unsigned long& apdus) {
+        unsigned long calls0 = 0, apdus0 = 0;
+        counted(&calls0, &apdus0);
+        const auto start = Clock::now();
+        const size_t named = refresh();
+        const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        counted(&calls, &apdus);
+        calls -= calls0;
+        apdus -= apdus0;
+        return named == static_cast<size_t>(cards) ? ms : -1.0;
+    };
+    unsigned long calls = 0, apdus = 0, bareCalls = 0, bareApdus = 0;
+    Korvex::ClearCertificateDecodeCache();
+    const double refreshMs = measure([] {
+        Korvex::acPKCS11 fresh;
+        return refreshThroughWrapper(fresh);
+    }, calls, apdus);
+    measure([&] { return refreshBare(functions, cardAttribute); }, bareCalls, bareApdus);
+    setLatency(0, 0);
+    const double floorMs = static_cast<double>((calls + apdus) * latencyMs);
+    std::printf("with %lu ms per card call and per APDU, %d cards: first refresh %.1f ms = %.3f x the %.0f ms "
+                "its %lu card calls and %lu APDUs take (target <= 1.05); the bare sequence needs %lu calls "
+                "and %lu APDUs\n",
+                latencyMs, cards, refreshMs, refreshMs / floorMs, floorMs, calls, apdus, bareCalls, bareApdus);
+    dlclose(module);
+    p11.destroy();
+    return refreshMs < 0 ? 1 : 0;
+}
+
 } // namespace
 
 int main()
@@ -327,6 +381,7 @@ int main()
         dlclose(module);
         p11.destroy();
     }
+    status |= measureWithLatency(work + "/cards-8.xml", 8);
     std::printf("warm/b, cold/b = token layer / bare PKCS#11 (target <= 1.15); "
                 "warm/s = token layer / its own PKCS#11 call sequence alone\n");
     std::printf("program's first refresh (cold), %d cards: %.3f x bare PKCS#11 (target <= 1.15)\n",
