@@ -5,6 +5,8 @@
 # part of the test command: the instrumented run takes several minutes.
 #
 #   bash scripts/coverage.sh [build-dir]
+# The line counts go to <build-dir>/coverage-lines.json; keep a copy before a
+# change of the tests and compare with scripts/coverage-diff.py afterwards.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$PWD
@@ -25,7 +27,9 @@ find "$BUILD" -name '*.gcda' -delete
   echo "coverage: some tests failed (see $BUILD/coverage-ctest.log); figures are still printed"
 
 # One JSON summary of every product file, split by folder below.
+# Also every line's count, for scripts/coverage-diff.py.
 gcovr --root "$ROOT" --object-directory "$BUILD" --json-summary "$BUILD/coverage.json" \
+  --json "$BUILD/coverage-lines.json" \
   --exclude "$ROOT/tests/" --exclude "$ROOT/bench/" --exclude "$ROOT/fuzz/" \
   --exclude "$BUILD/" --gcov-ignore-parse-errors -j "$JOBS" >/dev/null
 

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -121,24 +122,21 @@ bool ProgramRunner::Start()
         envText.push_back(entry.first + "=" + entry.second);
     std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (std::string& argument : m_arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(argument.data());
     argv.push_back(nullptr);
     std::vector<char*> envp;
     for (std::string& entry : envText)
-        envp.push_back(const_cast<char*>(entry.c_str()));
+        envp.push_back(entry.data());
     envp.push_back(nullptr);
 
-    m_pid = fork();
-    if (m_pid == 0) {
-        const int err = open(m_stderrPath.c_str(), O_WRONLY | O_TRUNC);
-        const int null = open("/dev/null", O_RDWR);
-        dup2(null, 0);
-        dup2(null, 1);
-        dup2(err, 2);
-        execve(program.c_str(), argv.data(), envp.data());
-        _exit(127);
-    }
-    return m_pid > 0;
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&files, 2, m_stderrPath.c_str(), O_WRONLY | O_TRUNC, 0);
+    const bool started = posix_spawn(&m_pid, program.c_str(), &files, nullptr, argv.data(), envp.data()) == 0;
+    posix_spawn_file_actions_destroy(&files);
+    return started;
 }
 
 bool ProgramRunner::WaitForExit(double seconds)
