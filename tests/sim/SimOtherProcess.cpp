@@ -10,6 +10,8 @@
 //   sim_other_process verify <slot> <p2> [<pin>] [<times>]
 //       sends VERIFY (00 20 00 <p2>) with the PIN, or without data, and
 //       prints the last status word (four hex digits)
+//   sim_other_process reset <serial>
+//       factory state of a card, as the control function does it
 #include "sim/SimControl.h"
 
 #include <dlfcn.h>
@@ -95,7 +97,7 @@ int verify(CK_SLOT_ID slot, unsigned char reference, const std::string& pin, int
 
 int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.size() < 2) return fail("usage: write|verify ...", CKR_ARGUMENTS_BAD);
+    if (args.size() < 2) return fail("usage: write|verify|reset ...", CKR_ARGUMENTS_BAD);
     void* module = dlopen(VSIM_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
     if (!module) return fail(dlerror(), CKR_GENERAL_ERROR);
     auto getList = reinterpret_cast<CK_C_GetFunctionList>(dlsym(module, "C_GetFunctionList"));
@@ -113,6 +115,10 @@ int main(int argc, char** argv) {
         status = verify(slot, static_cast<unsigned char>(std::strtoul(args[2].c_str(), nullptr, 16)),
                         args.size() >= 4 ? args[3] : std::string(),
                         args.size() == 5 ? std::atoi(args[4].c_str()) : 1);
+    } else if (command == "reset") {
+        auto reset = reinterpret_cast<decltype(&vsim_reset_state)>(dlsym(module, "vsim_reset_state"));
+        rv = reset ? reset(args[1].c_str()) : CKR_GENERAL_ERROR;
+        status = rv == CKR_OK ? 0 : fail("vsim_reset_state", rv);
     } else {
         status = fail("unknown command " + command, CKR_ARGUMENTS_BAD);
     }
