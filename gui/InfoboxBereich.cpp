@@ -5,6 +5,7 @@
 #include "base/ByteArray.h"
 #include "formats/InfoboxFS.h"
 #include "formats/Personenbindung.h"
+#include "gui/CardWorkThread.h"
 #include "gui/NoPersB.h"
 #include "gui/Images.h"
 #include "gui/Translate.h"
@@ -17,6 +18,7 @@
 #include <wx/sizer.h>
 #include <wx/statbox.h>
 #include <wx/textctrl.h>
+#include <wx/utils.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -79,6 +81,7 @@ wxBEGIN_EVENT_TABLE(InfoboxBereich, wxDialog)
     EVT_LISTBOX(InfoboxBereich::ID_LISTBOX, InfoboxBereich::evt_listbox)
     EVT_BUTTON(InfoboxBereich::ID_PROTECT, InfoboxBereich::evt_encrypt)
     EVT_BUTTON(InfoboxBereich::ID_CLOSE, InfoboxBereich::evt_button_close)
+    EVT_CLOSE(InfoboxBereich::evt_Close)
 wxEND_EVENT_TABLE()
 
 InfoboxBereich::InfoboxBereich(wxWindow* parent, Korvex::TokenType type)
@@ -165,22 +168,51 @@ void InfoboxBereich::ShowNoPersB() {
     dialog.ShowModal();
 }
 
+void InfoboxBereich::AwaitCardWork(std::function<void()> work) {
+    const bool wasEnabled = m_list->IsEnabled();
+    MyEnable(false);
+    m_cardWork = true;
+    CardWorkThread worker(nullptr, std::move(work));
+    if (worker.Create() == wxTHREAD_NO_ERROR && worker.Run() == wxTHREAD_NO_ERROR) {
+        // Paint and timer events flow meanwhile; the controls are off, so
+        // nothing here starts a second card call.
+        while (worker.IsRunning()) {
+            wxYieldIfNeeded();
+            wxMilliSleep(5);
+        }
+        worker.Wait();
+    }
+    m_cardWork = false;
+    if (wasEnabled) MyEnable(true);
+}
+
+void InfoboxBereich::evt_Close(wxCloseEvent& event) {
+    if (m_cardWork && event.CanVeto()) {
+        event.Veto();
+        return;
+    }
+    event.Skip();
+}
+
 bool InfoboxBereich::LoadInfoboxData(const std::string& label, std::vector<unsigned char>& out) {
     m_cachedContent.clear();
     if (m_token == nullptr) return false;
-    if (m_token->OpenSession(m_slot, false)) {
-        std::vector<unsigned char> value;
-        if (m_token->ReadDataObject(label, value)) {
-            out.swap(value);
-            m_token->CloseSession();
-            if (AllZero(out, kEmptyProbeBytes))
-                out.clear();
-            else
-                m_cachedContent = out;
-            return true;
-        }
+    bool read = false;
+    std::vector<unsigned char> value;
+    Korvex::acPKCS11* token = m_token;
+    const int slot = m_slot;
+    AwaitCardWork([&] {
+        read = token->OpenSession(slot, false) && token->ReadDataObject(label, value);
+        token->CloseSession();
+    });
+    if (read) {
+        out.swap(value);
+        if (AllZero(out, kEmptyProbeBytes))
+            out.clear();
+        else
+            m_cachedContent = out;
+        return true;
     }
-    m_token->CloseSession();
     if (!out.empty()) m_cachedContent = out;
     return false;
 }
@@ -190,8 +222,12 @@ void InfoboxBereich::evt_OnTimer(wxTimerEvent&) {
     MyEnable(false);
     wxYieldIfNeeded();
     Korvex::TokenInfoStruct2 info;
-    const bool haveInfo =
-        m_token != nullptr && m_token->GetTokenInfo(static_cast<unsigned long>(m_slot), info);
+    bool haveInfo = false;
+    if (m_token != nullptr) {
+        Korvex::acPKCS11* token = m_token;
+        const unsigned long slot = static_cast<unsigned long>(m_slot);
+        AwaitCardWork([&] { haveInfo = token->GetTokenInfo(slot, info); });
+    }
     m_protect->Disable();
 
     if (haveInfo && info.extended) {
@@ -297,20 +333,19 @@ void InfoboxBereich::evt_encrypt(wxCommandEvent&) {
     if (!m_infobox->GetEntry(tag, type, entryData)) return;
 
     const std::string label = DataObjectLabel(tag);
-    if (!m_token->OpenSession(m_slot, true)) return;
-
     // What was shown last is what goes back; only an unread object is read.
     std::vector<unsigned char> content = m_cachedContent;
-    if (content.empty()) {
-        bool isPrivate = false;
-        if (!m_token->ReadDataObject(label, content, isPrivate)) {
-            m_token->CloseSession();
-            return;
-        }
-    }
     const bool protect = (type & kProtectedBit) == 0;
-    const bool written = m_token->WriteDataObject(label, content, protect);
-    m_token->CloseSession();
+    bool written = false;
+    Korvex::acPKCS11* token = m_token;
+    const int slot = m_slot;
+    AwaitCardWork([&] {
+        if (!token->OpenSession(slot, true)) return;
+        bool isPrivate = false;
+        if (!content.empty() || token->ReadDataObject(label, content, isPrivate))
+            written = token->WriteDataObject(label, content, protect);
+        token->CloseSession();
+    });
 
     if (written) {
         SetContent({}, CONTENT_CLEAR);

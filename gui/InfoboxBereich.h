@@ -9,6 +9,7 @@
 #include <wx/dialog.h>
 #include <wx/timer.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -59,6 +60,10 @@ public:
 
     void SetContent(const std::vector<unsigned char>& bytes, ContentType type);
 
+    // Card reads and writes run on the card-work thread; meanwhile the dialog
+    // repaints with its controls off, and closing it waits.
+    bool IsCardWorkRunning() const { return m_cardWork; }
+
     // The widgets and state, for callers that drive the dialog without a mouse.
     wxListBox* GetList() const { return m_list; }
     wxTextCtrl* GetBinaryPage() const { return m_binary; }
@@ -74,6 +79,10 @@ private:
     // object counts as empty.
     bool LoadInfoboxData(const std::string& label, std::vector<unsigned char>& out);
     bool LoadInfobox();
+    // Runs `work` (module calls only, no widget) on the card-work thread and
+    // keeps this dialog's events flowing until it has ended.
+    void AwaitCardWork(std::function<void()> work);
+    void evt_Close(wxCloseEvent& event);
     void listbox(const wxString& text);
     void listboxInfoboxKonzept(const wxString& text);
     // Tag named by the first characters of a list item.
@@ -88,6 +97,7 @@ private:
     wxString m_lastSelection;
     std::vector<unsigned char> m_cachedContent;
     wxTimer m_startTimer;
+    bool m_cardWork = false;
 
     wxListBox* m_list = nullptr;
     wxNotebook* m_notebook = nullptr;

@@ -77,6 +77,28 @@ protected:
     wxString Text() const { return dialog->GetTextPage()->GetValue(); }
 };
 
+TEST_F(InfoboxBereichTest, TheViewerRepaintsWhileTheCardIsReadAndStaysOpenMeanwhile) {
+    Open(kJohann, Korvex::TOKEN_ACOS_A03);
+    int ticks = 0;
+    bool closedDuringRead = true, controlsOffDuringRead = false;
+    wxTimer timer;
+    timer.Bind(wxEVT_TIMER, [&](wxTimerEvent&) {
+        if (++ticks != 5) return;
+        controlsOffDuringRead = dialog->IsCardWorkRunning() && !dialog->GetList()->IsEnabled();
+        closedDuringRead = dialog->Close();
+    });
+    TestSupport::Sim::SetLatency(150, 150);  // a slow reader
+    timer.Start(20);
+    Select(Utf8("Personenbindung"));
+    timer.Stop();
+    TestSupport::Sim::SetLatency(0, 0);
+    EXPECT_GT(ticks, 5) << "the event loop stood still while the card was read";
+    EXPECT_TRUE(controlsOffDuringRead);
+    EXPECT_FALSE(closedDuringRead) << "closing waits for the card";
+    EXPECT_TRUE(dialog->GetList()->IsEnabled());
+    EXPECT_TRUE(Text().StartsWith(Utf8("Vorname: Johann\r\n"))) << Text();
+}
+
 TEST_F(InfoboxBereichTest, FixedLayoutListsThreeObjectsAndShowsTheIdentityLink) {
     Open(kJohann, Korvex::TOKEN_ACOS_A03);
     EXPECT_FALSE(dialog->IsInfoboxFileMode());
