@@ -6,10 +6,11 @@
 
 #include <vector>
 
-CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number)
+CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number,
+                            bool readWrite)
 {
     bool sameCard = false;
-    if (slotKnown && p11.OpenSessionOnCard(slot, number, false, sameCard))
+    if (slotKnown && p11.OpenSessionOnCard(slot, number, readWrite, sameCard))
         return CardSession::OPEN;
     if (sameCard) {
         AppLog()->LogError("Error open pkcs#11 session");
@@ -20,7 +21,7 @@ CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKno
     for (size_t i = 0; listed && i < slots.size(); ++i) {
         if (slots[i]->serial != number)
             continue;
-        if (p11.OpenSession(static_cast<int32_t>(i), false))
+        if (p11.OpenSession(static_cast<int32_t>(i), readWrite))
             return CardSession::OPEN;
         AppLog()->LogError("Error open pkcs#11 session");
         return CardSession::SESSION_FAILED;

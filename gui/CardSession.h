@@ -14,4 +14,5 @@ class acPKCS11;
 // How the worker got at the card.
 enum class CardSession { OPEN, CARD_GONE, LIST_UNREADABLE, SESSION_FAILED };
 
-CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number);
+CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number,
+                            bool readWrite = false);

@@ -5,6 +5,7 @@
 #include "base/ByteArray.h"
 #include "formats/InfoboxFS.h"
 #include "formats/Personenbindung.h"
+#include "gui/CardSession.h"
 #include "gui/CardWorkThread.h"
 #include "gui/NoPersB.h"
 #include "gui/Images.h"
@@ -142,7 +143,24 @@ void InfoboxBereich::do_layout() {
 
 void InfoboxBereich::SetP11(Korvex::acPKCS11* token, int slotIndex) {
     m_token = token;
-    m_slot = slotIndex;
+    m_openSession = [slotIndex](Korvex::acPKCS11& p11, bool readWrite) {
+        return p11.OpenSession(slotIndex, readWrite);
+    };
+    m_readTokenInfo = [slotIndex](Korvex::acPKCS11& p11, Korvex::TokenInfoStruct2& info) {
+        return p11.GetTokenInfo(static_cast<unsigned long>(slotIndex), info);
+    };
+}
+
+void InfoboxBereich::SetCard(Korvex::acPKCS11* token, CK_SLOT_ID slotId, const std::string& number) {
+    m_token = token;
+    m_openSession = [slotId, number](Korvex::acPKCS11& p11, bool readWrite) {
+        return OpenCardSession(p11, slotId, true, number, readWrite) == CardSession::OPEN;
+    };
+    m_readTokenInfo = [slotId, number](Korvex::acPKCS11& p11, Korvex::TokenInfoStruct2& info) {
+        if (p11.GetTokenInfoForSlot(slotId, info) && info.serial == number) return true;
+        const int32_t position = p11.findSlotForCin(number);
+        return position >= 0 && p11.GetTokenInfo(static_cast<unsigned long>(position), info);
+    };
 }
 
 int InfoboxBereich::ShowModal() {
@@ -200,9 +218,8 @@ bool InfoboxBereich::LoadInfoboxData(const std::string& label, std::vector<unsig
     bool read = false;
     std::vector<unsigned char> value;
     Korvex::acPKCS11* token = m_token;
-    const int slot = m_slot;
     AwaitCardWork([&] {
-        read = token->OpenSession(slot, false) && token->ReadDataObject(label, value);
+        read = m_openSession(*token, false) && token->ReadDataObject(label, value);
         token->CloseSession();
     });
     if (read) {
@@ -225,8 +242,7 @@ void InfoboxBereich::evt_OnTimer(wxTimerEvent&) {
     bool haveInfo = false;
     if (m_token != nullptr) {
         Korvex::acPKCS11* token = m_token;
-        const unsigned long slot = static_cast<unsigned long>(m_slot);
-        AwaitCardWork([&] { haveInfo = token->GetTokenInfo(slot, info); });
+        AwaitCardWork([&] { haveInfo = m_readTokenInfo(*token, info); });
     }
     m_protect->Disable();
 
@@ -338,9 +354,8 @@ void InfoboxBereich::evt_encrypt(wxCommandEvent&) {
     const bool protect = (type & kProtectedBit) == 0;
     bool written = false;
     Korvex::acPKCS11* token = m_token;
-    const int slot = m_slot;
     AwaitCardWork([&] {
-        if (!token->OpenSession(slot, true)) return;
+        if (!m_openSession(*token, true)) return;
         bool isPrivate = false;
         if (!content.empty() || token->ReadDataObject(label, content, isPrivate))
             written = token->WriteDataObject(label, content, protect);

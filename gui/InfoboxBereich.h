@@ -6,6 +6,8 @@
 
 #include "token/acPKCS11Types.h"
 
+#include <p11-kit/pkcs11.h>
+
 #include <wx/dialog.h>
 #include <wx/timer.h>
 
@@ -41,8 +43,13 @@ public:
     InfoboxBereich(wxWindow* parent, Korvex::TokenType type);
     ~InfoboxBereich() override;
 
-    // The token object is borrowed from the caller.
+    // The token object is borrowed from the caller; `slotIndex` is the card's
+    // position in the card list.
     void SetP11(Korvex::acPKCS11* token, int slotIndex);
+    // The same for the card with this number in reader `slotId`, as the last
+    // refresh saw it: no look-up of every card; the full look-up only when
+    // another card is in that reader now.
+    void SetCard(Korvex::acPKCS11* token, CK_SLOT_ID slotId, const std::string& number);
 
     // Starts the one-shot start timer, so the first load runs once the dialog
     // is on screen, then runs the modal loop.
@@ -90,7 +97,9 @@ private:
     static std::string DataObjectLabel(unsigned char tag);
 
     Korvex::acPKCS11* m_token = nullptr;
-    int m_slot = -1;
+    // How the worker reaches the bound card.
+    std::function<bool(Korvex::acPKCS11&, bool readWrite)> m_openSession;
+    std::function<bool(Korvex::acPKCS11&, Korvex::TokenInfoStruct2&)> m_readTokenInfo;
     Korvex::TokenType m_type;
     std::unique_ptr<LibInfobox::InfoboxFS> m_infobox;
     bool m_infoboxFileMode = false;

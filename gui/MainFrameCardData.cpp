@@ -6,6 +6,7 @@
 #include "base/FileAndDirectory.h"
 #include "base/ShowCertificate.h"
 #include "gui/InfoboxBereich.h"
+#include "gui/ListEntryData.h"
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
@@ -56,12 +57,22 @@ void MainFrame::evt_enc_show(wxCommandEvent&) { ShowCertificate({false}); }
 void MainFrame::evt_pers_show(wxCommandEvent&) {
     if (IsCardWorkRunning()) return;
     CommandScope command(this);
-    int slot = -1;
+    std::string number;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
-    if (!GetSlotIdxForSelectedCard(slot, type)) return;
-
-    InfoboxBereich* dialog = new InfoboxBereich(this, type);
-    dialog->SetP11(m_P11, slot);
+    GetSelectedItem(number, type);
+    const ListEntryData* row = SelectedCardData();
+    InfoboxBereich* dialog = nullptr;
+    if (row != nullptr && !number.empty() && number != EMPTY_CARD) {
+        // The reader the last refresh saw the card in: no look-up of every
+        // card's number on this thread.
+        dialog = new InfoboxBereich(this, type);
+        dialog->SetCard(m_P11, row->slotId, number);
+    } else {
+        int slot = -1;
+        if (!GetSlotIdxForSelectedCard(slot, type)) return;
+        dialog = new InfoboxBereich(this, type);
+        dialog->SetP11(m_P11, slot);
+    }
     wxSafeYield();
     dialog->ShowModal();
     dialog->Destroy();

@@ -2,18 +2,20 @@
 // real reader's latency (30 ms per module call and per APDU unless given),
 // driven through start-up, a reload, a PIN change with the module's PIN
 // dialogue (a scripted pinentry that takes 0.3 s per field), a certificate
-// display and a signature test. A 5 ms timer on the GUI thread records the
-// longest gap between two of its ticks in each phase: the longest time the window
-// could not repaint or answer. Also the time from the click to the PIN
+// display, a signature test and the infobox viewer. A 5 ms timer on the GUI
+// thread records the longest gap between two of its ticks in each phase: the
+// longest time the window could not repaint or answer. Also the time from the click to the PIN
 // dialogue. Needs an X display (xvfb-run). Prints figures; asserts nothing.
 //
 //   bench_responsiveness [call_ms [apdu_ms]]
+#include "gui/InfoboxBereich.h"
 #include "gui/MainFrame.h"
 #include "gui/TestDialog.h"
 #include "token/LoadFreeLib.h"
 
 #include <wx/app.h>
 #include <wx/evtloop.h>
+#include <wx/listbox.h>
 #include <wx/listctrl.h>
 #include <wx/timer.h>
 
@@ -74,6 +76,8 @@ public:
             {"certificate display", [this] { Press(MainFrame::ID_ENC_SHOW); }, [this] { return Idle(); }},
             {"signature test (with PIN dialogue)", [this] { Press(MainFrame::ID_ENC_TEST); },
              [this] { return DriveSignatureTest(); }},
+            {"infobox viewer (open and list)", [this] { Press(MainFrame::ID_PERS_SHOW); },
+             [this] { return DriveInfobox(); }},
         };
         m_frame = new MainFrame(nullptr);
         m_frame->Show();
@@ -112,6 +116,22 @@ private:
             return false;
         }
         return m_signed && Idle();
+    }
+    // Closes the modal infobox viewer once it has listed the card's objects;
+    // true once it has gone.
+    bool DriveInfobox()
+    {
+        for (wxWindow* window : wxTopLevelWindows) {
+            auto* viewer = dynamic_cast<InfoboxBereich*>(window);
+            if (viewer == nullptr)
+                continue;
+            if (viewer->IsModal() && !viewer->IsCardWorkRunning() && !viewer->GetList()->IsEmpty()) {
+                viewer->EndModal(0);
+                m_infoboxShown = true;
+            }
+            return false;
+        }
+        return m_infoboxShown && Idle();
     }
     void SelectJohann()
     {
@@ -166,6 +186,7 @@ private:
     double m_longestGapMs = 0;
     double m_clickToDialogueMs = -1;
     bool m_signed = false;
+    bool m_infoboxShown = false;
     bool m_startPending = false;  // a phase's start() is queued, not yet run
     std::string m_pinLog;
 };
