@@ -235,28 +235,13 @@ void TestDialog::evt_sign(wxCommandEvent&) {
 
     std::vector<unsigned char> digest;
     if (!HashTestText(digest)) return;
-
-    struct Signing {
-        bool opened = false;
-        bool signedOk = false;
-        std::vector<unsigned char> signature;
-    };
-    auto outcome = std::make_shared<Signing>();
-    Korvex::acPKCS11* p11 = m_p11;
-    const std::function<bool(Korvex::acPKCS11&)> open = m_openSession;
+    auto signature = std::make_shared<std::vector<unsigned char>>();
     const std::string label = KeyLabel();
-    RunCardWork(
-        [=] {
-            outcome->opened = open(*p11);
-            if (!outcome->opened) return;
-            outcome->signedOk = p11->Sign(label, digest, outcome->signature, Korvex::HashAlreadyHashed);
-            p11->CloseSession();
-        },
-        [=] {
-            if (!outcome->opened) {
-                SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
-            } else if (outcome->signedOk) {
-                m_signature->SetValue(wxString::FromUTF8(Korvex::b64Encode(outcome->signature)));
+    RunOnCard(
+        [=](Korvex::acPKCS11& p11) { return p11.Sign(label, digest, *signature, Korvex::HashAlreadyHashed); },
+        [=](bool signedOk) {
+            if (signedOk) {
+                m_signature->SetValue(wxString::FromUTF8(Korvex::b64Encode(*signature)));
                 SetStatus(Tr("Signatur erfolgreich!"), false);
             } else {
                 SetStatus(Tr("Fehler beim Signieren"), true);
@@ -272,29 +257,37 @@ void TestDialog::evt_verify(wxCommandEvent&) {
     if (!HashTestText(digest)) return;
     const std::vector<unsigned char> signature =
         Korvex::b64Decode(m_signature->GetValue().ToStdString());
+    const std::string label = PublicKeyLabel();
+    RunOnCard(
+        [=](Korvex::acPKCS11& p11) { return p11.Verify(label, digest, signature, Korvex::HashAlreadyHashed); },
+        [=](bool verified) {
+            if (verified)
+                SetStatus(Tr("Signaturprüfung erfolgreich!"), false);
+            else
+                SetStatus(Tr("Fehler beim Verifizieren der Signatur"), true);
+        });
+}
 
-    struct Verifying {
+void TestDialog::RunOnCard(std::function<bool(Korvex::acPKCS11&)> step, std::function<void(bool)> done) {
+    struct Outcome {
         bool opened = false;
-        bool verified = false;
+        bool result = false;
     };
-    auto outcome = std::make_shared<Verifying>();
+    auto outcome = std::make_shared<Outcome>();
     Korvex::acPKCS11* p11 = m_p11;
     const std::function<bool(Korvex::acPKCS11&)> open = m_openSession;
-    const std::string label = PublicKeyLabel();
     RunCardWork(
         [=] {
             outcome->opened = open(*p11);
             if (!outcome->opened) return;
-            outcome->verified = p11->Verify(label, digest, signature, Korvex::HashAlreadyHashed);
+            outcome->result = step(*p11);
             p11->CloseSession();
         },
         [=] {
             if (!outcome->opened)
                 SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
-            else if (outcome->verified)
-                SetStatus(Tr("Signaturprüfung erfolgreich!"), false);
             else
-                SetStatus(Tr("Fehler beim Verifizieren der Signatur"), true);
+                done(outcome->result);
         });
 }
 

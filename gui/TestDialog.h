@@ -88,6 +88,10 @@ private:
     // Digest of the current test text with the selected algorithm; shows the
     // matching error status on failure.
     bool HashTestText(std::vector<unsigned char>& digest);
+    // Opens the bound card's session on the worker, runs `step` in it and
+    // closes it; here, `done` gets the step's result (a card that could not
+    // be reached is reported instead).
+    void RunOnCard(std::function<bool(Korvex::acPKCS11&)> step, std::function<void(bool)> done);
     // Runs `work` on the worker thread with the buttons off, then `done` here.
     void RunCardWork(std::function<void()> work, std::function<void()> done);
     void evt_WorkFinished(wxCommandEvent& event);
