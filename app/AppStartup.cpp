@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 namespace VessaCards {
 
@@ -29,6 +30,19 @@ bool EndsWithLogSuffix(const std::string& path)
     if (path.size() < suffix.size())
         return false;
     return Korvex::nocase_EndsWith(path, suffix);
+}
+
+// The settings are read before the log can start (where it goes is itself a
+// setting), so what the store reports until then is held and written first.
+std::vector<std::string>& HeldSettingsMessages()
+{
+    static std::vector<std::string> held;
+    return held;
+}
+
+void HoldSettingsMessage(const char* text)
+{
+    HeldSettingsMessages().emplace_back(text != nullptr ? text : "");
 }
 
 } // namespace
@@ -64,6 +78,7 @@ std::string StartApplicationLog(const std::string& directory)
 
 void BootstrapProcess()
 {
+    Korvex::LibConfig::SetErrorLoggingFunc(HoldSettingsMessage);
     GenerateConfig();
     GenerateFileSystem();
 
@@ -81,10 +96,19 @@ void BootstrapProcess()
     std::string directory;
     if (LogDirectoryFromSettings(level, path, directory))
         StartApplicationLog(directory);
+
+    for (const std::string& message : HeldSettingsMessages())
+        LogError(message.c_str());
+    HeldSettingsMessages().clear();
+    Korvex::LibConfig::SetErrorLoggingFunc(LogError);
+    const std::string unusable = I18N::GetHandle()->UnusableCatalog();
+    if (!unusable.empty())
+        LogError(("message catalogue " + unusable + " cannot be used; the German texts are shown").c_str());
 }
 
 void TeardownProcess()
 {
+    Korvex::LibConfig::SetErrorLoggingFunc(nullptr);
     Korvex::Config::GetHandle(0)->Destroy();
     Korvex::FileSystem::GetHandle()->Destroy();
     AppLog()->Destroy();

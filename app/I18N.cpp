@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 const char* const CATALOG_NAME = "VessaClient";
 
@@ -15,18 +16,36 @@ I18N* I18N::m_Handle = nullptr;
 
 namespace {
 
-// The language the desktop asks for, by the usual precedence; false for the
-// C and POSIX locales, which name none.
-bool DesktopNamesALanguage()
+// The catalogue file the toolkit would read for `canonical` (say en_US, then
+// en) under one of `prefixes`, when one is there.
+std::string CatalogFileUnder(const wxString& canonical, const std::vector<wxString>& prefixes)
+{
+    for (const wxString& prefix : prefixes) {
+        for (const wxString& name : {canonical, canonical.BeforeFirst('_')}) {
+            const wxFileName file(prefix + "/" + name + "/LC_MESSAGES/", wxString(CATALOG_NAME) + ".mo");
+            if (file.FileExists())
+                return file.GetFullPath().ToStdString();
+        }
+    }
+    return {};
+}
+
+// The locale the desktop asks for, by the usual precedence ("" when none).
+std::string DesktopLocale()
 {
     for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         const char* value = std::getenv(name);
-        if (value == nullptr || *value == '\0')
-            continue;
-        const std::string locale = value;
-        return !(locale == "C" || locale.rfind("C.", 0) == 0 || locale == "POSIX");
+        if (value != nullptr && *value != '\0')
+            return value;
     }
-    return false;
+    return {};
+}
+
+// False for the C and POSIX locales, which name no language.
+bool DesktopNamesALanguage()
+{
+    const std::string locale = DesktopLocale();
+    return !(locale.empty() || locale == "C" || locale.rfind("C.", 0) == 0 || locale == "POSIX");
 }
 
 } // namespace
@@ -71,6 +90,7 @@ void I18N::CreateLocale(int language)
 
 int I18N::Initialize(long language)
 {
+    m_unusableCatalog.clear();
     if (language == wxLANGUAGE_UNKNOWN)
         language = wxLANGUAGE_DEFAULT;
 
@@ -107,6 +127,12 @@ int I18N::Initialize(long language)
     }
 
     if (!m_Locale->IsLoaded(CATALOG_NAME)) {
+        // A locale made for the desktop's default has no name of its own, and
+        // the desktop may name one the system has not generated.
+        const wxString canonical = language == wxLANGUAGE_DEFAULT
+                                       ? wxString(DesktopLocale()).BeforeFirst('.').BeforeFirst('@')
+                                       : m_Locale->GetCanonicalName();
+        m_unusableCatalog = CatalogFileUnder(canonical, {folder.GetPath(), beside.GetPath()});
         FreeLocale();
         CreateLocale(static_cast<int>(language));
         return I18N_NO_CATALOG;

@@ -3,6 +3,8 @@
 // catalogue keys, so without a catalogue they are shown as they are.
 #pragma once
 
+#include <string>
+
 class wxLocale;
 
 // Base name of the message catalogue.
@@ -25,6 +27,10 @@ public:
     void FreeLocale();
 
     wxLocale* GetLocale() const { return m_Locale; }
+    // A catalogue file for the chosen language that is there but could not be
+    // loaded (empty when none): the user asked for a language and should
+    // learn from the log why the texts stay German.
+    const std::string& UnusableCatalog() const { return m_unusableCatalog; }
 
 private:
     I18N() = default;
@@ -33,5 +39,6 @@ private:
     void CreateLocale(int language);
 
     wxLocale* m_Locale = nullptr;
+    std::string m_unusableCatalog;
     static I18N* m_Handle;
 };

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 
 namespace EndToEnd {
 namespace {
@@ -19,11 +20,18 @@ struct BadFile {
     const char* what;
     std::function<void(const Sandbox&, ProgramRunner&)> make;
     std::string (*path)(const Sandbox&); // the file that must stay as it was
+    const char* reported = "";           // in the log or on standard error; "" when nothing is
 };
 
 std::string UserSettings(const Sandbox& box) { return box.Home() + "/.korvex/vessaclient/config"; }
 std::string AllUsersSettings(const Sandbox& box) { return box.AllUsers() + "/korvex/vessaclient/config"; }
 std::string CardState(const Sandbox& box) { return box.Root() + "/state/cards/1204000000004711/state.xml"; }
+
+std::string LogFolder(const Sandbox& box) { return box.Root() + "/logs"; }
+std::string Catalogue(const Sandbox& box)
+{
+    return box.Root() + "/share/VessaClient/vessaclient/I18N/en/LC_MESSAGES/VessaClient.mo";
+}
 
 void Write(const std::string& path, const std::string& text)
 {
@@ -31,14 +39,55 @@ void Write(const std::string& path, const std::string& text)
     std::ofstream(path, std::ios::binary) << text;
 }
 
+// The all-users settings switch the log on, so a problem found later has a
+// place to be written to.
+void LogOn(const Sandbox& box)
+{
+    std::filesystem::create_directories(LogFolder(box));
+    box.WriteSettings("<vessa_Client><Trace><LogLevel>3</LogLevel><Filename>" + LogFolder(box) +
+                      "</Filename></Trace></vessa_Client>");
+}
+
+void MakeReadOnly(const std::string& folder)
+{
+    std::filesystem::create_directories(folder);
+    ASSERT_EQ(0, chmod(folder.c_str(), 0555));
+}
+
+std::string Reported(const Sandbox& box, const ProgramRunner& program)
+{
+    std::string text = program.StandardError();
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(LogFolder(box), error)) {
+        std::ifstream log(entry.path());
+        text.append(std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>());
+    }
+    return text;
+}
+
 const BadFile kCases[] = {
     {"user settings are a directory",
-     [](const Sandbox& b, ProgramRunner&) { std::filesystem::create_directories(UserSettings(b)); }, UserSettings},
+     [](const Sandbox& b, ProgramRunner&) {
+         LogOn(b);
+         std::filesystem::create_directories(UserSettings(b));
+     },
+     UserSettings, "vessaclient/config is not a regular file; its defaults are used"},
+    {"user settings are unreadable",
+     [](const Sandbox& b, ProgramRunner&) {
+         LogOn(b);
+         Write(UserSettings(b), "<config/>");
+         ASSERT_EQ(0, chmod(UserSettings(b).c_str(), 0));
+     },
+     UserSettings, "vessaclient/config cannot be read; its defaults are used"},
     {"all-users settings are binary garbage",
      [](const Sandbox& b, ProgramRunner&) { Write(AllUsersSettings(b), std::string("\x7f" "ELF\x02\x01\x01\0<<", 10)); },
      AllUsersSettings},
     {"user settings are truncated XML",
-     [](const Sandbox& b, ProgramRunner&) { Write(UserSettings(b), "<config><vessa_Client><Trace"); }, UserSettings},
+     [](const Sandbox& b, ProgramRunner&) {
+         LogOn(b);
+         Write(UserSettings(b), "<config><vessa_Client><Trace");
+     },
+     UserSettings, "vessaclient/config is not well-formed XML"},
     {"all-users settings are huge",
      [](const Sandbox& b, ProgramRunner&) {
          Write(AllUsersSettings(b), "<config>");
@@ -58,6 +107,27 @@ const BadFile kCases[] = {
                          "/not-a-folder/sub</Filename></Trace></vessa_Client>");
      },
      AllUsersSettings},
+    {"the log folder is read-only",
+     [](const Sandbox& b, ProgramRunner&) {
+         LogOn(b);
+         MakeReadOnly(LogFolder(b));
+     },
+     LogFolder, "cannot be written: Permission denied"},
+    {"the home folder is read-only", [](const Sandbox& b, ProgramRunner&) { MakeReadOnly(b.Home()); },
+     [](const Sandbox& b) { return b.Home(); }},
+    {"TMPDIR is read-only", [](const Sandbox& b, ProgramRunner&) { MakeReadOnly(b.Root() + "/tmp"); },
+     [](const Sandbox& b) { return b.Root() + "/tmp"; }},
+    {"the English message catalogue is garbage",
+     [](const Sandbox& b, ProgramRunner& program) {
+         LogOn(b);
+         Write(Catalogue(b), std::string("\xde\x12\x04\x95\0\0\0\0\xff\xff\xff\x7f", 12));
+         // A copy of the program finds the catalogues beside its own folder.
+         std::filesystem::create_directories(b.Root() + "/program");
+         std::filesystem::copy_file(BuiltProgram(), b.Root() + "/program/VessaCards");
+         program.SetProgram(b.Root() + "/program/VessaCards");
+         program.SetEnv("LANG", "en_US.UTF-8");
+     },
+     Catalogue, "VessaClient.mo cannot be used; the German texts are shown"},
     {"TMPDIR points nowhere",
      [](const Sandbox&, ProgramRunner& program) { program.SetEnv("TMPDIR", "/nonexistent/tmp/"); }, UserSettings},
     {"TMPDIR is unset", [](const Sandbox&, ProgramRunner& program) { program.UnsetEnv("TMPDIR"); }, UserSettings},
@@ -116,6 +186,7 @@ TEST(BadFilesTest, ProgramStartsShowsItsCardsAndLeavesTheFilesAsTheyWere)
         if (before.exists && S_ISREG(before.mode)) {
             EXPECT_EQ(before.size, after.size);
         }
+        EXPECT_NE(Reported(sandbox, program).find(c.reported), std::string::npos) << Reported(sandbox, program);
     }
 }
 

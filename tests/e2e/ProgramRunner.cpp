@@ -36,6 +36,11 @@ std::string BinaryDir()
     return Env("KORVEX_BINARY_DIR", ".");
 }
 
+std::string BuiltProgram()
+{
+    return BinaryDir() + "/program/VessaCards";
+}
+
 bool HaveDisplay()
 {
     if (std::getenv("DISPLAY") == nullptr)
@@ -75,7 +80,7 @@ void Sandbox::WriteSettings(const std::string& body) const
 }
 
 ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> arguments)
-    : m_arguments(std::move(arguments)), m_stderrPath(sandbox.Root() + "/stderr-XXXXXX")
+    : m_program(BuiltProgram()), m_arguments(std::move(arguments)), m_stderrPath(sandbox.Root() + "/stderr-XXXXXX")
 {
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
@@ -116,11 +121,19 @@ ProgramRunner::~ProgramRunner()
 
 bool ProgramRunner::Start()
 {
-    const std::string program = BinaryDir() + "/program/VessaCards";
     std::vector<std::string> envText;
     for (const auto& entry : m_env)
         envText.push_back(entry.first + "=" + entry.second);
-    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    static const std::string kDropCapabilities = "/usr/bin/setpriv";
+    static const std::string kFileOverrides = "--bounding-set=-dac_override,-dac_read_search";
+    const bool root = geteuid() == 0 && access(kDropCapabilities.c_str(), X_OK) == 0;
+    const std::string& launcher = root ? kDropCapabilities : m_program;
+    std::vector<char*> argv{const_cast<char*>(launcher.c_str())};
+    if (root) {
+        argv.push_back(const_cast<char*>(kFileOverrides.c_str()));
+        argv.push_back(const_cast<char*>("--"));
+        argv.push_back(m_program.data());
+    }
     for (std::string& argument : m_arguments)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
@@ -134,7 +147,7 @@ bool ProgramRunner::Start()
     posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&files, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&files, 2, m_stderrPath.c_str(), O_WRONLY | O_TRUNC, 0);
-    const bool started = posix_spawn(&m_pid, program.c_str(), &files, nullptr, argv.data(), envp.data()) == 0;
+    const bool started = posix_spawn(&m_pid, launcher.c_str(), &files, nullptr, argv.data(), envp.data()) == 0;
     posix_spawn_file_actions_destroy(&files);
     return started;
 }

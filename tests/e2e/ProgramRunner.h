@@ -27,13 +27,17 @@ private:
 
 class ProgramRunner {
 public:
-    // The program as built, with the simulated module on the loader path.
+    // The program as built, with the simulated module on the loader path. Run
+    // by root, it runs without the right to override file permissions, as a
+    // user's program would: an unreadable file is unreadable to it.
     ProgramRunner(const Sandbox& sandbox, std::vector<std::string> arguments = {});
     ~ProgramRunner();
 
     // Overrides or adds an environment variable of the child.
     void SetEnv(const std::string& name, const std::string& value) { m_env[name] = value; }
     void UnsetEnv(const std::string& name) { m_env.erase(name); }
+    // Runs this copy of the program instead of the built one.
+    void SetProgram(const std::string& path) { m_program = path; }
     bool Start();
     pid_t Pid() const { return m_pid; }
     // Waits up to `seconds` for the child to end; false when it still runs.
@@ -44,6 +48,7 @@ public:
     std::string StandardError() const;
 
 private:
+    std::string m_program;
     std::vector<std::string> m_arguments;
     std::map<std::string, std::string> m_env;
     std::string m_stderrPath;
@@ -52,6 +57,7 @@ private:
 };
 
 std::string BinaryDir();
+std::string BuiltProgram();
 bool HaveDisplay();
 
 // Top-level X windows of a process that are on screen.
