@@ -6,7 +6,6 @@
 #include "formats/InfoboxFS.h"
 #include "formats/Personenbindung.h"
 #include "gui/CardSession.h"
-#include "gui/CardWorkThread.h"
 #include "gui/NoPersB.h"
 #include "gui/Images.h"
 #include "gui/Translate.h"
@@ -189,23 +188,12 @@ void InfoboxBereich::ShowNoPersB() {
 void InfoboxBereich::AwaitCardWork(std::function<void()> work) {
     const bool wasEnabled = m_list->IsEnabled();
     MyEnable(false);
-    m_cardWork = true;
-    CardWorkThread worker(nullptr, std::move(work));
-    if (worker.Create() == wxTHREAD_NO_ERROR && worker.Run() == wxTHREAD_NO_ERROR) {
-        // Paint and timer events flow meanwhile; the controls are off, so
-        // nothing here starts a second card call.
-        while (worker.IsRunning()) {
-            wxYieldIfNeeded();
-            wxMilliSleep(5);
-        }
-        worker.Wait();
-    }
-    m_cardWork = false;
+    m_cardWork.RunAndWait(std::move(work));
     if (wasEnabled) MyEnable(true);
 }
 
 void InfoboxBereich::evt_Close(wxCloseEvent& event) {
-    if (m_cardWork && event.CanVeto()) {
+    if (m_cardWork.Running() && event.CanVeto()) {
         event.Veto();
         return;
     }

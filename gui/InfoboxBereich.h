@@ -4,6 +4,7 @@
 // and unprotected storage.
 #pragma once
 
+#include "gui/CardWork.h"
 #include "token/acPKCS11Types.h"
 
 #include <p11-kit/pkcs11.h>
@@ -69,7 +70,7 @@ public:
 
     // Card reads and writes run on the card-work thread; meanwhile the dialog
     // repaints with its controls off, and closing it waits.
-    bool IsCardWorkRunning() const { return m_cardWork; }
+    bool IsCardWorkRunning() const { return m_cardWork.Running(); }
 
     // The widgets and state, for callers that drive the dialog without a mouse.
     wxListBox* GetList() const { return m_list; }
@@ -106,7 +107,7 @@ private:
     wxString m_lastSelection;
     std::vector<unsigned char> m_cachedContent;
     wxTimer m_startTimer;
-    bool m_cardWork = false;
+    CardWork m_cardWork;
 
     wxListBox* m_list = nullptr;
     wxNotebook* m_notebook = nullptr;

@@ -7,7 +7,6 @@
 #include "app/VessaCardsLogger.h"
 #include "base/Config.h"
 #include "gui/CardStatusText.h"
-#include "gui/CardWorkThread.h"
 #include "gui/Images.h"
 #include "gui/LocalizedBanner.h"
 #include "gui/RefreshCardThread.h"
@@ -57,7 +56,6 @@ wxBEGIN_EVENT_TABLE(MainFrame, wxFrame)
     EVT_LIST_ITEM_ACTIVATED(ID_CARD_LIST, MainFrame::evt_ItemDoubleClick)
     EVT_LIST_KEY_DOWN(ID_CARD_LIST, MainFrame::evt_ListKeyDown)
     EVT_MENU(ID_THREAD_FINISHED, MainFrame::evt_ThreadFinished)
-    EVT_MENU(CardWorkThread::ID_WORK_FINISHED, MainFrame::evt_WorkFinished)
     EVT_CHAR_HOOK(MainFrame::OnCharHook)
 wxEND_EVENT_TABLE()
 // clang-format on
@@ -177,13 +175,9 @@ MainFrame::~MainFrame()
     m_StartTimer.Stop();
     m_FadeTimer.Stop();
     m_WatchTimer.Stop();
-    if (m_Worker != nullptr) {
-        // A PIN change cannot be cut off halfway: the card work ends first,
-        // its result is dropped with the window.
-        m_Worker->Wait();
-        delete m_Worker;
-        m_Worker = nullptr;
-    }
+    // A PIN change cannot be cut off halfway: the card work ends before the
+    // token goes, its result is dropped with the window.
+    m_CardWork.Wait();
     if (m_Thread != nullptr) {
         // The thread still works with the token object; let it finish first.
         m_Thread->Wait();

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "gui/CardWatch.h"
+#include "gui/CardWork.h"
 #include "gui/FadeOut.h"
 #include "gui/ListEntryData.h"
 #include "gui/PleaseWait.h"
@@ -18,7 +19,6 @@
 #include <string>
 #include <vector>
 
-class CardWorkThread;
 class RefreshCardThread;
 class wxBitmapButton;
 class wxButton;
@@ -93,8 +93,6 @@ public:
     virtual void evt_ItemDoubleClick(wxListEvent& event);
     virtual void evt_ListKeyDown(wxListEvent& event);
     virtual void evt_ThreadFinished(wxCommandEvent& event);
-    // The card work of a command has ended: its result is shown.
-    virtual void evt_WorkFinished(wxCommandEvent& event);
     virtual void evt_OnPopupClick(wxCommandEvent& event);
     // Looks for cards that came or went and refreshes the list when one did.
     virtual void evt_OnWatchTimer(wxTimerEvent& event);
@@ -147,7 +145,7 @@ public:
     bool IsRefreshRunning() const { return m_Thread != nullptr; }
     bool IsCommandRunning() const { return m_CommandDepth > 0; }
     // A command's card work runs on its worker thread (the window is locked).
-    bool IsCardWorkRunning() const { return m_Worker != nullptr; }
+    bool IsCardWorkRunning() const { return m_CardWork.Running(); }
     wxTimer& GetWatchTimer() { return m_WatchTimer; }
     // The PIN state line of an application's box.
     wxStaticText* GetPinStateText(Korvex::ApplType appl) const;
@@ -231,8 +229,7 @@ private:
     wxString m_Version;
     Korvex::acPKCS11* m_P11 = nullptr;
     RefreshCardThread* m_Thread = nullptr;
-    CardWorkThread* m_Worker = nullptr;
-    std::function<void()> m_WorkDone;
+    CardWork m_CardWork;
     // Rows of the last refresh, by card number (the list keeps only texts).
     ListEntryVector m_Rows;
     std::string m_SelectedBeforeRefresh;

@@ -6,7 +6,6 @@
 
 #include "app/VessaCardsLogger.h"
 #include "gui/CardSession.h"
-#include "gui/CardWorkThread.h"
 #include "gui/Translate.h"
 #include "token/CardPinStates.h"
 #include "token/acPKCS11.h"
@@ -85,38 +84,24 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
     MyEnable(false);
     m_Wait.Centre(wxBOTH);
     m_Wait.Show();
-    m_WorkDone = std::move(done);
-    m_Worker = new CardWorkThread(this, std::move(work));
-    if (m_Worker->Create() == wxTHREAD_NO_ERROR && m_Worker->Run() == wxTHREAD_NO_ERROR)
+    const bool started = m_CardWork.Start(std::move(work), [this, done = std::move(done)] {
+        if (!IsClosing()) {
+            m_Wait.Hide();
+            MyEnable(true);
+            // Showing the result yields to the event loop: the watch must not
+            // start a refresh before the result is in place.
+            if (done)
+                done();
+        }
+        --m_CommandDepth;
+    });
+    if (started)
         return true;
     AppLog()->LogError("cannot start card work thread");
-    delete m_Worker;
-    m_Worker = nullptr;
-    m_WorkDone = nullptr;
     m_Wait.Hide();
     MyEnable(true);
     --m_CommandDepth;
     return false;
-}
-
-void MainFrame::evt_WorkFinished(wxCommandEvent& /*event*/)
-{
-    if (m_Worker == nullptr)
-        return;
-    m_Worker->Wait();
-    delete m_Worker;
-    m_Worker = nullptr;
-    std::function<void()> done = std::move(m_WorkDone);
-    m_WorkDone = nullptr;
-    if (!IsClosing()) {
-        m_Wait.Hide();
-        MyEnable(true);
-        // Showing the result yields to the event loop: the watch must not
-        // start a refresh before the result is in place.
-        if (done)
-            done();
-    }
-    --m_CommandDepth;
 }
 
 void MainFrame::ApplyPinStates(const std::string& number, const Korvex::CardPinStates& pins)

@@ -5,7 +5,6 @@
 #include "base/base64.h"
 #include "crypto/Hash.h"
 #include "gui/CardSession.h"
-#include "gui/CardWorkThread.h"
 #include "gui/FadeOut.h"
 #include "gui/Images.h"
 #include "gui/StatusLine.h"
@@ -41,7 +40,6 @@ wxBEGIN_EVENT_TABLE(TestDialog, wxDialog)
     EVT_BUTTON(TestDialog::ID_VERIFY, TestDialog::evt_verify)
     EVT_BUTTON(TestDialog::ID_CLOSE, TestDialog::evt_closedlg)
     EVT_TIMER(TestDialog::ID_FADE_TIMER, TestDialog::evt_OnFadeOut)
-    EVT_MENU(CardWorkThread::ID_WORK_FINISHED, TestDialog::evt_WorkFinished)
     EVT_CLOSE(TestDialog::evt_Close)
 wxEND_EVENT_TABLE()
 
@@ -70,11 +68,6 @@ TestDialog::TestDialog(wxWindow* parent, wxWindowID id, const wxString& title, c
 
 TestDialog::~TestDialog() {
     m_fadeTimer.Stop();
-    // A signature cannot be stopped halfway: the card finishes it first.
-    if (m_worker != nullptr) {
-        m_worker->Wait();
-        delete m_worker;
-    }
 }
 
 void TestDialog::set_properties() {
@@ -292,30 +285,19 @@ void TestDialog::RunOnCard(std::function<bool(Korvex::acPKCS11&)> step, std::fun
 }
 
 void TestDialog::RunCardWork(std::function<void()> work, std::function<void()> done) {
-    m_worker = new CardWorkThread(this, std::move(work));
-    if (m_worker->Create() != wxTHREAD_NO_ERROR || m_worker->Run() != wxTHREAD_NO_ERROR) {
-        delete m_worker;
-        m_worker = nullptr;
+    const bool started = m_cardWork.Start(std::move(work), [this, done = std::move(done)] {
+        SetCursor(wxNullCursor);
+        for (wxButton* button : {m_signButton, m_verifyButton, m_closeButton}) button->Enable();
+        m_hash->Enable();
+        done();
+    });
+    if (!started) {
         SetStatus(Tr("Fehler beim Aufbau der Verbindung zur Karte"), true);
         return;
     }
-    m_workDone = std::move(done);
     for (wxButton* button : {m_signButton, m_verifyButton, m_closeButton}) button->Disable();
     m_hash->Disable();
     SetCursor(wxCursor(wxCURSOR_WAIT));
-}
-
-void TestDialog::evt_WorkFinished(wxCommandEvent&) {
-    if (m_worker == nullptr) return;
-    m_worker->Wait();
-    delete m_worker;
-    m_worker = nullptr;
-    SetCursor(wxNullCursor);
-    for (wxButton* button : {m_signButton, m_verifyButton, m_closeButton}) button->Enable();
-    m_hash->Enable();
-    std::function<void()> done = std::move(m_workDone);
-    m_workDone = nullptr;
-    if (done) done();
 }
 
 void TestDialog::evt_Close(wxCloseEvent& event) {

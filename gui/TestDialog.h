@@ -4,6 +4,7 @@
 #pragma once
 
 #include "crypto/HashAlgorithm.h"
+#include "gui/CardWork.h"
 #include "token/acPKCS11Types.h"
 
 #include <p11-kit/pkcs11.h>
@@ -15,7 +16,6 @@
 #include <memory>
 #include <string>
 
-class CardWorkThread;
 class FadeOut;
 class wxButton;
 class wxComboBox;
@@ -60,7 +60,7 @@ public:
     // Signing and verifying run on a worker thread (the module shows its PIN
     // dialogue inside); the dialog keeps repainting and cannot be closed
     // until the card is done.
-    bool IsCardWorkRunning() const { return m_worker != nullptr; }
+    bool IsCardWorkRunning() const { return m_cardWork.Running(); }
 
     // The widgets, for callers that drive the dialog without a mouse.
     wxTextCtrl* GetTextField() const { return m_text; }
@@ -94,7 +94,6 @@ private:
     void RunOnCard(std::function<bool(Korvex::acPKCS11&)> step, std::function<void(bool)> done);
     // Runs `work` on the worker thread with the buttons off, then `done` here.
     void RunCardWork(std::function<void()> work, std::function<void()> done);
-    void evt_WorkFinished(wxCommandEvent& event);
     void evt_Close(wxCloseEvent& event);
 
     wxTextCtrl* m_text = nullptr;
@@ -114,8 +113,7 @@ private:
     // Opens the session on the bound card (on the worker thread).
     std::function<bool(Korvex::acPKCS11&)> m_openSession;
     Korvex::ApplType m_appl = Korvex::APPL_SIGNATURE;
-    CardWorkThread* m_worker = nullptr;
-    std::function<void()> m_workDone;
+    CardWork m_cardWork;
 
     wxDECLARE_EVENT_TABLE();
 };
