@@ -142,6 +142,20 @@ const BadFile kCases[] = {
     {"a card's state file is garbage",
      [](const Sandbox& b, ProgramRunner&) { Write(CardState(b), "<card><pin index=\"0\" \xff"); },
      CardState},
+    {"a card's state file is a directory",
+     [](const Sandbox& b, ProgramRunner&) { std::filesystem::create_directories(CardState(b)); }, CardState},
+    {"a card's state file is huge",
+     [](const Sandbox& b, ProgramRunner&) {
+         Write(CardState(b), "<card>");
+         ASSERT_EQ(0, truncate(CardState(b).c_str(), 100 << 20));
+     },
+     CardState},
+    {"the simulator's control file is huge",
+     [](const Sandbox& b, ProgramRunner&) {
+         Write(b.Root() + "/state/control", "# padded\n");
+         ASSERT_EQ(0, truncate((b.Root() + "/state/control").c_str(), 100 << 20));
+     },
+     CardState},
     {"the simulator's control file is garbage",
      [](const Sandbox& b, ProgramRunner&) { Write(b.Root() + "/state/control", "\x01\x02slot\nslot x remove\nfault 1 C_Nothing=\n"); },
      CardState},
