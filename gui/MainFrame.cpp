@@ -243,15 +243,7 @@ void MainFrame::do_layout()
     sizer_groups->Add(sizer_pers, 1, wxEXPAND);
     sizer_main->Add(sizer_groups, 0, wxEXPAND | wxLEFT | wxRIGHT | wxTOP, 10);
 
-    wxBoxSizer* sizer_status = new wxBoxSizer(wxHORIZONTAL);
-    sizer_status->AddStretchSpacer();
-    sizer_status->Add(bitmap_status, 0, wxALIGN_CENTER_VERTICAL | wxRIGHT, 8);
-    sizer_status->Add(label_status, 0, wxALIGN_CENTER_VERTICAL);
-    sizer_status->AddStretchSpacer();
-    // The status line keeps its height while hidden, so the window does not
-    // jump when a message appears.
-    sizer_status->SetMinSize(wxSize(-1, 40));
-    sizer_main->Add(sizer_status, 0, wxEXPAND | wxALL, 8);
+    sizer_main->Add(StatusLine::MakeRow(bitmap_status, label_status, 40), 0, wxEXPAND | wxALL, 8);
 
     panel_main->SetSizer(sizer_main);
     wxBoxSizer* sizer_frame = new wxBoxSizer(wxVERTICAL);

@@ -6,12 +6,24 @@
 #include "gui/XpmImage.h"
 
 #include <wx/bitmap.h>
+#include <wx/sizer.h>
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 #include <wx/timer.h>
 #include <wx/utils.h>
 
 namespace StatusLine {
+
+wxBoxSizer* MakeRow(wxStaticBitmap* icon, wxStaticText* text, int height)
+{
+    wxBoxSizer* row = new wxBoxSizer(wxHORIZONTAL);
+    row->AddStretchSpacer();
+    row->Add(icon, 0, wxALIGN_CENTER_VERTICAL | wxRIGHT, 8);
+    row->Add(text, 0, wxALIGN_CENTER_VERTICAL);
+    row->AddStretchSpacer();
+    row->SetMinSize(wxSize(-1, height));
+    return row;
+}
 
 void Show(wxWindow* owner, wxWindow* yieldFor, wxStaticText* text, wxStaticBitmap* icon,
           const wxString& message, bool isError, FadeOut& fade, wxTimer& timer,

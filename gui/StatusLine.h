@@ -5,6 +5,7 @@
 #pragma once
 
 class FadeOut;
+class wxBoxSizer;
 class wxColour;
 class wxStaticBitmap;
 class wxStaticText;
@@ -25,6 +26,10 @@ constexpr int kFadeStepMs = 100;
 void Show(wxWindow* owner, wxWindow* yieldFor, wxStaticText* text, wxStaticBitmap* icon,
           const wxString& message, bool isError, FadeOut& fade, wxTimer& timer,
           const wxColour& foreground, const wxColour& background);
+
+// The line's row: icon and text centred, at least `height` high even while
+// hidden, so the window does not jump when a message appears.
+wxBoxSizer* MakeRow(wxStaticBitmap* icon, wxStaticText* text, int height);
 
 // One tick of the fade timer.
 void Step(wxStaticText* text, wxStaticBitmap* icon, FadeOut& fade, wxTimer& timer);

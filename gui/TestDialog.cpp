@@ -107,14 +107,7 @@ void TestDialog::do_layout() {
     buttons->Add(m_closeButton, 0);
     top->Add(buttons, 0, wxEXPAND | wxLEFT | wxRIGHT | wxBOTTOM, 8);
 
-    wxBoxSizer* status = new wxBoxSizer(wxHORIZONTAL);
-    status->AddStretchSpacer();
-    status->Add(m_statusIcon, 0, wxALIGN_CENTER_VERTICAL | wxRIGHT, 8);
-    status->Add(m_statusText, 0, wxALIGN_CENTER_VERTICAL);
-    status->AddStretchSpacer();
-    // Keeps the dialog from jumping when the status line appears.
-    status->SetMinSize(wxSize(-1, 36));
-    top->Add(status, 0, wxEXPAND | wxLEFT | wxRIGHT | wxBOTTOM, 8);
+    top->Add(StatusLine::MakeRow(m_statusIcon, m_statusText, 36), 0, wxEXPAND | wxLEFT | wxRIGHT | wxBOTTOM, 8);
 
     SetSizer(top);
     top->Fit(this);

@@ -15,18 +15,17 @@ namespace {
 
 std::string cardArgument(const char* card) { return (card && *card) ? card : "*"; }
 
-} // namespace
-
-extern "C" {
-
-CK_RV vsim_set_fault(const char* function, const char* serial, CK_RV rv, int times) {
+// A fault rule set through the API for `function` on `card` ("*": every
+// card), `times` calls long (0 or less: until cleared).
+template <typename Shape>
+CK_RV addApiFault(const char* function, const char* card, int times, Shape shape) {
     return guarded([&] {
         if (!function || !*function) return CKR_ARGUMENTS_BAD;
         FaultRule rule;
         rule.function = function;
-        rule.card = cardArgument(serial);
-        rule.rv = rv;
+        rule.card = cardArgument(card);
         rule.times = times > 0 ? times : -1;
+        shape(rule);
         Module& module = Module::instance();
         std::lock_guard<std::mutex> guard(module.mutex);
         module.faults.add(rule, FaultSource::Api);
@@ -34,19 +33,16 @@ CK_RV vsim_set_fault(const char* function, const char* serial, CK_RV rv, int tim
     });
 }
 
+} // namespace
+
+extern "C" {
+
+CK_RV vsim_set_fault(const char* function, const char* serial, CK_RV rv, int times) {
+    return addApiFault(function, serial, times, [rv](FaultRule& rule) { rule.rv = rv; });
+}
+
 CK_RV vsim_set_malformed(const char* function, const char* serial, int times) {
-    return guarded([&] {
-        if (!function || !*function) return CKR_ARGUMENTS_BAD;
-        FaultRule rule;
-        rule.function = function;
-        rule.card = cardArgument(serial);
-        rule.malformed = true;
-        rule.times = times > 0 ? times : -1;
-        Module& module = Module::instance();
-        std::lock_guard<std::mutex> guard(module.mutex);
-        module.faults.add(rule, FaultSource::Api);
-        return CKR_OK;
-    });
+    return addApiFault(function, serial, times, [](FaultRule& rule) { rule.malformed = true; });
 }
 
 CK_RV vsim_add_faults(const char* ruleText) {
