@@ -6,6 +6,7 @@
 #include "sim/SimPaths.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <atomic>
 #include <sstream>
 
@@ -45,14 +46,20 @@ void Card::loadState() {
     factoryPins();
     m_savedData.clear();
     std::string text;
-    // A damaged state file counts as factory state.
-    if (m_stateFile.read(text) && !readCardState(text, m_pins, m_savedData)) {
+    // A damaged state file counts as factory state; it is kept aside at the
+    // next save instead of being written over.
+    m_stateDamaged = m_stateFile.read(text) && !readCardState(text, m_pins, m_savedData);
+    if (m_stateDamaged) {
+        std::fprintf(stderr, "libVessaP11: card state file %s is damaged; the card starts from its factory state\n",
+                     m_stateFile.path().c_str());
         factoryPins();
         m_savedData.clear();
     }
 }
 
 bool Card::saveState() {
+    if (m_stateDamaged && !m_stateFile.setAside()) return false;
+    m_stateDamaged = false;
     return m_stateFile.write(writeCardState(m_spec.serial, m_pins, m_savedData));
 }
 

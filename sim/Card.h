@@ -95,6 +95,7 @@ private:
     std::shared_ptr<CardKeys> m_keys;
     Bytes m_factoryIdentityLink;
     bool m_objectsReady = false;
+    bool m_stateDamaged = false;
     std::vector<std::unique_ptr<SimObject>> m_objects;
     SavedDataObjects m_savedData;  // by label; written objects only
 };

@@ -3,6 +3,7 @@
 #include "sim/CardStateFile.h"
 
 #include <cerrno>
+#include <string>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -52,6 +53,16 @@ bool CardStateFile::write(const std::string& text) {
 bool CardStateFile::remove() {
     m_known = FileStamp();
     return removeFile(m_path);
+}
+
+bool CardStateFile::setAside() {
+    for (int n = 0; n < 10; ++n) {
+        const std::string aside = m_path + ".broken" + (n == 0 ? "" : "." + std::to_string(n));
+        if (::access(aside.c_str(), F_OK) == 0) continue;
+        m_known = FileStamp();
+        return ::rename(m_path.c_str(), aside.c_str()) == 0;
+    }
+    return false;
 }
 
 int CardStateFile::lockDescriptor() {

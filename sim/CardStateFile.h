@@ -25,6 +25,11 @@ public:
     // Replaces the file atomically.
     bool write(const std::string& text);
     bool remove();
+    // Moves a damaged file out of the way, to the first free name of
+    // "state.xml.broken", ".broken.1" ... ".broken.9", so that the next write
+    // does not destroy what the user had. False when none was free.
+    bool setAside();
+    const std::string& path() const { return m_path; }
 
     // Holds the card's lock file (exclusive between processes) while alive.
     // Within one process the module mutex already serialises the callers.

@@ -141,7 +141,7 @@ const BadFile kCases[] = {
      AllUsersSettings},
     {"a card's state file is garbage",
      [](const Sandbox& b, ProgramRunner&) { Write(CardState(b), "<card><pin index=\"0\" \xff"); },
-     CardState},
+     CardState, "state.xml is damaged; the card starts from its factory state"},
     {"a card's state file is a directory",
      [](const Sandbox& b, ProgramRunner&) { std::filesystem::create_directories(CardState(b)); }, CardState},
     {"a card's state file is huge",

@@ -4,6 +4,7 @@
 #include "SimHarness.h"
 
 #include <algorithm>
+#include <filesystem>
 
 
 using namespace SimTesting;
@@ -120,6 +121,22 @@ TEST_F(SimPins, LoginAsksOnTheProtectedPathOrChecksTheGivenPin) {
     CK_SESSION_INFO info;
     ASSERT_EQ(p11->C_GetSessionInfo(openSession(3), &info), CKR_OK);
     EXPECT_EQ(info.state, CKS_RO_PUBLIC_SESSION);
+}
+
+TEST_F(SimPins, ADamagedStateFileMeansFactoryStateAndIsKeptAsideAtTheNextChange) {
+    const std::string state = m_dir + "/state/cards/" + kAcosA04 + "/state.xml";
+    const std::string damaged = "<card><pin index=\"0\" tries=\"1\" \xff";
+    std::filesystem::create_directories(std::filesystem::path(state).parent_path());
+    WriteText(state, damaged);
+    WriteText(state + ".broken", "an earlier copy");
+    reload();
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
+    EXPECT_EQ(ReadText(state), damaged) << "reading never rewrites";
+    ASSERT_EQ(command({"123456", "654321", "654321"}), CKR_OK);
+    EXPECT_EQ(ReadText(state + ".broken"), "an earlier copy");
+    EXPECT_EQ(ReadText(state + ".broken.1"), damaged);
+    reload();
+    EXPECT_EQ(command({"654321", "123456", "123456"}), CKR_OK) << "the new PIN was saved";
 }
 
 TEST_F(SimPins, ResetRestoresFactoryPinsAndCountersInTheModuleAndOnDisk) {
