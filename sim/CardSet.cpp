@@ -1,6 +1,7 @@
 // Card-set files: reading, writing, the demo set and generated sets.
 #include "sim/CardSet.h"
 
+#include <algorithm>
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
 
@@ -31,6 +32,12 @@ bool allHex(const std::string& text) {
         if (!std::isxdigit(static_cast<unsigned char>(c))) return false;
     }
     return true;
+}
+
+// A character reference such as "&#0;" reads as a control character that no
+// XML file can hold, so the set could not be written back.
+bool hasControlCharacter(const std::string& text) {
+    return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
 
 bool parseBool(const std::string& text, bool fallback) {
@@ -116,6 +123,13 @@ bool validateCard(const CardSpec& card, std::string& error) {
         error = "serial '" + card.serial + "' is not 16 hexadecimal digits";
         return false;
     }
+    for (const std::string* text : {&card.id, &card.givenName, &card.familyName, &card.birthDate, &card.baseId,
+                                    &card.label}) {
+        if (hasControlCharacter(*text)) {
+            error = "card " + card.serial + " has a control character in a text";
+            return false;
+        }
+    }
     if (card.tokenLabel().size() > 32) {
         error = "label of card " + card.serial + " is longer than 32 bytes";
         return false;
@@ -174,8 +188,8 @@ bool parseCardSet(std::istream& xml, CardSetSpec& out, std::string& error) {
         if (child.first == "reader") {
             ReaderSpec reader;
             reader.name = child.second.get<std::string>("<xmlattr>.name", "");
-            if (reader.name.empty() || reader.name.size() > 64) {
-                error = "reader without a name or with a name longer than 64 bytes";
+            if (reader.name.empty() || reader.name.size() > 64 || hasControlCharacter(reader.name)) {
+                error = "reader without a name, with a name longer than 64 bytes or with a control character";
                 return false;
             }
             reader.removable = parseBool(child.second.get<std::string>("<xmlattr>.removable", ""), true);

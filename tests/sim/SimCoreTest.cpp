@@ -87,6 +87,11 @@ TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
          "more than one card"},
         {"<cardset><reader><card generation='ECARD-G2' serial='1204000000004711'/></reader></cardset>", "name"},
         {"<cardset><reader name='A'", ""},
+        // Control characters cannot be written back into a card-set file.
+        {"<cardset><reader name='A'><card generation='ECARD-G2' serial='1204000000004711' family='&#;x'/>"
+         "</reader></cardset>",
+         "control character"},
+        {"<cardset><reader name='A&#9;'/></cardset>", "control character"},
     };
     for (const auto& b : bad) {
         std::istringstream in(b.xml);
