@@ -24,7 +24,7 @@ std::string CatalogFileUnder(const wxString& canonical, const std::vector<wxStri
         for (const wxString& name : {canonical, canonical.BeforeFirst('_')}) {
             const wxFileName file(prefix + "/" + name + "/LC_MESSAGES/", wxString(CATALOG_NAME) + ".mo");
             if (file.FileExists())
-                return file.GetFullPath().ToStdString();
+                return file.GetFullPath().utf8_string();
         }
     }
     return {};
