@@ -1,7 +1,6 @@
 // Card-set files: reading, writing, the demo set and generated sets.
 #include "sim/CardSet.h"
 
-#include <algorithm>
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
 
@@ -32,12 +31,6 @@ bool allHex(const std::string& text) {
         if (!std::isxdigit(static_cast<unsigned char>(c))) return false;
     }
     return true;
-}
-
-// A character reference such as "&#0;" reads as a control character that no
-// XML file can hold, so the set could not be written back.
-bool hasControlCharacter(const std::string& text) {
-    return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
 
 bool parseBool(const std::string& text, bool fallback) {

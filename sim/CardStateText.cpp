@@ -35,7 +35,7 @@ bool readCardState(const std::string& text, PinState (&pins)[PinCount], SavedDat
         } else if (child.first == "object") {
             const std::string label = attrs.get<std::string>("label", "");
             const std::vector<unsigned char> value = hexToBytes(attrs.get<std::string>("value", ""));
-            if (label.empty() || value.size() > kMaxDataObjectSize) continue;
+            if (label.empty() || hasControlCharacter(label) || value.size() > kMaxDataObjectSize) continue;
             SavedDataObject& saved = objects[label];
             saved.value = value;
             saved.isPrivate = attrs.get<bool>("private", false);

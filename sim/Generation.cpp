@@ -5,6 +5,8 @@
 
 #include "base/Conversion.h"
 
+#include <algorithm>
+
 #include <strings.h>
 
 namespace VessaSim {
@@ -86,6 +88,10 @@ std::string bytesToHex(const std::vector<unsigned char>& data) {
     std::string out;
     Korvex::BinData2HexStr(data, out);
     return out;
+}
+
+bool hasControlCharacter(const std::string& text) {
+    return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
 
 } // namespace VessaSim

@@ -41,5 +41,8 @@ std::vector<Generation> allCardGenerations();
 std::vector<unsigned char> hexToBytes(const std::string& hex);
 // Upper-case digits, no separator.
 std::string bytesToHex(const std::vector<unsigned char>& data);
+// A character reference such as "&#0;" reads as a control character that no
+// XML file can hold: a text with one could not be written back.
+bool hasControlCharacter(const std::string& text);
 
 } // namespace VessaSim

@@ -152,7 +152,8 @@ TEST(SimCardState, ReadingKeepsPinsValidAndRoundTrips) {
     ASSERT_TRUE(readCardState("<card><pin index='0' value='12a4' tries='-5' puk-tries='99'/>"
                               "<pin index='1' value='9876' tries='2'/><pin index='7' value='1111'/>"
                               "<object label='RFU1' private='true' type='258' value='0A0b'/>"
-                              "<object value='00'/><object label='big' value='" + big + "'/></card>",
+                              "<object value='00'/><object label='big' value='" + big + "'/>"
+                              "<object label='R&#;U2' value='00'/></card>",
                               pins, objects));
     EXPECT_EQ(pins[0].value, "1234") << "a value of the wrong format is not taken";
     EXPECT_EQ(pins[0].tries, 0);
