@@ -39,6 +39,13 @@ void Write(const std::string& path, const std::string& text)
     std::ofstream(path, std::ios::binary) << text;
 }
 
+// `head` padded with zero bytes to 100 MB.
+void WriteHuge(const std::string& path, const std::string& head)
+{
+    Write(path, head);
+    ASSERT_EQ(0, truncate(path.c_str(), 100 << 20));
+}
+
 // The all-users settings switch the log on, so a problem found later has a
 // place to be written to.
 void LogOn(const Sandbox& box)
@@ -89,11 +96,7 @@ const BadFile kCases[] = {
      },
      UserSettings, "vessaclient/config is not well-formed XML"},
     {"all-users settings are huge",
-     [](const Sandbox& b, ProgramRunner&) {
-         Write(AllUsersSettings(b), "<config>");
-         ASSERT_EQ(0, truncate(AllUsersSettings(b).c_str(), 100 << 20));
-     },
-     AllUsersSettings},
+     [](const Sandbox& b, ProgramRunner&) { WriteHuge(AllUsersSettings(b), "<config>"); }, AllUsersSettings},
     {"user settings are a dangling link",
      [](const Sandbox& b, ProgramRunner&) {
          std::filesystem::create_directories(b.Home() + "/.korvex/vessaclient");
@@ -145,17 +148,9 @@ const BadFile kCases[] = {
     {"a card's state file is a directory",
      [](const Sandbox& b, ProgramRunner&) { std::filesystem::create_directories(CardState(b)); }, CardState},
     {"a card's state file is huge",
-     [](const Sandbox& b, ProgramRunner&) {
-         Write(CardState(b), "<card>");
-         ASSERT_EQ(0, truncate(CardState(b).c_str(), 100 << 20));
-     },
-     CardState},
+     [](const Sandbox& b, ProgramRunner&) { WriteHuge(CardState(b), "<card>"); }, CardState},
     {"the simulator's control file is huge",
-     [](const Sandbox& b, ProgramRunner&) {
-         Write(b.Root() + "/state/control", "# padded\n");
-         ASSERT_EQ(0, truncate((b.Root() + "/state/control").c_str(), 100 << 20));
-     },
-     CardState},
+     [](const Sandbox& b, ProgramRunner&) { WriteHuge(b.Root() + "/state/control", "# padded\n"); }, CardState},
     {"the simulator's control file is garbage",
      [](const Sandbox& b, ProgramRunner&) { Write(b.Root() + "/state/control", "\x01\x02slot\nslot x remove\nfault 1 C_Nothing=\n"); },
      CardState},
