@@ -151,6 +151,10 @@ public:
     wxStaticText* GetPinStateText(Korvex::ApplType appl) const;
     // The row of the selected card as the last refresh read it; null when none.
     const ListEntryData* SelectedCardData() const;
+    // The selected card's number and type (as GetSelectedItem gives them) and
+    // the reader the last refresh saw it in, which spares a look-up of every
+    // card's number; false when no card of that refresh is selected.
+    bool SelectedCardReader(std::string& number, Korvex::TokenType& type, CK_SLOT_ID& slotId);
     // The module's failure as the start-up message shows it (second line).
     static wxString ModuleFailureText(const Korvex::ModuleLoadReport& report);
 

@@ -6,7 +6,6 @@
 #include "base/FileAndDirectory.h"
 #include "base/ShowCertificate.h"
 #include "gui/InfoboxBereich.h"
-#include "gui/ListEntryData.h"
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
@@ -59,14 +58,11 @@ void MainFrame::evt_pers_show(wxCommandEvent&) {
     CommandScope command(this);
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
-    GetSelectedItem(number, type);
-    const ListEntryData* row = SelectedCardData();
+    CK_SLOT_ID slotId = 0;
     InfoboxBereich* dialog = nullptr;
-    if (row != nullptr && !number.empty() && number != EMPTY_CARD) {
-        // The reader the last refresh saw the card in: no look-up of every
-        // card's number on this thread.
+    if (SelectedCardReader(number, type, slotId)) {
         dialog = new InfoboxBereich(this, type);
-        dialog->SetCard(m_P11, row->slotId, number);
+        dialog->SetCard(m_P11, slotId, number);
     } else {
         int slot = -1;
         if (!GetSlotIdxForSelectedCard(slot, type)) return;

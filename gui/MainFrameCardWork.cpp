@@ -20,7 +20,8 @@ void MainFrame::RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
         return;
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
-    GetSelectedItem(number, type);
+    CK_SLOT_ID slot = 0;
+    const bool slotKnown = SelectedCardReader(number, type, slot);
     if (number == EMPTY_CARD) {
         SetStatus(Tr("Dieser Befehl ist mit einer leeren Karte nicht erlaubt!"), true);
         return;
@@ -29,9 +30,6 @@ void MainFrame::RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
         AppLog()->LogError("cannot load card list");
         return;
     }
-    const ListEntryData* row = SelectedCardData();
-    const bool slotKnown = row != nullptr;
-    const CK_SLOT_ID slot = slotKnown ? row->slotId : 0;
 
     auto outcome = std::make_shared<CardSession>(CardSession::OPEN);
     Korvex::acPKCS11* p11 = m_P11;

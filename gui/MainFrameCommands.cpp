@@ -2,7 +2,6 @@
 // texts of PIN change and unblock, and the two signature tests.
 #include "gui/MainFrame.h"
 
-#include "gui/ListEntryData.h"
 #include "gui/TestDialog.h"
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
@@ -74,13 +73,10 @@ void RunSignatureTest(MainFrame* frame, Korvex::acPKCS11* p11, const char* title
     MainFrame::CommandScope command(frame);
     TestDialog dialog(frame, wxID_ANY, Tr(title), wxDefaultPosition, wxDefaultSize,
                       wxCAPTION | wxSYSTEM_MENU | wxCLOSE_BOX);
-    // The reader the last refresh saw the card in spares the look-up of
-    // every card's number on this thread.
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
-    frame->GetSelectedItem(number, type);
-    const ListEntryData* row = frame->SelectedCardData();
-    if (row == nullptr || number == EMPTY_CARD || !dialog.SetCard(p11, row->slotId, number, appl)) {
+    CK_SLOT_ID slotId = 0;
+    if (!frame->SelectedCardReader(number, type, slotId) || !dialog.SetCard(p11, slotId, number, appl)) {
         int slot = -1;
         if (!frame->GetSlotIdxForSelectedCard(slot, type))
             return;

@@ -53,6 +53,16 @@ const ListEntryData* MainFrame::SelectedCardData() const
     return nullptr;
 }
 
+bool MainFrame::SelectedCardReader(std::string& number, Korvex::TokenType& type, CK_SLOT_ID& slotId)
+{
+    GetSelectedItem(number, type);
+    const ListEntryData* row = SelectedCardData();
+    if (row == nullptr || number.empty() || number == EMPTY_CARD)
+        return false;
+    slotId = row->slotId;
+    return true;
+}
+
 void MainFrame::ShowSelectedCardState()
 {
     const ListEntryData* row = SelectedCardData();
