@@ -247,6 +247,38 @@ double bestMicros(const std::function<size_t()>& run, int rounds, size_t& result
     return best;
 }
 
+// The simulator module the token layer has loaded, reached directly: its
+// function list for the bare sequences and its vendor entry points.
+class LoadedModule {
+public:
+    LoadedModule() : m_handle(dlopen(Korvex::PKCS11_LIB_NAME, RTLD_LAZY | RTLD_NOLOAD))
+    {
+        auto getList = symbol<CK_C_GetFunctionList>("C_GetFunctionList");
+        cardAttribute = symbol<Korvex::PFN_C_CardAttribute>("C_CardAttribute");
+        if (getList == nullptr || cardAttribute == nullptr || getList(&functions) != CKR_OK)
+            functions = nullptr;
+    }
+    ~LoadedModule()
+    {
+        if (m_handle != nullptr)
+            dlclose(m_handle);
+    }
+    LoadedModule(const LoadedModule&) = delete;
+    LoadedModule& operator=(const LoadedModule&) = delete;
+
+    template <typename Function>
+    Function symbol(const char* name) const
+    {
+        return m_handle != nullptr ? reinterpret_cast<Function>(dlsym(m_handle, name)) : nullptr;
+    }
+
+    CK_FUNCTION_LIST_PTR functions = nullptr;
+    Korvex::PFN_C_CardAttribute cardAttribute = nullptr;
+
+private:
+    void* m_handle;
+};
+
 // With a reader's latency on every card call and APDU: the program's first
 // refresh against the time its card calls must take (their count times the
 // latency), and the calls the bare sequence makes for the same rows.
@@ -256,16 +288,10 @@ int measureWithLatency(const std::string& set, int cards)
     const unsigned long latencyMs = callText != nullptr && std::atol(callText) > 0 ? std::atol(callText) : 30;
     setenv("VESSA_SIM_CARDS", set.c_str(), 1);
     Korvex::acPKCS11 p11;
-    void* module = dlopen(Korvex::PKCS11_LIB_NAME, RTLD_LAZY | RTLD_NOLOAD);
-    auto setLatency = module ? reinterpret_cast<void (*)(unsigned long, unsigned long)>(dlsym(module, "vsim_set_latency"))
-                             : nullptr;
-    auto counted = module ? reinterpret_cast<void (*)(unsigned long*, unsigned long*)>(dlsym(module, "vsim_card_calls"))
-                          : nullptr;
-    auto getList = module ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(module, "C_GetFunctionList")) : nullptr;
-    auto cardAttribute =
-        module ? reinterpret_cast<Korvex::PFN_C_CardAttribute>(dlsym(module, "C_CardAttribute")) : nullptr;
-    CK_FUNCTION_LIST_PTR functions = nullptr;
-    if (setLatency == nullptr || counted == nullptr || getList == nullptr || getList(&functions) != CKR_OK) {
+    const LoadedModule module;
+    auto setLatency = module.symbol<void (*)(unsigned long, unsigned long)>("vsim_set_latency");
+    auto counted = module.symbol<void (*)(unsigned long*, unsigned long*)>("vsim_card_calls");
+    if (setLatency == nullptr || counted == nullptr || module.functions == nullptr) {
         std::fprintf(stderr, "the simulator's latency controls are missing\n");
         return 1;
     }
@@ -288,14 +314,13 @@ int measureWithLatency(const std::string& set, int cards)
         Korvex::acPKCS11 fresh;
         return refreshThroughWrapper(fresh);
     }, calls, apdus);
-    measure([&] { return refreshBare(functions, cardAttribute); }, bareCalls, bareApdus);
+    measure([&] { return refreshBare(module.functions, module.cardAttribute); }, bareCalls, bareApdus);
     setLatency(0, 0);
     const double floorMs = static_cast<double>((calls + apdus) * latencyMs);
     std::printf("with %lu ms per card call and per APDU, %d cards: first refresh %.1f ms = %.3f x the %.0f ms "
                 "its %lu card calls and %lu APDUs take (target <= 1.05); the bare sequence needs %lu calls "
                 "and %lu APDUs\n",
                 latencyMs, cards, refreshMs, refreshMs / floorMs, floorMs, calls, apdus, bareCalls, bareApdus);
-    dlclose(module);
     p11.destroy();
     return refreshMs < 0 ? 1 : 0;
 }
@@ -346,12 +371,10 @@ int main()
             std::fprintf(stderr, "cannot load the simulator module\n");
             return 1;
         }
-        void* module = dlopen(Korvex::PKCS11_LIB_NAME, RTLD_LAZY | RTLD_NOLOAD);
-        auto getList = module ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(module, "C_GetFunctionList")) : nullptr;
-        auto cardAttribute =
-            module ? reinterpret_cast<Korvex::PFN_C_CardAttribute>(dlsym(module, "C_CardAttribute")) : nullptr;
-        CK_FUNCTION_LIST_PTR functions = nullptr;
-        if (getList == nullptr || cardAttribute == nullptr || getList(&functions) != CKR_OK) {
+        const LoadedModule module;
+        CK_FUNCTION_LIST_PTR functions = module.functions;
+        const Korvex::PFN_C_CardAttribute cardAttribute = module.cardAttribute;
+        if (functions == nullptr) {
             std::fprintf(stderr, "no function list\n");
             return 1;
         }
@@ -378,7 +401,6 @@ int main()
             std::fprintf(stderr, "cards read: wrapper %zu, bare %zu of %d\n", wrapperNamed, bareNamed, cards);
             status = 1;
         }
-        dlclose(module);
         p11.destroy();
     }
     status |= measureWithLatency(work + "/cards-8.xml", 8);
