@@ -117,29 +117,6 @@ TEST_F(ConfigTest, EntriesNeedInitAndReplaceEachOther)
     EXPECT_EQ(std::vector<std::string>{"config entry is NULL"}, g_errors);
 }
 
-TEST_F(ConfigTest, MissingFileKeepsPresetAndFirstWriteCreatesIt)
-{
-    store = NewStore(true);
-    long level = 42;
-    std::string name = "preset";
-    bool flag = true;
-    EXPECT_FALSE(store->GetInteger(15, level));
-    EXPECT_FALSE(store->GetString(17, name));
-    EXPECT_FALSE(store->GetBoolean(30, flag));
-    EXPECT_EQ(42, level);
-    EXPECT_EQ("preset", name);
-    EXPECT_TRUE(flag);
-    EXPECT_TRUE(FileNames(Dir()).empty()) << "reads never write";
-
-    EXPECT_TRUE(store->SetInteger(15, 4));
-    const std::string xml = ReadText(AllUsersFile());
-    EXPECT_TRUE(std::regex_search(xml, std::regex(R"(^<\?xml version="1.0" encoding="utf-8"\?>)"))) << xml;
-    EXPECT_TRUE(std::regex_search(
-        xml, std::regex(R"(<config>\s*<vessa_Client>\s*<Trace>\s*<LogLevel>4</LogLevel>\s*</Trace>\s*</vessa_Client>\s*</config>)")))
-        << xml;
-    EXPECT_EQ(std::string::npos, xml.find('\t')) << "indent is made of blanks";
-}
-
 TEST_F(ConfigTest, TwinsShareAnElementTypesSelectTheFileAndValuesSurvive)
 {
     store = NewStore(true);
@@ -162,23 +139,6 @@ TEST_F(ConfigTest, TwinsShareAnElementTypesSelectTheFileAndValuesSurvive)
     EXPECT_EQ(3, reread);
     EXPECT_EQ("/var/log/x.log", file);
     EXPECT_TRUE(flag);
-}
-
-TEST_F(ConfigTest, BlankInValueNameIsKeptAndGroupTextIsReadable)
-{
-    store = NewStore(true);
-    ASSERT_TRUE(store->SetString(30, "1"));
-    EXPECT_NE(std::string::npos, ReadText(AllUsersFile()).find("<Enable Logging>1</Enable Logging>"));
-
-    KorvexTest::WriteText(AllUsersFile(), "<?xml version=\"1.0\"?><config><vessa_Client>5.1.0<Trace>"
-                                          "<LogLevel>x</LogLevel></Trace></vessa_Client></config>");
-    Config* second = NewStore(true);
-    std::string version;
-    EXPECT_TRUE(second->GetString(1, version));
-    EXPECT_EQ("5.1.0", version);
-    long level = 9;
-    EXPECT_FALSE(second->GetInteger(15, level)) << "text that is no number";
-    EXPECT_EQ(9, level);
 }
 
 TEST_F(ConfigTest, StringBooleans)
@@ -216,21 +176,6 @@ TEST_F(ConfigTest, RemoveKeyAndPath)
     xml = ReadText(AllUsersFile());
     EXPECT_EQ(std::string::npos, xml.find("Trace"));
     EXPECT_NE(std::string::npos, xml.find("vessa_Client"));
-}
-
-TEST_F(ConfigTest, SaveIsAtomicKeepsModeAndLeavesNoTemporaryFiles)
-{
-    store = NewStore(true);
-    for (int i = 0; i < 20; ++i)
-        ASSERT_TRUE(store->SetInteger(15, i));
-    EXPECT_EQ(std::vector<std::string>{"config"}, FileNames(Dir()));
-    struct stat info;
-    ASSERT_EQ(0, stat(AllUsersFile().c_str(), &info));
-    EXPECT_EQ(0644u, info.st_mode & 0777u) << "machine-wide settings stay readable";
-    ASSERT_EQ(0, chmod(AllUsersFile().c_str(), 0600));
-    ASSERT_TRUE(store->SetInteger(15, 99));
-    ASSERT_EQ(0, stat(AllUsersFile().c_str(), &info));
-    EXPECT_EQ(0600u, info.st_mode & 0777u) << "an existing file keeps its mode";
 }
 
 TEST_F(ConfigTest, FailedWriteKeepsValueInMemory)

@@ -65,17 +65,6 @@ TEST(LoggingRegistry, HandlesAndRegistration)
     LibLogging::GetHandle(a + 1)->Destroy();
 }
 
-TEST(LoggingFormat, LabelsAndTime)
-{
-    EXPECT_EQ("OUT FUNCTION", LibLogging::LogTypeToString(Korvex::LOG_OUT_FUNCTION));
-    EXPECT_EQ("WARNING", LibLogging::LogTypeToString(Korvex::LOG_WARNING));
-    EXPECT_EQ("MESSAGE", LibLogging::LogTypeToString(static_cast<Korvex::DebugLevel>(42)));
-    KorvexTest::EnvGuard tz("TZ", "UTC");
-    tzset();
-    EXPECT_EQ("2015-03-04 10:11:12", LibLogging::GetTimeString(1425463872L));
-    EXPECT_EQ(static_cast<long>(::gettid()), LibLogging::GetThreadId());
-}
-
 TEST_F(LoggerTest, LineFormatOnTheFile)
 {
     logger->LogError("first problem");
@@ -93,28 +82,6 @@ TEST_F(LoggerTest, LineFormatOnTheFile)
     EXPECT_TRUE(std::regex_match(lines[2], std::regex(stamp + " OUT FUNCTION \\(" + tid + "\\) leaving$"))) << lines[2];
     EXPECT_EQ(" raw text", lines[3]) << "raw lines have no prefix";
     EXPECT_EQ('\n', ReadText(dir.file("test.log")).back());
-}
-
-TEST_F(LoggerTest, LevelFilter)
-{
-    logger->SetLoggingLevel(2);
-    logger->LogMessage("m");
-    logger->LogRaw("r");
-    logger->LogDebug("d");
-    logger->LogWarning("w");
-    logger->LogError("e");
-    logger->Log("direct", Korvex::LOG_DEBUG);
-    logger->SetLoggingLevel(3);
-    logger->LogMessage("m3");
-    logger->LogRaw("r3");
-    logger->LogDebug("d3");
-    logger->SetLoggingLevel(4);
-    logger->LogDebug("d4");
-    logger->SetLoggingLevel(0);
-    logger->LogError("never");
-    const std::vector<std::string> expected = {"      WARNING w", "        ERROR e", "        DEBUG direct",
-                                               "      MESSAGE m3", " r3", "        DEBUG d4"};
-    EXPECT_EQ(expected, Tails());
 }
 
 TEST(LoggingInit, DefaultsExtensionAndEnableSwitch)

@@ -81,16 +81,6 @@ TEST(CertificateKeys, KeyValuesComponentsAndDuplicates)
 #pragma GCC diagnostic pop
 }
 
-TEST(CertificateKeys, KeyHashForms)
-{
-    slCertificate ec = Load("ee-ec");
-    const Bytes hash = ec.GetPubKeyHashBytes();
-    ASSERT_EQ(hash.size(), 20u);
-    const std::string raw = ec.GetPubKeyHashHex();
-    EXPECT_EQ(Bytes(raw.begin(), raw.end()), hash);     // raw bytes, no hex digits
-    EXPECT_EQ(b64Decode(ec.GetPubKeyHashB64()), hash);
-}
-
 TEST(CertificateThumbprints, BinaryFormsMatchOpenSslFingerprints)
 {
     slCertificate ee = Load("ee-rsa");
@@ -105,21 +95,4 @@ TEST(CertificateThumbprints, BinaryFormsMatchOpenSslFingerprints)
     ASSERT_TRUE(ee.GetThumbprint(&array, &len));
     EXPECT_EQ(Bytes(array, array + len), FromHex(Expected("ee-rsa", "sha1")));
     delete[] array;
-}
-
-TEST(CertificateThumbprints, WideTextDropsTheLeadingZeroOfEveryByte)
-{
-    int shortened = 0;
-    for (const char* name : {"ca", "ee-rsa", "ee-ec", "odd-ext"}) {
-        const std::string hex = Expected(name, "sha1");
-        std::wstring expected;
-        for (size_t i = 0; i < hex.size(); i += 2) {
-            if (hex[i] != '0')
-                expected += static_cast<wchar_t>(hex[i]);
-            expected += static_cast<wchar_t>(hex[i + 1]);
-        }
-        shortened += expected.size() < 40;
-        EXPECT_EQ(Load(name).GetThumbprint(), expected) << name;
-    }
-    EXPECT_GE(shortened, 2) << "the fixtures should hold digests with bytes below 0x10";
 }

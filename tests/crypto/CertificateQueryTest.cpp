@@ -55,31 +55,6 @@ TEST(CertificateNames, DerPiecesFollowTheTwoCallSizeProtocol)
     EXPECT_EQ(caSubject[0], 0x30);
 }
 
-TEST(CertificateNames, SerialNumberForms)
-{
-    struct Case { const char* cert; const char* text; long value; Bytes der; };
-    const Case cases[] = {
-        {"ee-ec", "0x01", 1, {0x01}},
-        {"ee-rsa", "0xFF", 255, {0xFF}}, // DER 02 02 00 FF
-        {"ca", "0x0ABC", 0xABC, {0x0A, 0xBC}},
-        {"v1-self", "0x0123456789ABCDEF0123", LONG_MAX, FromHex("0123456789ABCDEF0123")},
-    };
-    for (const Case& c : cases) {
-        slCertificate cert = Load(c.cert);
-        EXPECT_EQ(cert.GetSerialNumber(), c.text);
-        EXPECT_EQ(cert.GetSerialNumberInt(), c.value) << c.cert;
-        Bytes der(16);
-        unsigned int len = der.size();
-        ASSERT_TRUE(cert.GetSerialNumberDER(der.data(), len));
-        EXPECT_EQ(Bytes(der.begin(), der.begin() + len), c.der);
-    }
-    X509* zero = Load("ee-rsa").GetX509Copy();
-    ASN1_INTEGER_set(X509_get_serialNumber(zero), 0);
-    i2d_re_X509_tbs(zero, nullptr); // drop the cached encoding
-    EXPECT_EQ(slCertificate(zero).GetSerialNumber(), "0x0");
-    X509_free(zero);
-}
-
 TEST(CertificateFlags, CaSelfSignedAndOcspChecks)
 {
     slCertificate ca = Load("ca"), kuCa = Load("ku-ca"), v1 = Load("v1-self"), ec = Load("ee-ec");

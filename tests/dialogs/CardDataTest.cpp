@@ -124,18 +124,6 @@ TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
     EXPECT_EQ(ZombieChildren(), 0) << "finished viewers must be reaped";
 }
 
-TEST_F(CardDataTest, UnwritableTemporaryDirectoryStartsNoViewer) {
-    ASSERT_TRUE(SelectCard(kJohann));
-    const std::string saved = std::getenv("TMPDIR");
-    setenv("TMPDIR", (ScratchDir() + "/no-such-dir/").c_str(), 1);
-    Frame()->ShowCertificate({true});
-    WaitForCardWork();
-    setenv("TMPDIR", saved.c_str(), 1);
-    EXPECT_EQ(Frame()->GetStatusText()->GetLabel(), wxString::FromUTF8("Das Zertifikat konnte nicht gelesen werden."));
-    usleep(300 * 1000);
-    EXPECT_TRUE(RecordedArguments().empty());
-}
-
 TEST_F(CardDataTest, InfoboxCommandOpensTheViewerForTheSelectedCard) {
     ASSERT_TRUE(SelectCard(kMaria));
     std::vector<wxString> items;

@@ -35,37 +35,6 @@ protected:
     Korvex::acPKCS11* m_p11 = nullptr;
 };
 
-TEST_F(RefreshThreadTest, ReadsOneEntryPerCardInReaderOrderAndNoneWithoutASlotList)
-{
-    const ListEntryVector rows = Run();
-    const TestCard* expected[] = {&kJohann, &kMaria, &kErika, &kBlank};
-    ASSERT_EQ(rows.size(), 4u);
-    for (size_t i = 0; i < rows.size(); ++i) {
-        const TestCard& card = *expected[i];
-        EXPECT_EQ(rows[i]->number, card.serial);
-        EXPECT_EQ(rows[i]->holder, wxString::FromUTF8(*card.holder ? card.holder : "unbekannt"));
-        EXPECT_EQ(rows[i]->typeName, card.typeName);
-        EXPECT_EQ(rows[i]->type, card.type);
-    }
-    EXPECT_EQ(m_p11->GetSessionHandle(), 0u) << "the thread leaves no session behind";
-    Sim::SetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, 1);
-    EXPECT_TRUE(Run().empty());
-}
-
-TEST_F(RefreshThreadTest, UnreadableTokenInformationLeavesOnlyThatCardOut)
-{
-    // Erika's token information fails: the slot enumeration skips her card,
-    // and every other row still describes its own card.
-    Sim::SetFault("C_GetTokenInfo", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
-    const ListEntryVector rows = Run();
-    const TestCard* expected[] = {&kJohann, &kMaria, &kBlank};
-    ASSERT_EQ(rows.size(), 3u);
-    for (size_t i = 0; i < rows.size(); ++i) {
-        EXPECT_EQ(rows[i]->number, expected[i]->serial);
-        EXPECT_EQ(rows[i]->typeName, expected[i]->typeName);
-    }
-}
-
 TEST_F(RefreshThreadTest, FixedSlotFirstEachRowDescribesItsOwnCardWithPinsAndValidity)
 {
     // A module that lists its fixed slot before the readers: token positions

@@ -2,7 +2,10 @@
 // from every source, latency, and two threads using the module at once.
 #include "SimHarness.h"
 
+#include "base/Conversion.h"
+
 #include <atomic>
+#include <tuple>
 #include <chrono>
 #include <thread>
 
@@ -21,9 +24,11 @@ protected:
         response.resize(length);
         return response;
     }
-    unsigned short statusWord(const Bytes& response) {
-        return response.size() < 2 ? 0 : static_cast<unsigned short>(response[response.size() - 2] << 8 |
-                                                                      response.back());
+    static unsigned statusWord(const Bytes& response) {
+        return response.size() < 2 ? 0 : response[response.size() - 2] << 8 | response.back();
+    }
+    unsigned statusWord(CK_SESSION_HANDLE session, const Bytes& command) {
+        return statusWord(transmit(session, command));
     }
     CK_RV attribute(CK_SESSION_HANDLE session, const char* name, Bytes& out) {
         CK_ULONG length = 0;
@@ -36,57 +41,43 @@ protected:
     }
     static std::string hex(const Bytes& bytes) {
         std::string text;
-        char digits[3];
-        for (unsigned char b : bytes) {
-            snprintf(digits, sizeof digits, "%02X", b);
-            text += digits;
-        }
+        Korvex::BinData2HexStr(bytes, text);
         return text;
     }
 };
 
-TEST_F(SimCard, CardNumberReadsOverTheProgramsApdus) {
-    for (CK_SLOT_ID slot : {0, 1, 2, 3}) {
-        CK_SESSION_HANDLE session = openSession(slot);
-        EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71})), 0x9000);
-        EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01})), 0x9000);
-        Bytes read = transmit(session, {0x00, 0xB0, 0x00, 0x00, 0x00});
-        ASSERT_GT(read.size(), 9u);
-        EXPECT_EQ(statusWord(read), 0x9000);
-        CK_TOKEN_INFO info;
-        ASSERT_EQ(p11->C_GetTokenInfo(slot, &info), CKR_OK);
-        EXPECT_EQ(hex(Bytes(read.begin(), read.begin() + 8)),
-                  std::string(reinterpret_cast<char*>(info.serialNumber), 16));
-    }
-}
+const Bytes kSelectDf = {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71};
+const Bytes kSelectEf = {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01};
+const Bytes kSelectEfWithFcp = {0x00, 0xA4, 0x00, 0x00, 0x02, 0xD0, 0x01, 0x00};
+const Bytes kReadBinary = {0x00, 0xB0, 0x00, 0x00, 0x00};
 
 TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
     CK_SESSION_HANDLE session = openSession(0);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xB0, 0x00, 0x00, 0x00})), 0x6986);   // no EF selected
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xD0, 0x01})), 0x6A82);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0x12, 0x34})), 0x6A82);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x03, 0xDF, 0x71})), 0x6700);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4, 0x08, 0x0C, 0x02, 0xDF, 0x71})), 0x6A86);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xCA, 0x00, 0x00, 0x00})), 0x6D00);
-    EXPECT_EQ(statusWord(transmit(session, {0x80, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71})), 0x6E00);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xA4})), 0x6700);
-    transmit(session, {0x00, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71});
-    Bytes fcp = transmit(session, {0x00, 0xA4, 0x00, 0x00, 0x02, 0xD0, 0x01, 0x00});
-    EXPECT_EQ(fcp.front(), 0x62);
-    EXPECT_EQ(statusWord(fcp), 0x9000);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0xB0, 0x00, 0x40, 0x00})), 0x6B00);
+    const std::pair<Bytes, unsigned> answers[] = {
+        {kReadBinary, 0x6986},  // no EF selected
+        {kSelectEf, 0x6A82},    // not below the DF
+        {{0x00, 0xA4, 0x00, 0x0C, 0x02, 0x12, 0x34}, 0x6A82},
+        {{0x00, 0xA4, 0x00, 0x0C, 0x03, 0xDF, 0x71}, 0x6700},
+        {{0x00, 0xA4, 0x08, 0x0C, 0x02, 0xDF, 0x71}, 0x6A86},
+        {{0x00, 0xCA, 0x00, 0x00, 0x00}, 0x6D00},
+        {{0x80, 0xA4, 0x00, 0x0C, 0x02, 0xDF, 0x71}, 0x6E00},
+        {{0x00, 0xA4}, 0x6700},
+        {kSelectDf, 0x9000},
+        {kSelectEfWithFcp, 0x9000},
+        {{0x00, 0xB0, 0x00, 0x40, 0x00}, 0x6B00},
+        // VERIFY counts against the same PIN counters as the dialogues.
+        {{0x00, 0x20, 0x00, 0x82}, 0x63C3},
+        {{0x00, 0x20, 0x00, 0x82, 0x04, '0', '0', '0', '0'}, 0x63C2},
+    };
+    for (const auto& [command, expected] : answers) EXPECT_EQ(statusWord(session, command), expected) << hex(command);
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 2);
+    EXPECT_EQ(statusWord(session, {0x00, 0x20, 0x00, 0x82, 0x04, '1', '2', '3', '4'}), 0x9000u);
+    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 3);
+    EXPECT_EQ(transmit(session, kSelectEfWithFcp).front(), 0x62);
     Bytes tail = transmit(session, {0x00, 0xB0, 0x00, 0x0E, 0x04});
     EXPECT_EQ(tail.size(), 4u);
-    EXPECT_EQ(statusWord(tail), 0x6282);
-    Bytes challenge = transmit(session, {0x00, 0x84, 0x00, 0x00, 0x08});
-    EXPECT_EQ(challenge.size(), 10u);
-
-    // VERIFY counts against the same PIN counters as the dialogues.
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82})), 0x63C3);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82, 0x04, '0', '0', '0', '0'})), 0x63C2);
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 2);
-    EXPECT_EQ(statusWord(transmit(session, {0x00, 0x20, 0x00, 0x82, 0x04, '1', '2', '3', '4'})), 0x9000);
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 3);
+    EXPECT_EQ(statusWord(tail), 0x6282u);
+    EXPECT_EQ(transmit(session, {0x00, 0x84, 0x00, 0x00, 0x08}).size(), 10u);
 
     Bytes small(1);
     CK_ULONG length = small.size();
@@ -111,13 +102,13 @@ TEST_F(SimCard, NamedAttributesPerGeneration) {
         ASSERT_EQ(attribute(session, "Reset", reset), CKR_OK);
         EXPECT_EQ(reset, atr);
     }
-    CK_SESSION_HANDLE acos = openSession(0);
+    // What each card does not have; the oldest e-card has the records but no PIN status.
+    const std::tuple<CK_SLOT_ID, const char*, CK_RV> answers[] = {
+        {0, "SicSig/PIN-Status", CKR_FUNCTION_NOT_SUPPORTED}, {0, "SV-Personendaten/EHIC", CKR_FUNCTION_NOT_SUPPORTED},
+        {0, "Unbekannt", CKR_ATTRIBUTE_TYPE_INVALID},          {0, nullptr, CKR_ARGUMENTS_BAD},
+        {2, "GewSig/PIN-Status", CKR_FUNCTION_NOT_SUPPORTED},  {2, "SV-Personendaten/Grunddaten", CKR_OK}};
     Bytes value;
-    EXPECT_EQ(attribute(acos, "SicSig/PIN-Status", value), CKR_FUNCTION_NOT_SUPPORTED);
-    EXPECT_EQ(attribute(acos, "SV-Personendaten/EHIC", value), CKR_FUNCTION_NOT_SUPPORTED);
-    EXPECT_EQ(attribute(acos, "Unbekannt", value), CKR_ATTRIBUTE_TYPE_INVALID);
-    CK_ULONG length = 0;
-    EXPECT_EQ(m_sim.cardAttribute(acos, nullptr, nullptr, &length), CKR_ARGUMENTS_BAD);
+    for (const auto& [slot, name, rv] : answers) EXPECT_EQ(attribute(openSession(slot), name, value), rv) << name;
 
     // The G4 reports PIN tries (the demo card's signature PIN is on its
     // last try); they follow wrong entries.
@@ -132,7 +123,7 @@ TEST_F(SimCard, NamedAttributesPerGeneration) {
     ASSERT_EQ(attribute(g4, "GewSig/PIN-Status", value), CKR_OK);
     EXPECT_EQ(value[0], 2);
     unsigned char tiny[1];
-    length = 1;
+    CK_ULONG length = 1;
     EXPECT_EQ(m_sim.cardAttribute(g4, "GewSig/PIN-Status", tiny, &length), CKR_BUFFER_TOO_SMALL);
     EXPECT_EQ(length, 2u);
 
@@ -143,19 +134,6 @@ TEST_F(SimCard, NamedAttributesPerGeneration) {
     EXPECT_EQ(ehic[0], 0x30);
     EXPECT_NE(std::string(ehic.begin(), ehic.end()).find("Mustermann"), std::string::npos);
     EXPECT_NE(std::string(basic.begin(), basic.end()).find("19681103"), std::string::npos);
-    // The oldest e-card has the records but no PIN status.
-    CK_SESSION_HANDLE g2 = openSession(2);
-    EXPECT_EQ(attribute(g2, "GewSig/PIN-Status", value), CKR_FUNCTION_NOT_SUPPORTED);
-    EXPECT_EQ(attribute(g2, "SV-Personendaten/Grunddaten", value), CKR_OK);
-}
-
-TEST_F(SimCard, ResetLogsTheTokenOut) {
-    CK_SESSION_HANDLE session = openSession(0);
-    CK_UTF8CHAR pin[] = "4321";
-    ASSERT_EQ(p11->C_Login(session, CKU_USER, pin, 4), CKR_OK);
-    Bytes atr;
-    ASSERT_EQ(attribute(session, "Reset", atr), CKR_OK);
-    EXPECT_EQ(p11->C_Logout(session), CKR_USER_NOT_LOGGED_IN);
 }
 
 TEST_F(SimCard, FaultsFromCallsHitTheChosenCardAndCount) {

@@ -46,29 +46,6 @@ TEST(SimFaultRules, ParsesEveryFormAndRefusesNonsense) {
     EXPECT_EQ(returnCodeName(0x80000123UL), "0x80000123");
 }
 
-TEST(SimControlFile, RoundTripsAndSkipsWhatItCannotRead) {
-    ControlState state = parseControl("# comment\n"
-                                      "slot 2 insert ECARD-G4:3014000000000999:Eva Maria:Huber\n"
-                                      "slot 5 remove\r\n"
-                                      "slot x remove\n"
-                                      "fault 3 C_Sign=CKR_DEVICE_ERROR*1\n"
-                                      "latency 20 5\n"
-                                      "reset 7 *\n"
-                                      "bogus line\n");
-    EXPECT_EQ(state.slots.size(), 2u);
-    EXPECT_EQ(state.slots[2], "insert ECARD-G4:3014000000000999:Eva Maria:Huber");
-    EXPECT_EQ(state.slots[5], "remove");
-    EXPECT_EQ(state.faults[3], "C_Sign=CKR_DEVICE_ERROR*1");
-    EXPECT_EQ(state.nextFaultId(), 4);
-    EXPECT_TRUE(state.hasLatency);
-    EXPECT_EQ(state.apduLatencyMs, 5u);
-    EXPECT_EQ(state.lastResetEpoch(), 7);
-    ControlState again = parseControl(controlToText(state));
-    EXPECT_EQ(again.slots, state.slots);
-    EXPECT_EQ(again.faults, state.faults);
-    EXPECT_EQ(again.resets, state.resets);
-}
-
 TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
     struct Bad {
         const char* xml;

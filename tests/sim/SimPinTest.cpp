@@ -29,37 +29,6 @@ protected:
     }
 };
 
-TEST_F(SimPins, ChangeRunsThreeStepDialogueAndKeepsTheNewPinAcrossARestart) {
-    ASSERT_EQ(command({"123456", "654321", "654321"}), CKR_OK);
-    EXPECT_TRUE(logContains("SETPROMPT Aktuelle PIN:"));
-    EXPECT_TRUE(logContains("SETPROMPT Neue PIN wiederholen:"));
-    EXPECT_TRUE(logContains(kAcosA04));
-    reload();
-    EXPECT_EQ(command({"123456", "111111", "111111"}), CKR_PIN_INCORRECT);
-    reload();
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 2);
-    EXPECT_EQ(command({"654321", "111111", "111111"}), CKR_OK);
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
-}
-
-TEST_F(SimPins, WrongPinsLockAndOnlyThePukUnblocks) {
-    const Lines wrong = {"0000", "1111", "1111"};
-    EXPECT_EQ(command(wrong, kChange, "SK.CH.EKEY"), CKR_PIN_INCORRECT);
-    EXPECT_EQ(command(wrong, kChange, "SK.CH.EKEY"), CKR_PIN_INCORRECT);
-    EXPECT_EQ(command(wrong, kChange, "SK.CH.EKEY"), CKR_PIN_INCORRECT);
-    EXPECT_TRUE(logContains("SETERROR Achtung: die Geheimhaltungs-PIN hat nur noch 1 Versuch!"));
-    const unsigned long dialogs = Sim::PinDialogCount();
-    EXPECT_EQ(command(wrong, kChange, "SK.CH.EKEY"), CKR_PIN_LOCKED);
-    EXPECT_EQ(Sim::PinDialogCount(), dialogs) << "a locked PIN must not open a dialogue";
-
-    EXPECT_EQ(command({"99999999", "4444", "4444"}, kUnblock, "SK.CH.EKEY"), CKR_PIN_INCORRECT);
-    EXPECT_EQ(Sim::PukTries(kAcosA04, VSIM_PIN_ENCRYPTION), 9);
-    EXPECT_EQ(command({"87654321", "4444", "4444"}, kUnblock, "SK.CH.EKEY"), CKR_OK);
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 3);
-    EXPECT_EQ(Sim::PukTries(kAcosA04, VSIM_PIN_ENCRYPTION), 10);
-    EXPECT_EQ(command({"4444", "5555", "5555"}, kChange, "SK.CH.EKEY"), CKR_OK);
-}
-
 TEST_F(SimPins, CancelFormatMismatchAndBrokenDialoguesLeaveTheCounterAlone) {
     EXPECT_EQ(command({"123456", "CANCEL"}), CKR_FUNCTION_CANCELED);
     EXPECT_EQ(command({"12345", "654321", "654321"}), CKR_PIN_LEN_RANGE);

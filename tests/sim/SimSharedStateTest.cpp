@@ -79,26 +79,6 @@ protected:
     }
 };
 
-TEST_F(SimSharedState, IdentityLinkWrittenElsewhereShowsAndIsNeverOverwrittenWithTheOldCopy) {
-    CK_SESSION_HANDLE session = openSession(kNoLinkSlot, true);
-    const CK_OBJECT_HANDLE link = findObject(session, CKO_DATA, "PERSONENBINDUNG");
-    ASSERT_EQ(readAttribute(session, link, CKA_VALUE), Bytes(256, 0));
-
-    other({"write", std::to_string(kNoLinkSlot), "PERSONENBINDUNG", "link from the companion"});
-    // The open session and its handle see it, and so does a new session.
-    EXPECT_EQ(readAttribute(session, link, CKA_VALUE), textBytes("link from the companion"));
-    EXPECT_EQ(readData(kNoLinkSlot, "PERSONENBINDUNG"), textBytes("link from the companion"));
-    EXPECT_EQ(findObject(session, CKO_DATA, "PERSONENBINDUNG"), link);
-
-    // A change of another object here saves the card's state: it must carry
-    // the other program's identity link, not the zeros this process loaded.
-    login(session);
-    ASSERT_EQ(write(session, findObject(session, CKO_DATA, "RFU1"), "note"), CKR_OK);
-    reload();
-    EXPECT_EQ(readData(kNoLinkSlot, "PERSONENBINDUNG"), textBytes("link from the companion"));
-    EXPECT_EQ(readData(kNoLinkSlot, "RFU1"), textBytes("note"));
-}
-
 TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
     CK_SESSION_HANDLE session = openSession(1);  // its generation reports PIN status
     ASSERT_EQ(pinTries(kECardG4, kSignaturePin), 1);  // the demo card is on its last try
@@ -161,29 +141,6 @@ TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
     reload();
     EXPECT_EQ(readData(3, "RFU1"), textBytes("other-300"));
     EXPECT_EQ(readData(3, "RFU2"), textBytes("own-" + std::to_string(written)));
-}
-
-TEST_F(SimSharedState, EntriesAddedOrResetElsewhereComeAndGoOnAnInfoboxCard) {
-    WriteText(m_dir + "/cards.xml", R"(<cardset><reader name="R"><card generation="ACOS-A05"
-        serial="1205000000002323" given="Lena" family="Leerbox" identitylink="false"/></reader></cardset>)");
-    setenv("VESSA_SIM_CARDS", (m_dir + "/cards.xml").c_str(), 1);
-    reload();
-    CK_SESSION_HANDLE session = openSession(0);
-    EXPECT_EQ(findObject(session, CKO_DATA, "0x01"), CK_INVALID_HANDLE);
-    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{2, 3}));
-
-    other({"write", "0", "PERSONENBINDUNG", "link"});
-    const CK_OBJECT_HANDLE entry = findObject(session, CKO_DATA, "0x01");
-    ASSERT_NE(entry, CK_INVALID_HANDLE);
-    EXPECT_EQ(readAttribute(session, entry, CKA_VALUE), textBytes("link"));
-    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{1, 2, 3}));
-
-    other({"reset", "1205000000002323"});
-    EXPECT_EQ(findObject(session, CKO_DATA, "0x01"), CK_INVALID_HANDLE);
-    CK_ATTRIBUTE value = {CKA_VALUE, nullptr, 0};
-    EXPECT_EQ(p11->C_GetAttributeValue(session, entry, &value, 1), CKR_OBJECT_HANDLE_INVALID);
-    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{2, 3}));
-    EXPECT_EQ(readAttribute(session, findObject(session, CKO_DATA, "PERSONENBINDUNG"), CKA_VALUE), Bytes(256, 0));
 }
 
 } // namespace

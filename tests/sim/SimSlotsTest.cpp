@@ -40,34 +40,6 @@ protected:
     }
 };
 
-TEST_F(SimSlots, DemoSetReadersAndTokensOfEachGeneration) {
-    EXPECT_EQ(slots(false), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 5, 6, 7}));
-    EXPECT_EQ(slots(), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 6, 7}));
-    CK_SLOT_INFO slot;
-    ASSERT_EQ(p11->C_GetSlotInfo(kEmptySlot, &slot), CKR_OK);
-    EXPECT_EQ(slot.flags & (CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE), CKF_REMOVABLE_DEVICE);
-    EXPECT_EQ(field(slot.slotDescription, sizeof slot.slotDescription), "Vessa Reader 5");
-    ASSERT_EQ(p11->C_GetSlotInfo(kInternalSlot, &slot), CKR_OK);
-    EXPECT_EQ(slot.flags & (CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE), CKF_TOKEN_PRESENT);
-
-    const struct { CK_SLOT_ID slot; const char* model; const char* label; const char* serial; } expected[] = {
-        {0, "ACOS EMV-A04", "vessa premium Signaturkarte", kAcosA04},
-        {1, "ATOS 5.3", "vessa premium e-Card", kECardG4},
-        {2, "Starcos SPK 3.1", "vessa premium e-Card", kECardG2},
-        {kBlankSlot, "ACOS EMV-A05", "vessa premium Signaturkarte", "0000000000000000"},
-        {kNoLinkSlot, "ACOS EMV-A03", "vessa premium Signaturkarte", kAcosA03NoLink},
-    };
-    for (const auto& row : expected) {
-        CK_TOKEN_INFO info;
-        ASSERT_EQ(p11->C_GetTokenInfo(row.slot, &info), CKR_OK) << row.slot;
-        EXPECT_EQ(field(info.model, 16), row.model);
-        EXPECT_EQ(field(info.label, 32), row.label);
-        EXPECT_EQ(field(info.serialNumber, 16), row.serial);
-        EXPECT_TRUE(info.flags & CKF_PROTECTED_AUTHENTICATION_PATH);
-        EXPECT_EQ(row.slot != kBlankSlot, (info.flags & CKF_TOKEN_INITIALIZED) != 0);
-    }
-}
-
 TEST_F(SimSlots, ModuleLevelMisuseIsAnsweredNotCrashed) {
     CK_ULONG count = 2;
     CK_SLOT_ID two[2];

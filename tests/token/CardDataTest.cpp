@@ -69,24 +69,6 @@ TEST_F(TokenCardDataTest, ECardDataIsReadByName)
                                     "Failed get EHIC, rv = 0x54"}));
 }
 
-TEST_F(TokenCardDataTest, IdentityLinkIsWrittenAfterTheModulesLogin)
-{
-    const Bytes data = identityLink(300);
-    std::string error;
-    SetPinAnswers({"4321"});
-    ASSERT_TRUE(p11->UpdatePersonenbindung(std::string(kAcos03).substr(0, 12), data, error)) << error;
-    EXPECT_EQ(p11->GetSessionHandle(), 0u);
-
-    ASSERT_TRUE(openCard(kAcos03));
-    Bytes stored;
-    ASSERT_TRUE(p11->ReadDataObject("PERSONENBINDUNG", stored));
-    EXPECT_EQ(stored, data);
-
-    // Exactly the 1024-byte buffer still fits.
-    SetPinAnswers({"4321"});
-    EXPECT_TRUE(p11->UpdatePersonenbindung(kAcos04, identityLink(1024), error)) << error;
-}
-
 TEST_F(TokenCardDataTest, IdentityLinkRefusals)
 {
     std::string error;

@@ -131,21 +131,4 @@ TEST_F(TokenModuleTest, ClientVersionIsComparedFieldByField)
     setClientVersion("");
 }
 
-TEST_F(TokenModuleTest, LogLinesAppendLowerCaseHexAndJoinTextsWithOneBlank)
-{
-    ::acPKCS11::LogError("PKCS11 Proc_C_OpenSession ERROR", 0x1B0UL);
-    ::acPKCS11::LogError("Failed get ATR, rv = ", 0UL);
-    ::acPKCS11::LogError("Keine Smartcard gefunden für CIN=", std::string("1234"));
-    ::acPKCS11::LogMessage("token label: ", std::string("Karte"));
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_OpenSession ERROR0x1b0", "Failed get ATR, rv = 0x0",
-                                    "Keine Smartcard gefunden für CIN= 1234"}));
-    EXPECT_EQ(Log::messages(), Lines{"token label:  Karte"});
-
-    Token::SetErrorLoggingFunc(nullptr);
-    Token::SetMessageLoggingFunc(nullptr);
-    ::acPKCS11::LogError("dropped", 1UL);  // no hook: dropped, no crash
-    ::acPKCS11::LogMessage("dropped");
-    EXPECT_EQ(Log::errors().size(), 3u);
-}
-
 } // namespace

@@ -14,22 +14,6 @@ using TokenPinTest = TokenTest;
 const char* const kAcos = kCards[1].serial;  // ACOS-A04: PUK, card type code 5
 const char* const kG3A = kCards[4].serial;   // e-card: no PUK, PIN status, code 3
 
-TEST_F(TokenPinTest, ChangeSucceedsAndTheNewPinIsInForce)
-{
-    ASSERT_TRUE(openCard(kAcos));
-    SetPinAnswers({"123456", "654321", "654321", "654321", "123456", "123456"});
-    EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_OK);
-    EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_OK);  // old PIN now 654321
-    EXPECT_EQ(Sim::PinTries(kAcos, VSIM_PIN_SIGNATURE), 3);
-    EXPECT_TRUE(Log::errors().empty());
-    EXPECT_TRUE(Log::hasMessage("ChangePIN"));
-
-    // The identity-link area is a data object, not a key.
-    SetPinAnswers({"4321", "1111", "1111", "1111", "4321", "4321"});
-    EXPECT_EQ(p11->ChangePIN(APPL_IDENTITY_LINK), Korvex::PKCS11_OK);
-    EXPECT_EQ(p11->ChangePIN(APPL_IDENTITY_LINK), Korvex::PKCS11_OK);
-}
-
 TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
 {
     ASSERT_TRUE(openCard(kAcos));

@@ -8,33 +8,6 @@ namespace {
 
 using TokenSlotsTest = TokenTest;
 
-std::vector<std::string> serialsOf(const std::vector<Korvex::SlotStruct*>& slots)
-{
-    std::vector<std::string> serials;
-    for (const Korvex::SlotStruct* slot : slots)
-        serials.push_back(slot->serial);
-    return serials;
-}
-
-TEST_F(TokenSlotsTest, ListsRemovableCardsAndBlankSerialsOnlyOnRequest)
-{
-    std::vector<Korvex::SlotStruct*> slots;
-    ASSERT_TRUE(p11->GetSlots(slots, true));
-    std::vector<std::string> expected;
-    for (const TestCard& card : kCards)
-        expected.push_back(card.serial);
-    expected.insert(expected.end(), {kBlankSerial, kOddG3BSerial, kOddG4Serial});
-    EXPECT_EQ(serialsOf(slots), expected);  // the built-in token is never listed
-    EXPECT_EQ(slots[0]->slotID, 0u);
-    EXPECT_EQ(slots[0]->label.size(), 32u);
-    EXPECT_TRUE(Log::hasMessage("token label:  " + slots[0]->label));
-    EXPECT_TRUE(Log::hasMessage("token serial:  " + std::string(kCards[0].serial)));
-
-    ASSERT_TRUE(p11->GetSlots(slots));
-    EXPECT_EQ(slots.size(), kListedCards - 1);
-    EXPECT_EQ(serialsOf(slots).at(7), kOddG3BSerial);
-}
-
 TEST_F(TokenSlotsTest, ClassifiesEveryGenerationByModelAndLabel)
 {
     const struct {
@@ -152,16 +125,6 @@ TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
     EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetSlotList(1) ERROR0x30", "PKCS11 Proc_C_GetTokenInfo ERROR0xe0"}));
 }
 
-TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
-{
-    Sim::SetMalformed("C_GetSlotList", "*", VSIM_ALWAYS);
-    std::vector<Korvex::SlotStruct*> slots;
-    EXPECT_TRUE(p11->GetSlots(slots, true));
-    EXPECT_LE(slots.size(), kListedCards);
-    Korvex::TokenInfoStruct info;
-    EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
-}
-
 class TokenShimSlotsTest : public ShimTokenTest {};
 
 TEST_F(TokenShimSlotsTest, SecondSlotListCallFailureIsLogged)
@@ -173,27 +136,6 @@ TEST_F(TokenShimSlotsTest, SecondSlotListCallFailureIsLogged)
     Korvex::TokenInfoStruct info;
     EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
     EXPECT_EQ(Log::errors(), Lines(2, "PKCS11 Proc_C_GetSlotList(2) ERROR0x150"));
-}
-
-TEST_F(TokenShimSlotsTest, UnknownAtrLeavesTheCardTypeUnknown)
-{
-    ASSERT_TRUE(openCard(kCards[0].serial));
-    shim->setOutput("C_CardAttribute", {0x3B, 0x01, 0xAB});
-    EXPECT_FALSE(p11->LoadCardType());
-    EXPECT_EQ(p11->GetCardType(), 0);
-    EXPECT_EQ(Log::errors(), Lines{"Unknown atr=3B01AB"});
-}
-
-TEST_F(TokenShimSlotsTest, AcosAtrIsRefinedByTheModel)
-{
-    // The generic ACOS ATR on the A05 and A03 cards: the model decides.
-    shim->setOutput("C_CardAttribute", {0x3B, 0xBF, 0x11, 0x00, 0x81, 0x31, 0xFE, 0x45, 0x45, 0x50, 0x41});
-    for (int position : {2, 0}) {
-        ASSERT_TRUE(openCard(kCards[position].serial));
-        EXPECT_TRUE(p11->LoadCardType());
-        EXPECT_EQ(p11->GetCardType(), kCards[position].cardTypeCode);
-        p11->CloseSession();
-    }
 }
 
 } // namespace
