@@ -12,7 +12,14 @@ verdict. A test may assert what no other test asserts on the same lines, so
 every cut is checked afterwards with the mutants (scripts/mutants.sh).
 
     xvfb-run -a python3 scripts/coverage-per-test.py [build-coverage] [map.json]
-    python3 scripts/coverage-per-test.py --propose map.json
+    python3 scripts/coverage-per-test.py --propose map.json [--keep FILE]
+        [--budget POINTS --lines coverage-lines.json]
+
+--keep names tests ("Suite.Name", one per line) that stay whatever they cover.
+--budget lets the proposal go on past the free drops: it then drops the tests
+that give up the fewest covered lines per test line, as long as no layer's line
+coverage falls by more than POINTS; coverage-lines.json (from coverage.sh)
+gives each layer's count of instrumented lines.
 """
 import concurrent.futures
 import json
@@ -146,7 +153,20 @@ def test_sizes():
     return sizes
 
 
-def propose(map_file):
+def layer_of(source):
+    return source.split("/", 1)[0]
+
+
+def instrumented_lines(lines_file):
+    """Instrumented (code) lines per layer in a gcovr JSON report."""
+    per_layer = {}
+    for entry in json.load(open(lines_file))["files"]:
+        code = sum(1 for line in entry["lines"] if not line.get("gcovr/noncode"))
+        per_layer[layer_of(entry["file"])] = per_layer.get(layer_of(entry["file"]), 0) + code
+    return per_layer
+
+
+def propose(map_file, keep=(), budget=0.0, lines_file=None):
     data = json.load(open(map_file))
     holders = {}
     for test, entry in data.items():
@@ -157,29 +177,60 @@ def propose(map_file):
     kept = set(data)
     dropped = []
 
-    def key(test):
-        gtest_name = test.split("/")[-1]
-        return sizes.get(gtest_name, (0, "?"))[0]
+    def size(test):
+        return sizes.get(test.split("/")[-1], (0, "?"))[0]
 
-    for test in sorted(data, key=key, reverse=True):
-        mine = [(s, l) for s, lines in data[test]["lines"].items() for l in lines]
-        if not data[test]["passed"] or key(test) == 0:
-            continue
-        if all(len(holders[point] & kept) > 1 for point in mine):
+    def points(test):
+        return [(s, l) for s, lines in data[test]["lines"].items() for l in lines]
+
+    def droppable(test):
+        return data[test]["passed"] and size(test) > 0 and test.split("/")[-1] not in keep
+
+    for test in sorted(data, key=size, reverse=True):
+        if droppable(test) and all(len(holders[point] & kept) > 1 for point in points(test)):
             kept.discard(test)
-            dropped.append(test)
+            dropped.append((test, 0))
+
+    # Past the free drops: the cheapest lines lost per test line first, while
+    # every layer stays within its budget of lost coverage.
+    allowed = {layer: int(total * budget / 100) for layer, total in
+               (instrumented_lines(lines_file) if lines_file and budget > 0 else {}).items()}
+    while allowed:
+        best = None
+        for test in kept:
+            if not droppable(test):
+                continue
+            lost = [p for p in points(test) if len(holders[p] & kept) == 1]
+            cost = {}
+            for source, _ in lost:
+                cost[layer_of(source)] = cost.get(layer_of(source), 0) + 1
+            if any(n > allowed.get(layer, 0) for layer, n in cost.items()):
+                continue
+            score = size(test) / (len(lost) + 1)
+            if best is None or score > best[0]:
+                best = (score, test, cost, len(lost))
+        if best is None or best[0] < 2:
+            break
+        _, test, cost, lost = best
+        for layer, n in cost.items():
+            allowed[layer] -= n
+        kept.discard(test)
+        dropped.append((test, lost))
+
     total = 0
-    print(f"{'lines':>5}  test (file)")
-    for test in dropped:
-        size, path = sizes.get(test.split("/")[-1], (0, "?"))
-        total += size
-        print(f"{size:5d}  {test} ({path})")
-    print(f"{total} test lines in {len(dropped)} tests reach no product line that the kept tests miss")
+    print(f"{'lines':>5} {'lost':>4}  test (file)")
+    for test, lost in dropped:
+        n, path = sizes.get(test.split("/")[-1], (0, "?"))
+        total += n
+        print(f"{n:5d} {lost:4d}  {test} ({path})")
+    print(f"{total} test lines in {len(dropped)} tests; {sum(l for _, l in dropped)} covered lines lost")
 
 
 if __name__ == "__main__":
     if len(sys.argv) >= 3 and sys.argv[1] == "--propose":
-        propose(sys.argv[2])
+        options = dict(zip(sys.argv[3::2], sys.argv[4::2]))
+        keep = set(open(options["--keep"]).read().split()) if "--keep" in options else set()
+        propose(sys.argv[2], keep, float(options.get("--budget", 0)), options.get("--lines"))
     else:
         build = sys.argv[1] if len(sys.argv) > 1 else os.path.join(ROOT, "build-coverage")
         out = sys.argv[2] if len(sys.argv) > 2 else os.path.join(build, "coverage-per-test.json")
