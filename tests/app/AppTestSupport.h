@@ -3,7 +3,7 @@
 // locale code.
 #pragma once
 
-#include "tests/support/TempDir.h"
+#include "tests/support/TestEnvironment.h"
 
 #include <wx/init.h>
 
@@ -14,25 +14,22 @@
 
 namespace AppTests {
 
-using ScratchDir = KorvexTest::TempDir;
-using KorvexTest::ReadText;
+using ScratchDir = TestSupport::TempDir;
+using TestSupport::ReadText;
 
 // Points the all-users directory at `dir` and writes the program's settings
 // file there with the given XML body (inside <config>).
 inline void WriteAllUsersConfig(const std::string& dir, const std::string& body)
 {
     setenv("KORVEX_ALLUSERS_DIR", (dir + "/").c_str(), 1);
-    const std::string folder = dir + "/korvex/vessaclient";
-    std::system(("mkdir -p '" + folder + "'").c_str());
-    std::ofstream out(folder + "/config");
-    out << "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<config>" << body << "</config>\n";
+    TestSupport::WriteSettingsFile(dir, body);
 }
 
 // Names of the files in `dir` that begin with `prefix`.
 inline std::vector<std::string> FilesStartingWith(const std::string& dir, const std::string& prefix)
 {
     std::vector<std::string> names;
-    for (const std::string& name : KorvexTest::FileNames(dir))
+    for (const std::string& name : TestSupport::FileNames(dir))
         if (name.compare(0, prefix.size(), prefix) == 0)
             names.push_back(name);
     return names;

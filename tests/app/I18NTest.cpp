@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 
 namespace {

@@ -66,13 +66,13 @@ protected:
 TEST_F(StartupTest, ALogFolderThatCannotHoldTheLogIsNamedOnStandardError)
 {
     const std::string blocked = m_logs.path() + "/a-file";
-    KorvexTest::WriteText(blocked, "in the way");
+    TestSupport::WriteText(blocked, "in the way");
     testing::internal::CaptureStderr();
     const std::string path = VessaCards::StartApplicationLog(blocked);
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(said, "log file " + path + " cannot be written: Not a directory\n");
     AppLog()->LogMessage("nowhere to go");  // and the program goes on
-    EXPECT_EQ(KorvexTest::ReadText(blocked), "in the way");
+    EXPECT_EQ(TestSupport::ReadText(blocked), "in the way");
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // Byte buffer: construction, comparison, hex formatting and file loading.
 #include "base/ByteArray.h"
 
-#include "tests/support/TempDir.h"
+#include "tests/support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
 
@@ -64,11 +64,11 @@ TEST(ByteArray, ToHexStringFlags)
 
 TEST(ByteArray, LoadFromFileAppendsAfterExistingContent)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     std::string big(2500, '\0');
     for (std::size_t i = 0; i < big.size(); ++i)
         big[i] = static_cast<char>(i * 7);
-    KorvexTest::WriteText(dir.file("data"), big);
+    TestSupport::WriteText(dir.file("data"), big);
 
     ByteArray out = Bytes({0xEE});
     ASSERT_TRUE(Korvex::LoadFromFile(dir.file("data"), out));

@@ -5,7 +5,7 @@
 #include "base/ConfigImpl_XML.h"
 #include "base/FileAndDirectory.h"
 
-#include "tests/support/TempDir.h"
+#include "tests/support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
 
@@ -19,8 +19,8 @@
 #include <regex>
 
 using namespace Korvex;
-using KorvexTest::FileNames;
-using KorvexTest::ReadText;
+using TestSupport::FileNames;
+using TestSupport::ReadText;
 
 namespace {
 
@@ -58,10 +58,10 @@ protected:
     std::string Dir() const { return etc.path() + "/korvex/vessaclient"; }
     std::string AllUsersFile() const { return Dir() + "/config"; }
 
-    KorvexTest::TempDir etc;
-    KorvexTest::TempDir homeDir;
-    KorvexTest::EnvGuard allUsers;
-    KorvexTest::EnvGuard home;
+    TestSupport::TempDir etc;
+    TestSupport::TempDir homeDir;
+    TestSupport::EnvGuard allUsers;
+    TestSupport::EnvGuard home;
     Config* store = nullptr;
 };
 
@@ -184,7 +184,7 @@ TEST_F(ConfigTest, FailedWriteKeepsValueInMemory)
     // A plain file where the settings directory should be: nothing can be
     // written there, whatever rights the test runs with.
     ASSERT_EQ(0, rmdir(Dir().c_str()));
-    KorvexTest::WriteText(Dir(), "in the way");
+    TestSupport::WriteText(Dir(), "in the way");
     EXPECT_FALSE(store->SetInteger(15, 8));
     long level = 0;
     EXPECT_TRUE(store->GetInteger(15, level));
@@ -197,8 +197,8 @@ TEST_F(ConfigTest, BrokenFileIsKeptBeforeTheFirstWrite)
 {
     ASSERT_TRUE(CreateDirectories(Dir()));
     const std::string broken = "<config><vessa_Client>unclosed";
-    KorvexTest::WriteText(AllUsersFile(), broken);
-    KorvexTest::WriteText(AllUsersFile() + ".broken", "earlier copy");
+    TestSupport::WriteText(AllUsersFile(), broken);
+    TestSupport::WriteText(AllUsersFile() + ".broken", "earlier copy");
 
     store = NewStore(true);
     ASSERT_TRUE(store->IsInitialized()) << "a broken file is no error at start";
@@ -227,12 +227,12 @@ TEST_F(ConfigTest, UnusableFilesLeaveTheDefaultsAndStayAsTheyWere)
     const Case cases[] = {
         {"directory", [](const std::string& f) { mkdir(f.c_str(), 0755); }, "is not a regular file"},
         {"dangling link", [](const std::string& f) { ASSERT_EQ(0, symlink((f + ".gone").c_str(), f.c_str())); }, nullptr},
-        {"empty", [](const std::string& f) { KorvexTest::WriteText(f, ""); }, nullptr},
-        {"garbage", [](const std::string& f) { KorvexTest::WriteText(f, "PK\x03\x04<<\xff\xfe"); },
+        {"empty", [](const std::string& f) { TestSupport::WriteText(f, ""); }, nullptr},
+        {"garbage", [](const std::string& f) { TestSupport::WriteText(f, "PK\x03\x04<<\xff\xfe"); },
          "is not well-formed XML"},
-        {"truncated", [](const std::string& f) { KorvexTest::WriteText(f, "<config><vessa_Client><Trace><Log"); },
+        {"truncated", [](const std::string& f) { TestSupport::WriteText(f, "<config><vessa_Client><Trace><Log"); },
          "is not well-formed XML"},
-        {"huge", [](const std::string& f) { KorvexTest::WriteText(f, "<config>"); ASSERT_EQ(0, truncate(f.c_str(), 100 << 20)); },
+        {"huge", [](const std::string& f) { TestSupport::WriteText(f, "<config>"); ASSERT_EQ(0, truncate(f.c_str(), 100 << 20)); },
          "is too large to be settings"},
     };
     for (const Case& c : cases) {
@@ -269,7 +269,7 @@ TEST_F(ConfigTest, StaleTemporaryFilesOfKilledWritesGoAtTheNextWrite)
     const std::string recent = AllUsersFile() + ".tmpXyZ789";
     const std::string foreign = AllUsersFile() + ".tmp-notes";
     for (const std::string& file : {stale, recent, foreign})
-        KorvexTest::WriteText(file, "partial");
+        TestSupport::WriteText(file, "partial");
     const auto old = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(5);
     std::filesystem::last_write_time(stale, old);
     std::filesystem::last_write_time(foreign, old);

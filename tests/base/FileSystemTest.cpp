@@ -3,7 +3,7 @@
 #include "base/FileAndDirectory.h"
 #include "base/FileSystem.h"
 
-#include "tests/support/TempDir.h"
+#include "tests/support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
 
@@ -15,8 +15,8 @@
 #include <regex>
 
 using namespace Korvex;
-using KorvexTest::ReadText;
-using KorvexTest::WriteText;
+using TestSupport::ReadText;
+using TestSupport::WriteText;
 
 TEST(Paths, CombineAndSplit)
 {
@@ -47,30 +47,30 @@ TEST(Paths, TimestampAndTempNames)
 TEST(Environment, TempUserAndAllUsersDirectories)
 {
     {
-        KorvexTest::EnvGuard tmp("TMPDIR", "/some/where");
+        TestSupport::EnvGuard tmp("TMPDIR", "/some/where");
         EXPECT_EQ("/some/where", GetTempDir()) << "no separator is added";
         unsetenv("TMPDIR");
         EXPECT_EQ("/tmp/", GetTempDir());
         setenv("TMPDIR", "", 1);
         EXPECT_EQ("/tmp/", GetTempDir()) << "an empty value does not count";
     }
-    KorvexTest::EnvGuard home("HOME", "");
+    TestSupport::EnvGuard home("HOME", "");
     const struct passwd* account = getpwuid(getuid());
     ASSERT_NE(account, nullptr);
     EXPECT_EQ(account->pw_dir, GetUserDir()) << "without HOME, the account's home";
     setenv("HOME", "/home/someone", 1);
     EXPECT_EQ("/home/someone", GetUserDir());
     {
-        KorvexTest::EnvGuard all("KORVEX_ALLUSERS_DIR", "");
+        TestSupport::EnvGuard all("KORVEX_ALLUSERS_DIR", "");
         EXPECT_EQ("/etc/", GetAllUsersDir()) << "an empty value does not count";
     }
-    KorvexTest::EnvGuard all("KORVEX_ALLUSERS_DIR", "/scratch/etc/");
+    TestSupport::EnvGuard all("KORVEX_ALLUSERS_DIR", "/scratch/etc/");
     EXPECT_EQ("/scratch/etc/", GetAllUsersDir());
 }
 
 TEST(Files, ReadCompleteFile)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     WriteText(dir.file("data"), std::string("a\0b", 3));
     WriteText(dir.file("empty"), "");
     unsigned char* data = nullptr;
@@ -89,7 +89,7 @@ TEST(Files, ReadCompleteFile)
 
 TEST(Files, WriteRenameRemoveExists)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     const std::string a = dir.file("a");
     EXPECT_FALSE(FileExists(a));
     EXPECT_TRUE(WriteToFile(a, "first version", false));
@@ -108,7 +108,7 @@ TEST(Files, WriteRenameRemoveExists)
 
 TEST(Files, CopyFileInBlocks)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     for (std::size_t size : {0u, 1024u, 5000u}) {
         std::string content(size, '\0');
         for (std::size_t i = 0; i < size; ++i)
@@ -123,7 +123,7 @@ TEST(Files, CopyFileInBlocks)
 
 TEST(Directories, CreateAndList)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     EXPECT_TRUE(CreateOneDir(""));
     EXPECT_TRUE(CreateDirectories(dir.file("x/y/z")));
     struct stat info;
@@ -145,10 +145,10 @@ TEST(Directories, CreateAndList)
 
 TEST(PathRegistry, BaseDirectoriesAndEntries)
 {
-    KorvexTest::TempDir home, etc, tmp;
-    KorvexTest::EnvGuard h("HOME", home.path());
-    KorvexTest::EnvGuard a("KORVEX_ALLUSERS_DIR", etc.path());
-    KorvexTest::EnvGuard t("TMPDIR", tmp.path() + "/");
+    TestSupport::TempDir home, etc, tmp;
+    TestSupport::EnvGuard h("HOME", home.path());
+    TestSupport::EnvGuard a("KORVEX_ALLUSERS_DIR", etc.path());
+    TestSupport::EnvGuard t("TMPDIR", tmp.path() + "/");
 
     FileSystem* fs = FileSystem::GetHandle();
     ASSERT_EQ(fs, FileSystem::GetHandle());

@@ -2,7 +2,7 @@
 // also with two threads writing, and no earlier file is ever overwritten.
 #include "base/Logging.h"
 
-#include "tests/support/TempDir.h"
+#include "tests/support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,8 @@
 #include <thread>
 
 using Korvex::LibLogging;
-using KorvexTest::Lines;
-using KorvexTest::ReadText;
+using TestSupport::SplitLines;
+using TestSupport::ReadText;
 
 namespace {
 
@@ -25,8 +25,8 @@ struct AllFiles {
 AllFiles ReadAllFiles(const std::string& dir)
 {
     AllFiles all;
-    for (const std::string& name : KorvexTest::FileNames(dir)) {
-        std::vector<std::string> lines = Lines(ReadText(dir + "/" + name));
+    for (const std::string& name : TestSupport::FileNames(dir)) {
+        std::vector<std::string> lines = SplitLines(ReadText(dir + "/" + name));
         all.total += lines.size();
         all.linesByFile[name] = std::move(lines);
     }
@@ -46,7 +46,7 @@ LibLogging* NewLogger(const std::string& path, unsigned entries)
 
 TEST(LogRotation, BySizeKeepsFilesNearTheLimit)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     LibLogging* logger = NewLogger(dir.file("size"), 0);
     ASSERT_NE(nullptr, logger);
     logger->LogRotationFileSize(true, 1000);
@@ -65,7 +65,7 @@ TEST(LogRotation, BySizeKeepsFilesNearTheLimit)
 
 TEST(LogRotation, TwoThreadsLoseAndDuplicateNothing)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     LibLogging* logger = NewLogger(dir.file("threads"), 1000);
     ASSERT_NE(nullptr, logger);
     logger->LogThreadId(true);

@@ -2,7 +2,7 @@
 // stack, buffer modes, backups at Init and Destroy.
 #include "base/Logging.h"
 
-#include "tests/support/TempDir.h"
+#include "tests/support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +13,8 @@
 #include <regex>
 
 using Korvex::LibLogging;
-using KorvexTest::Lines;
-using KorvexTest::ReadText;
+using TestSupport::SplitLines;
+using TestSupport::ReadText;
 
 namespace {
 
@@ -31,13 +31,13 @@ protected:
     // Each line without its 19-character time stamp.
     std::vector<std::string> Tails() const
     {
-        std::vector<std::string> lines = Lines(ReadText(dir.file("test.log")));
+        std::vector<std::string> lines = SplitLines(ReadText(dir.file("test.log")));
         for (std::string& line : lines)
             line = line[0] == ' ' ? line : line.substr(19);
         return lines;
     }
 
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     LibLogging* logger = nullptr;
 };
 
@@ -73,7 +73,7 @@ TEST_F(LoggerTest, LineFormatOnTheFile)
     logger->Log("leaving", Korvex::LOG_OUT_FUNCTION);
     logger->LogRaw("raw text");
 
-    const std::vector<std::string> lines = Lines(ReadText(dir.file("test.log")));
+    const std::vector<std::string> lines = SplitLines(ReadText(dir.file("test.log")));
     ASSERT_EQ(4u, lines.size());
     const std::string stamp = R"(^\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})";
     const std::string tid = std::to_string(::gettid());
@@ -86,7 +86,7 @@ TEST_F(LoggerTest, LineFormatOnTheFile)
 
 TEST(LoggingInit, DefaultsExtensionAndEnableSwitch)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     LibLogging* logger = LibLogging::GetHandle(LibLogging::Register());
     ASSERT_TRUE(logger->Init(dir.file("plain"), 0, false));
     EXPECT_EQ(dir.file("plain.log"), logger->GetFileName());
@@ -113,8 +113,8 @@ TEST(LoggingInit, DefaultsExtensionAndEnableSwitch)
 
 TEST(LoggingInit, WithoutBackupEmptiesAndWithBackupKeepsEveryEarlierFile)
 {
-    KorvexTest::TempDir dir;
-    KorvexTest::WriteText(dir.file("app.log"), "run one\n");
+    TestSupport::TempDir dir;
+    TestSupport::WriteText(dir.file("app.log"), "run one\n");
     LibLogging* logger = LibLogging::GetHandle(LibLogging::Register());
     ASSERT_TRUE(logger->Init(dir.file("app"), 100, true));
     EXPECT_EQ("", ReadText(dir.file("app.log")));
@@ -126,7 +126,7 @@ TEST(LoggingInit, WithoutBackupEmptiesAndWithBackupKeepsEveryEarlierFile)
     logger->LogError("run three");
     ASSERT_TRUE(logger->Init(dir.file("app"), 100, true));
 
-    const std::vector<std::string> names = KorvexTest::FileNames(dir.path());
+    const std::vector<std::string> names = TestSupport::FileNames(dir.path());
     ASSERT_EQ(4u, names.size());
     std::string all;
     for (const std::string& name : names) {
@@ -137,7 +137,7 @@ TEST(LoggingInit, WithoutBackupEmptiesAndWithBackupKeepsEveryEarlierFile)
         EXPECT_NE(std::string::npos, all.find(run)) << run;
 
     ASSERT_TRUE(logger->Init(dir.file("app"), 100, false));
-    EXPECT_EQ(4u, KorvexTest::FileNames(dir.path()).size()) << "no backup without the flag";
+    EXPECT_EQ(4u, TestSupport::FileNames(dir.path()).size()) << "no backup without the flag";
     logger->Destroy();
 }
 
@@ -182,7 +182,7 @@ TEST_F(LoggerTest, BufferModes)
 
 TEST(LoggingDestroy, ClosingLinesDependOnLevel)
 {
-    KorvexTest::TempDir dir;
+    TestSupport::TempDir dir;
     for (Korvex::LOG_LEVEL level : {1u, 4u}) {
         LibLogging* logger = LibLogging::GetHandle(LibLogging::Register());
         const std::string name = dir.file("destroy" + std::to_string(level));
@@ -190,7 +190,7 @@ TEST(LoggingDestroy, ClosingLinesDependOnLevel)
         logger->Enabled(true);
         logger->SetLoggingLevel(level);
         logger->Destroy();
-        std::vector<std::string> lines = Lines(ReadText(name + ".log"));
+        std::vector<std::string> lines = SplitLines(ReadText(name + ".log"));
         for (std::string& line : lines)
             line = line.substr(19);
         std::vector<std::string> expected = {"        DEBUG close LibLogging"};

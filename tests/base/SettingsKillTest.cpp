@@ -2,7 +2,7 @@
 // leaves the settings file with either the old or the new content, never a
 // broken or lost one, and the temporary files of killed writes go away with
 // the next write once they are stale.
-#include "tests/support/TempDir.h"
+#include "tests/support/TestEnvironment.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
@@ -69,8 +69,8 @@ pid_t StartWriter(long from)
 
 TEST(SettingsKillTest, KilledWritesLeaveTheOldOrTheNewContent)
 {
-    KorvexTest::TempDir etc;
-    KorvexTest::EnvGuard allUsers("KORVEX_ALLUSERS_DIR", etc.path() + "/");
+    TestSupport::TempDir etc;
+    TestSupport::EnvGuard allUsers("KORVEX_ALLUSERS_DIR", etc.path() + "/");
     const std::string dir = etc.path() + "/korvex/vessaclient";
     const std::string file = dir + "/config";
     const char* loops = std::getenv("KORVEX_KILL_LOOPS");  // 1000 for the full run

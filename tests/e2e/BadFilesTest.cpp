@@ -9,9 +9,7 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 
 namespace EndToEnd {
 namespace {
@@ -36,7 +34,7 @@ std::string Catalogue(const Sandbox& box)
 void Write(const std::string& path, const std::string& text)
 {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << text;
+    TestSupport::WriteText(path, text);
 }
 
 // `head` padded with zero bytes to 100 MB.
@@ -65,10 +63,8 @@ std::string Reported(const Sandbox& box, const ProgramRunner& program)
 {
     std::string text = program.StandardError();
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(LogFolder(box), error)) {
-        std::ifstream log(entry.path());
-        text.append(std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>());
-    }
+    for (const auto& entry : std::filesystem::directory_iterator(LogFolder(box), error))
+        text += TestSupport::ReadText(entry.path());
     return text;
 }
 

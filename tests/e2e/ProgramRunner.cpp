@@ -8,8 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
+#include <filesystem>
 #include <thread>
 
 #include <fcntl.h>
@@ -20,21 +19,6 @@
 extern char** environ;
 
 namespace EndToEnd {
-
-namespace {
-
-std::string Env(const char* name, const char* fallback)
-{
-    const char* value = std::getenv(name);
-    return value != nullptr && *value != '\0' ? value : fallback;
-}
-
-} // namespace
-
-std::string BinaryDir()
-{
-    return Env("KORVEX_BINARY_DIR", ".");
-}
 
 std::string BuiltProgram()
 {
@@ -55,28 +39,8 @@ bool HaveDisplay()
 
 Sandbox::Sandbox()
 {
-    std::string pattern = Env("TMPDIR", "/tmp/") + "/e2e-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (mkdtemp(buffer.data()) != nullptr)
-        m_root = buffer.data();
-    std::system(("mkdir -p '" + m_root + "/home' '" + m_root + "/etc' '" + m_root + "/tmp' '" +
-                 m_root + "/state'")
-                    .c_str());
-}
-
-Sandbox::~Sandbox()
-{
-    if (!m_root.empty())
-        std::system(("rm -rf '" + m_root + "'").c_str());
-}
-
-void Sandbox::WriteSettings(const std::string& body) const
-{
-    const std::string dir = AllUsers() + "/korvex/vessaclient";
-    std::system(("mkdir -p '" + dir + "'").c_str());
-    std::ofstream out(dir + "/config");
-    out << "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<config>" << body << "</config>\n";
+    for (const char* sub : {"/home", "/etc", "/tmp", "/state"})
+        std::filesystem::create_directories(Root() + sub);
 }
 
 ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> arguments)
@@ -178,50 +142,40 @@ bool ProgramRunner::Running()
 
 std::string ProgramRunner::StandardError() const
 {
-    std::ifstream in(m_stderrPath);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return TestSupport::ReadText(m_stderrPath);
 }
 
 namespace {
 
-std::string TextProperty(Display* display, Window window, const char* name, Atom type)
+// A window property's raw items (8-bit text or 32-bit numbers, which Xlib
+// hands over as longs); empty when the window has none of that type.
+std::string Property(Display* display, Window window, const char* name, Atom type, int* format)
 {
-    Atom property = XInternAtom(display, name, True);
-    if (property == None)
-        return "";
+    const Atom property = XInternAtom(display, name, True);
     Atom actualType;
-    int format;
     unsigned long count, after;
     unsigned char* data = nullptr;
-    std::string text;
-    if (XGetWindowProperty(display, window, property, 0, 1024, False, type, &actualType, &format,
-                           &count, &after, &data) == Success && data != nullptr) {
-        if (format == 8)
-            text.assign(reinterpret_cast<char*>(data), count);
+    std::string bytes;
+    if (property != None && XGetWindowProperty(display, window, property, 0, 1024, False, type, &actualType, format,
+                                               &count, &after, &data) == Success && data != nullptr) {
+        bytes.assign(reinterpret_cast<char*>(data), count * (*format == 32 ? sizeof(long) : *format / 8));
         XFree(data);
     }
-    return text;
+    return bytes;
+}
+
+std::string TextProperty(Display* display, Window window, const char* name, Atom type)
+{
+    int format = 0;
+    const std::string text = Property(display, window, name, type, &format);
+    return format == 8 ? text : "";
 }
 
 long PidOf(Display* display, Window window)
 {
-    Atom property = XInternAtom(display, "_NET_WM_PID", True);
-    if (property == None)
-        return -1;
-    Atom actualType;
-    int format;
-    unsigned long count, after;
-    unsigned char* data = nullptr;
-    long pid = -1;
-    if (XGetWindowProperty(display, window, property, 0, 1, False, XA_CARDINAL, &actualType, &format,
-                           &count, &after, &data) == Success && data != nullptr) {
-        if (count == 1)
-            pid = static_cast<long>(*reinterpret_cast<unsigned long*>(data));
-        XFree(data);
-    }
-    return pid;
+    int format = 0;
+    const std::string pid = Property(display, window, "_NET_WM_PID", XA_CARDINAL, &format);
+    return pid.size() == sizeof(long) ? *reinterpret_cast<const long*>(pid.data()) : -1;
 }
 
 void Collect(Display* display, Window window, pid_t pid, std::vector<WindowInfo>& found)

@@ -2,6 +2,8 @@
 // card state, and looks at its windows on the X display.
 #pragma once
 
+#include "tests/support/TestEnvironment.h"
+
 #include <sys/types.h>
 
 #include <map>
@@ -14,15 +16,14 @@ namespace EndToEnd {
 class Sandbox {
 public:
     Sandbox();
-    ~Sandbox();
-    const std::string& Root() const { return m_root; }
-    std::string Home() const { return m_root + "/home"; }
-    std::string AllUsers() const { return m_root + "/etc"; }
+    const std::string& Root() const { return m_root.path(); }
+    std::string Home() const { return Root() + "/home"; }
+    std::string AllUsers() const { return Root() + "/etc"; }
     // Writes the all-users settings file with this XML inside <config>.
-    void WriteSettings(const std::string& body) const;
+    void WriteSettings(const std::string& body) const { TestSupport::WriteSettingsFile(AllUsers(), body); }
 
 private:
-    std::string m_root;
+    TestSupport::TempDir m_root;
 };
 
 class ProgramRunner {
@@ -56,7 +57,7 @@ private:
     int m_status = -2;
 };
 
-std::string BinaryDir();
+using TestSupport::BinaryDir;
 std::string BuiltProgram();
 bool HaveDisplay();
 

@@ -4,10 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
+#include <filesystem>
 
-#include <fstream>
-#include <iterator>
 #include <regex>
 
 namespace EndToEnd {
@@ -81,31 +79,18 @@ TEST_F(ProgramTest, AnyArgumentIsRejected)
     }
 }
 
-std::vector<std::string> FilesIn(const std::string& dir)
-{
-    std::vector<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(d)) {
-            if (entry->d_name[0] != '.')
-                names.push_back(entry->d_name);
-        }
-        closedir(d);
-    }
-    return names;
-}
-
 // Each way the card module can fail to start: the message keeps its first
 // line, names the reason in German on the second, and the log gives it in
 // English; closing the message ends the program with status 0.
 TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
 {
     const std::string modules = sandbox.Root() + "/modules";
-    std::system(("mkdir -p '" + modules + "/garbage' '" + modules + "/noinit'").c_str());
-    std::ofstream(modules + "/garbage/libVessaP11.so") << "not a shared object\n";
-    std::system(("cp '" SHIM_NOINIT_PATH "' '" + modules + "/noinit/libVessaP11.so'").c_str());
-    std::ofstream(modules + "/cards.xml") << "<cardset><reader name=\"X\"><card generation=\"ACOS-A09\"/>";
     const std::string logs = sandbox.Root() + "/logs";
-    std::system(("mkdir -p '" + logs + "'").c_str());
+    for (const std::string& folder : {modules + "/garbage", modules + "/noinit", logs})
+        std::filesystem::create_directories(folder);
+    TestSupport::WriteText(modules + "/garbage/libVessaP11.so", "not a shared object\n");
+    std::filesystem::copy_file(SHIM_NOINIT_PATH, modules + "/noinit/libVessaP11.so");
+    TestSupport::WriteText(modules + "/cards.xml", "<cardset><reader name=\"X\"><card generation=\"ACOS-A09\"/>");
     sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>1</LogLevel><Filename>" + logs +
                           "/trace.log</Filename></Trace></vessa_Client>");
     const struct {
@@ -130,7 +115,8 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
     };
     for (const auto& failure : cases) {
         SCOPED_TRACE(failure.name);
-        std::system(("rm -f '" + logs + "'/*").c_str());
+        for (const std::string& file : TestSupport::FileNames(logs))
+            std::filesystem::remove(logs + "/" + file);
         ProgramRunner program(sandbox);
         program.SetEnv("LD_LIBRARY_PATH", failure.libraryPath);
         if (!failure.cards.empty())
@@ -148,10 +134,9 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
         const std::string shown = "Error loading PKCS#11 library\n" + failure.reason;
         EXPECT_NE(program.StandardError().find(shown), std::string::npos) << program.StandardError();
 
-        const std::vector<std::string> files = FilesIn(logs);
+        const std::vector<std::string> files = TestSupport::FileNames(logs);
         ASSERT_EQ(files.size(), 1u);
-        std::ifstream in(logs + "/" + files[0]);
-        const std::string log((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const std::string log = TestSupport::ReadText(logs + "/" + files[0]);
         EXPECT_NE(log.find(failure.logLine), std::string::npos) << log;
     }
 }

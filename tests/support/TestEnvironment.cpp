@@ -103,11 +103,7 @@ void SetPinAnswers(const Lines& answers)
 
 Lines PinDialogLog()
 {
-    Lines lines;
-    std::istringstream in(ReadText(ScratchDir() + "/pins.log"));
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
+    return SplitLines(ReadText(ScratchDir() + "/pins.log"));
 }
 
 Bytes IssuedCertificate(const std::string& serial, bool signature)
@@ -132,6 +128,55 @@ void WriteText(const std::string& path, const std::string& text, bool executable
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
     if (executable)
         chmod(path.c_str(), 0755);
+}
+
+Lines SplitLines(const std::string& text)
+{
+    Lines lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+Lines FileNames(const std::string& dir)
+{
+    Lines names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+        names.push_back(entry.path().filename().string());
+    return names;
+}
+
+TempDir::TempDir()
+{
+    const std::string base = Env("TMPDIR").empty() ? "/tmp/" : Env("TMPDIR");
+    m_path = base + (base.back() == '/' ? "" : "/") + "korvex-test-XXXXXX";
+    if (mkdtemp(m_path.data()) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
+}
+
+TempDir::~TempDir()
+{
+    std::error_code ignored; // cleanup must not throw from a destructor
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+EnvGuard::EnvGuard(const char* name, const std::string& value)
+    : m_name(name), m_old(Env(name)), m_had(std::getenv(name) != nullptr)
+{
+    setenv(name, value.c_str(), 1);
+}
+
+EnvGuard::~EnvGuard()
+{
+    m_had ? setenv(m_name.c_str(), m_old.c_str(), 1) : unsetenv(m_name.c_str());
+}
+
+void WriteSettingsFile(const std::string& allUsersDir, const std::string& body)
+{
+    const std::string folder = allUsersDir + "/korvex/vessaclient";
+    std::filesystem::create_directories(folder);
+    WriteText(folder + "/config", "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<config>" + body + "</config>\n");
 }
 
 bool WaitForFile(const std::string& path, double seconds)

@@ -1,6 +1,7 @@
-// Shared fixture library of every test that loads the simulated module: one
-// private scratch folder per test process, the simulator pointed at it with
-// a card set and a scripted PIN dialogue, and small file helpers.
+// Shared fixture library of the tests: one private scratch folder per test
+// process, the simulator pointed at it with a card set and a scripted PIN
+// dialogue, folders and environment variables that last one test, and small
+// file helpers.
 #pragma once
 
 #include <string>
@@ -34,9 +35,44 @@ Lines PinDialogLog();
 // The certificate the simulator issued to a card.
 Bytes IssuedCertificate(const std::string& serial, bool signature);
 
+// A folder of its own for one test (under TMPDIR), removed with everything
+// in it afterwards.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return m_path; }
+    std::string file(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+// Sets an environment variable for the guard's lifetime.
+class EnvGuard {
+public:
+    EnvGuard(const char* name, const std::string& value);
+    ~EnvGuard();
+    EnvGuard(const EnvGuard&) = delete;
+    EnvGuard& operator=(const EnvGuard&) = delete;
+
+private:
+    std::string m_name, m_old;
+    bool m_had;
+};
+
+// Writes the program's all-users settings file below `allUsersDir` with this
+// XML inside <config>.
+void WriteSettingsFile(const std::string& allUsersDir, const std::string& body);
+
 Bytes ReadBytes(const std::string& path);
 std::string ReadText(const std::string& path);
 void WriteText(const std::string& path, const std::string& text, bool executable = false);
+Lines SplitLines(const std::string& text);
+// Names of the entries of a folder, in no particular order.
+Lines FileNames(const std::string& dir);
 // Waits up to `seconds` for a file to exist and be non-empty.
 bool WaitForFile(const std::string& path, double seconds);
 // Runs a shell command; its standard output, and its exit status in `status`.
