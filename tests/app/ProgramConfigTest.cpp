@@ -1,5 +1,5 @@
-// The registered configuration and path tables: every row, the irregular
-// ones included, and how the entries meet the XML file.
+// The registered configuration and path tables as the settings file meets
+// them: a relative log file name lands below the user directory.
 #include "app/ProgramConfig.h"
 #include "base/Config.h"
 #include "base/FileSystem.h"
@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 
 namespace {
 
@@ -22,17 +21,29 @@ protected:
     }
     void TearDown() override { Config::GetHandle(0)->Destroy(); }
 
-    void ExpectEntry(unsigned id, int sys, const std::string& path, const std::string& key)
-    {
-        Korvex::sConfig* entry = Config::GetHandle(0)->GetConfigEntry(id);
-        ASSERT_NE(entry, nullptr) << "entry " << id;
-        EXPECT_EQ(entry->type, Korvex::CONFIG_ALL_USERS) << "entry " << id;
-        EXPECT_EQ(static_cast<int>(entry->sys), sys) << "entry " << id;
-        EXPECT_EQ(entry->path, path) << "entry " << id;
-        EXPECT_EQ(entry->key, key) << "entry " << id;
-    }
-
     AppTests::ScratchDir m_dir;
 };
+
+TEST_F(ProgramConfigTest, LogFileBecomesPathEntryZeroUnderTheUserDirectory)
+{
+    Config::GetHandle(0)->Destroy();
+    AppTests::WriteAllUsersConfig(
+        m_dir.path(), "<vessa_Client><Trace><Filename>logs/trace</Filename></Trace></vessa_Client>");
+    GenerateConfig();
+    GenerateFileSystem();
+
+    Korvex::FileSystem* paths = Korvex::FileSystem::GetHandle();
+    Korvex::_PathConfig* entry = paths->GetConfigEntry(VessaCards::PATH_LOGFILE);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->base, Korvex::BASE_USER);
+    EXPECT_EQ(entry->path, "logs/trace");
+    EXPECT_EQ(entry->file, "");
+    // No application sub-folder: the entry sits directly below the user directory.
+    EXPECT_EQ(paths->GetPath(VessaCards::PATH_LOGFILE, false),
+              paths->GetUserDirectory() + "/logs/trace");
+    for (unsigned unused = 1; unused <= 7; ++unused)
+        EXPECT_EQ(paths->GetConfigEntry(unused), nullptr) << "path entry " << unused;
+    paths->Destroy();
+}
 
 } // namespace

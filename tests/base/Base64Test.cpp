@@ -22,6 +22,22 @@ Bytes Sequence(std::size_t n)
 
 } // namespace
 
+TEST(Base64Encode, LinesOf76EndInCRLFButAWholeLastLineInALoneCR)
+{
+    struct Case { std::size_t bytes, chars; bool loneCrAtEnd; };
+    const Case cases[] = {{57, 77, true}, {114, 76 + 2 + 76 + 1, true}, {100, 76 + 2 + 60, false}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        const std::string text = b64Encode(Sequence(c.bytes));
+        ASSERT_EQ(c.chars, text.size());
+        if (c.bytes > 57) {
+            EXPECT_EQ("\r\n", text.substr(76, 2));
+        }
+        EXPECT_EQ(std::string::npos, text.find('\n', c.bytes > 57 ? 78 : 0));
+        EXPECT_EQ(c.loneCrAtEnd, text.back() == '\r');
+    }
+}
+
 TEST(Base64Decode, IgnoresBlanksRoundTripsAndDecodesGarbageToNothing)
 {
     EXPECT_EQ((Bytes{'A', 'B', 'C'}), b64Decode(std::string("QUJD\r\n")));

@@ -84,6 +84,28 @@ TEST_F(LoggerTest, LineFormatOnTheFile)
     EXPECT_EQ('\n', ReadText(dir.file("test.log")).back());
 }
 
+TEST_F(LoggerTest, LevelFilter)
+{
+    logger->SetLoggingLevel(2);
+    logger->LogMessage("m");
+    logger->LogRaw("r");
+    logger->LogDebug("d");
+    logger->LogWarning("w");
+    logger->LogError("e");
+    logger->Log("direct", Korvex::LOG_DEBUG);
+    logger->SetLoggingLevel(3);
+    logger->LogMessage("m3");
+    logger->LogRaw("r3");
+    logger->LogDebug("d3");
+    logger->SetLoggingLevel(4);
+    logger->LogDebug("d4");
+    logger->SetLoggingLevel(0);
+    logger->LogError("never");
+    const std::vector<std::string> expected = {"      WARNING w", "        ERROR e", "        DEBUG direct",
+                                               "      MESSAGE m3", " r3", "        DEBUG d4"};
+    EXPECT_EQ(expected, Tails());
+}
+
 TEST(LoggingInit, DefaultsExtensionAndEnableSwitch)
 {
     TestSupport::TempDir dir;

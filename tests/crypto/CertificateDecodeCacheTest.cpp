@@ -1,6 +1,6 @@
 // The process-wide memo of certificate decodes behind slCertificate's
-// LoadFromBuffer: shared parses of equal bytes, no mixing of different bytes,
-// least-recently-used eviction and use from two threads.
+// LoadFromBuffer: what it must not remember, and two threads loading equal
+// and different bytes, each always getting its own certificate.
 #include "CryptoTestSupport.h"
 
 #include "base/base64.h"

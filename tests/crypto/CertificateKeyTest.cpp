@@ -96,3 +96,20 @@ TEST(CertificateThumbprints, BinaryFormsMatchOpenSslFingerprints)
     EXPECT_EQ(Bytes(array, array + len), FromHex(Expected("ee-rsa", "sha1")));
     delete[] array;
 }
+
+TEST(CertificateThumbprints, WideTextDropsTheLeadingZeroOfEveryByte)
+{
+    int shortened = 0;
+    for (const char* name : {"ca", "ee-rsa", "ee-ec", "odd-ext"}) {
+        const std::string hex = Expected(name, "sha1");
+        std::wstring expected;
+        for (size_t i = 0; i < hex.size(); i += 2) {
+            if (hex[i] != '0')
+                expected += static_cast<wchar_t>(hex[i]);
+            expected += static_cast<wchar_t>(hex[i + 1]);
+        }
+        shortened += expected.size() < 40;
+        EXPECT_EQ(Load(name).GetThumbprint(), expected) << name;
+    }
+    EXPECT_GE(shortened, 2) << "the fixtures should hold digests with bytes below 0x10";
+}

@@ -1,4 +1,5 @@
-// slCertificate: loading, copying, storing, logging and untrusted input.
+// slCertificate: loading, copying, storing and logging (untrusted input is
+// the fuzz targets' part).
 #include "CryptoTestSupport.h"
 
 #include <openssl/x509.h>

@@ -1,4 +1,4 @@
-// slCertificate: names, serial numbers, raw DER pieces, flags and extensions.
+// slCertificate: names, raw DER pieces, flags and extensions.
 #include "CryptoTestSupport.h"
 
 #include <openssl/x509.h>

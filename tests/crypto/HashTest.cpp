@@ -1,5 +1,5 @@
-// Digests of every HashAlgorithm against published vectors, the size
-// protocol, DigestInfo headers and the LibCrypto log hooks.
+// Digests of every HashAlgorithm against published vectors, DigestInfo
+// headers and the LibCrypto log hooks.
 #include "crypto/Hash.h"
 #include "crypto/LibCrypto.h"
 #include "CryptoTestSupport.h"

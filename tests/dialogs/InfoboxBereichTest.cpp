@@ -136,6 +136,39 @@ TEST_F(InfoboxBereichTest, FixedLayoutListsThreeObjectsAndShowsTheIdentityLink) 
     EXPECT_TRUE(Binary().empty());
 }
 
+TEST_F(InfoboxBereichTest, InfoboxFileListsEntriesByTagAndLabel) {
+    Open(kMaria, Korvex::TOKEN_ACOS_A04);
+    EXPECT_TRUE(dialog->IsInfoboxFileMode());
+    EXPECT_EQ(Items(dialog->GetList()), (std::vector<wxString>{"01 PERSONENBINDUNG", "02 RFU1", "03 RFU2"}));
+    EXPECT_EQ(dialog->GetList()->GetSelection(), wxNOT_FOUND);
+    EXPECT_FALSE(dialog->GetProtectButton()->IsEnabled());
+
+    Select("01 PERSONENBINDUNG");
+    EXPECT_EQ(Binary(), SpacedHex(ReadObject(kMaria, "0x01")));
+    EXPECT_TRUE(Text().StartsWith(Utf8("Vorname: Maria\r\nNachname: Musterfrau\r\nGeburtsdatum: 1975-04-12")))
+        << Text();
+    EXPECT_TRUE(dialog->GetProtectButton()->IsEnabled());
+    EXPECT_EQ(dialog->GetProtectButton()->GetLabel(), Utf8("verschlüsselt speichern"));
+    auto* pages = dynamic_cast<wxNotebook*>(dialog->GetTextPage()->GetParent());
+    ASSERT_NE(pages, nullptr);
+    pages->SetSelection(1);  // the summary page rather than the hex dump
+    ExpectScreenshot(dialog, "infobox");
+
+    Select("02 RFU1");
+    const std::vector<unsigned char> rfu = ReadObject(kMaria, "0x02");
+    ASSERT_FALSE(rfu.empty());
+    EXPECT_EQ(Binary(), SpacedHex(rfu));
+    EXPECT_EQ(Text(), wxString::FromUTF8(reinterpret_cast<const char*>(rfu.data()), rfu.size()));
+
+    Open(kLena, Korvex::TOKEN_ACOS_A05);  // without identity link: the other entries
+    EXPECT_EQ(Items(dialog->GetList()), (std::vector<wxString>{"02 RFU1", "03 RFU2"}));
+    EXPECT_EQ(dialog->noPersBShown, 0);
+    Sim::SetFault("C_FindObjectsInit", kMaria.serial, CKR_DEVICE_ERROR, 1);
+    Open(kMaria, Korvex::TOKEN_ACOS_A04);  // unreadable file: empty list and the writer dialog
+    EXPECT_TRUE(dialog->GetList()->IsEmpty());
+    EXPECT_EQ(dialog->noPersBShown, 1);
+}
+
 TEST_F(InfoboxBereichTest, ProtectionSwitchWritesTheFlagAndRebuildsTheList) {
     Open(kMaria, Korvex::TOKEN_ACOS_A04);
     Select("02 RFU1");

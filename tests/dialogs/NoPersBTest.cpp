@@ -109,4 +109,37 @@ TEST_F(NoPersBTest, StartsTheWriterFromTheConfiguredDirectoryOrThePath) {
     std::remove((BinDir() + "/VessaPlus").c_str());
 }
 
+TEST_F(NoPersBTest, CompanionWritesTheIdentityLinkThatTheViewerThenShows) {
+    // The real companion, started the way the dialog starts it.
+    SetWriterDirectory(BinaryDir() + "/tools");
+    SetPinAnswers({"4321"});
+    NoPersB dialog(Frame(), wxID_ANY);
+    wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
+    dialog.evt_write_persb(event);
+
+    // The first card without identity link in reader order is Otto's.
+    auto written = [] {
+        const std::vector<unsigned char> link = ReadObject(kOtto, "PERSONENBINDUNG");
+        return std::any_of(link.begin(), link.end(), [](unsigned char b) { return b != 0; });
+    };
+    ASSERT_TRUE(PumpUntil(written, 30));
+
+    InfoboxBereich* viewer = new InfoboxBereich(Frame(), Korvex::TOKEN_ACOS_A03);
+    viewer->SetP11(Token(), kOtto.position);
+    viewer->Show();
+    wxTimer timer;
+    wxTimerEvent start(timer);
+    viewer->evt_OnTimer(start);
+    wxListBox* list = viewer->GetList();
+    list->SetSelection(0);
+    wxCommandEvent select(wxEVT_LISTBOX, InfoboxBereich::ID_LISTBOX);
+    select.SetString(list->GetString(0));
+    viewer->evt_listbox(select);
+    const wxString text = viewer->GetTextPage()->GetValue();
+    viewer->Destroy();
+    EXPECT_TRUE(text.StartsWith("Vorname: Otto\r\nNachname: Ohnebindung\r\nGeburtsdatum: "))
+        << text;
+    EXPECT_NE(text.Find("IssueInstant: 20"), wxNOT_FOUND) << text;
+}
+
 } // namespace

@@ -1,6 +1,5 @@
-// Programs and helpers around the dialogs, outside the toolkit: the private
-// certificate file, the detached viewer start, the certViewerApp launcher,
-// the identity-link builder and the VessaPlus companion on simulated cards.
+// Programs around the dialogs, outside the toolkit: the identity-link
+// builder and the VessaPlus companion on simulated cards.
 #include "base/ShowCertificate.h"
 #include "formats/Personenbindung.h"
 #include "tests/dialogs/DialogCards.h"

@@ -1,5 +1,5 @@
-// Infobox file: header and versions, end conditions, broken entries, writing
-// back byte for byte, the entry list operations and the tag labels.
+// Infobox file: header and versions, end conditions, broken entries, the
+// entry list operations and the tag labels.
 #include <gtest/gtest.h>
 
 #include "formats/InfoboxFS.h"

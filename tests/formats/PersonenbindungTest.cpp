@@ -1,7 +1,6 @@
-// Identity link parsing: a complete record built field by field, the quirks
-// of the accepted layout, and broken records (cut at every byte, corrupted
-// bytes, oversized lengths), which must give the defined results and never
-// read outside the input (checked by the sanitizer build).
+// Identity link parsing: a complete record built field by field, and broken
+// records (cut at every byte, corrupted bytes), which must give the defined
+// results and never read outside the input (checked by the sanitizer build).
 #include <gtest/gtest.h>
 
 #include "formats/Asn1.h"

@@ -36,6 +36,14 @@ Bytes paramBytes(EVP_PKEY* key, const char* name)
     return out;
 }
 
+std::string paramDecimal(EVP_PKEY* key, const char* name)
+{
+    char* text = BN_bn2dec(param(key, name).get());
+    std::string out(text);
+    OPENSSL_free(text);
+    return out;
+}
+
 Bytes rsaPublicKeyDer(EVP_PKEY* key)
 {
     unsigned char* der = nullptr;
@@ -56,6 +64,20 @@ Bytes exponent(const ParsedPublicKey& k) { return Bytes(k.exponent, k.exponent +
 std::string text(const unsigned char* digits) { return reinterpret_cast<const char*>(digits); }
 
 } // namespace
+
+TEST(ParseRsaKey, KeysMadeByOpenSslAndTheLargestModulus)
+{
+    PKeyPtr pkey(EVP_RSA_gen(2048), &EVP_PKEY_free);
+    ASSERT_NE(pkey, nullptr);
+    ParsedPublicKey key = parseExact(rsaPublicKeyDer(pkey.get()));
+    EXPECT_EQ(modulus(key), paramBytes(pkey.get(), OSSL_PKEY_PARAM_RSA_N));
+    EXPECT_EQ(exponent(key), paramBytes(pkey.get(), OSSL_PKEY_PARAM_RSA_E));
+    // 4096 bits: the 513-byte INTEGER, zero octet first, fills the 512-byte array.
+    const Bytes n = pattern(512, 0x81);
+    key = parseExact(tlv(0x30, cat({tlv(0x02, cat({Bytes{0x00}, n})), Bytes{0x02, 0x03, 0x01, 0x00, 0x01}})));
+    EXPECT_EQ(modulus(key), n);
+    EXPECT_EQ(exponent(key), (Bytes{0x01, 0x00, 0x01}));
+}
 
 TEST(ParseRsaKey, StopsAtElementsThatAreNoIntegerOrDoNotFit)
 {
@@ -90,6 +112,28 @@ TEST(ParseRsaKey, CutAtEveryByteReadsOnlyCompleteNumbers)
         EXPECT_EQ(key.keyType, len == 0 ? 1 : 0) << len;  // nothing to look at: treated as a point
         EXPECT_EQ(modulus(key), len >= 135 ? n : Bytes{}) << len;
         EXPECT_EQ(key.exponentLen, len == der.size() ? 3 : 0) << len;
+    }
+}
+
+TEST(ParseEccKey, PointsMadeByOpenSsl)
+{
+    struct Curve { const char* name; std::size_t pointLen; int coordinateLen; const char* reported; };
+    // Sizes other than P-192 and P-256 are reported with the P-256 name.
+    const Curve curves[] = {{"P-192", 49, 24, "1.2.840.10045.3.1.1"}, {"P-256", 65, 32, "1.2.840.10045.3.1.7"},
+                            {"P-384", 97, 48, "1.2.840.10045.3.1.7"}, {"P-521", 133, 66, "1.2.840.10045.3.1.7"}};
+    for (const Curve& curve : curves) {
+        PKeyPtr pkey(EVP_EC_gen(curve.name), &EVP_PKEY_free);
+        ASSERT_TRUE(pkey) << curve.name;
+        unsigned char point[256];
+        std::size_t len = 0;
+        ASSERT_EQ(EVP_PKEY_get_octet_string_param(pkey.get(), OSSL_PKEY_PARAM_ENCODED_PUBLIC_KEY, point, sizeof point, &len), 1);
+        ASSERT_EQ(len, curve.pointLen);
+        ParsedPublicKey key = parseExact(Bytes(point, point + len));
+        EXPECT_EQ(key.keyType, 1);
+        EXPECT_EQ(key.coordinateLen, curve.coordinateLen);
+        EXPECT_EQ(key.curve, curve.reported);
+        EXPECT_EQ(text(key.x), paramDecimal(pkey.get(), OSSL_PKEY_PARAM_EC_PUB_X)) << curve.name;
+        EXPECT_EQ(text(key.y), paramDecimal(pkey.get(), OSSL_PKEY_PARAM_EC_PUB_Y)) << curve.name;
     }
 }
 

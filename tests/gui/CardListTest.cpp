@@ -53,6 +53,70 @@ protected:
     }
 };
 
+TEST_F(CardListTest, FirstRefreshFillsTheWindowLastCardReadOnTop)
+{
+    // Readers are read 0..3; the internal slot is not removable and is left out.
+    ASSERT_EQ(frame->GetCardList()->GetItemCount(), 4);
+    ExpectRow(0, kBlank);
+    ExpectRow(1, kErika);
+    ExpectRow(2, kMaria);
+    ExpectRow(3, kJohann);
+    EXPECT_EQ(SelectedRow(), 0);
+    EXPECT_FALSE(frame->GetWaitDialog().IsShown());
+
+    wxListCtrl* list = frame->GetCardList();
+    const char* titles[] = {"Kartennummer", "Ausgestellt f\xC3\xBCr", "Kartentyp", "G\xC3\xBCltig bis"};
+    const int widths[] = {170, 350, 190, 170};
+    ASSERT_EQ(list->GetColumnCount(), 4);
+    for (int column = 0; column < 4; ++column) {
+        wxListItem header;
+        header.SetMask(wxLIST_MASK_TEXT);
+        ASSERT_TRUE(list->GetColumn(column, header));
+        EXPECT_EQ(header.GetText(), Utf8(titles[column]));
+        EXPECT_EQ(list->GetColumnWidth(column), widths[column]);
+    }
+    EXPECT_TRUE(list->HasFlag(wxLC_SINGLE_SEL));
+    EXPECT_EQ(frame->GetTitle(), "Kartenverwaltung (x64)");
+
+    const char* labels[] = {"6 stellige PIN \xC3\xA4ndern", "6 stellige PIN entsperren", "Zertifikat anzeigen",
+                            "Signatur testen",           "4 stellige PIN \xC3\xA4ndern", "4 stellige PIN entsperren",
+                            "Zertifikat anzeigen",       "Signatur testen",          "4 stellige PIN \xC3\xA4ndern",
+                            "4 stellige PIN entsperren", "Infobox anzeigen"};
+    for (size_t i = 0; i < std::size(labels); ++i) {
+        wxWindow* button = frame->FindWindow(kCommandButtons[i]);
+        ASSERT_NE(button, nullptr) << kCommandButtons[i];
+        EXPECT_EQ(button->GetLabel(), Utf8(labels[i]));
+    }
+    EXPECT_NE(wxDynamicCast(frame->FindWindow(MainFrame::ID_RELOAD), wxBitmapButton), nullptr);
+    EXPECT_FALSE(frame->GetStatusText()->IsShown());
+    EXPECT_FALSE(frame->GetStatusIcon()->IsShown());
+}
+
+TEST_F(CardListTest, SelectionAndLockingRulesFollowTheCardType)
+{
+    SelectCard(kJohann); // type 0: identity-link PIN buttons on
+    ExpectRestrictions(true, true);
+    SelectCard(kMaria); // type 1
+    ExpectRestrictions(false, true);
+    SelectCard(kErika); // type 3: no identity-link PIN, no unblock
+    ExpectRestrictions(false, false);
+    // The buttons follow the selected card alone: back on a type-0 card
+    // everything it allows is on again.
+    SelectCard(kJohann);
+    ExpectRestrictions(true, true);
+
+    SelectCard(kBlank); // type 2
+    ExpectRestrictions(false, true);
+    frame->MyEnable(false);
+    for (int id : kCommandButtons)
+        EXPECT_FALSE(IsEnabled(id)) << id;
+    EXPECT_FALSE(IsEnabled(MainFrame::ID_RELOAD));
+    EXPECT_FALSE(frame->GetCardList()->IsEnabled());
+    frame->MyEnable(true);
+    EXPECT_TRUE(frame->GetCardList()->IsEnabled());
+    ExpectRestrictions(false, true);
+}
+
 TEST_F(CardListTest, ModuleFailuresDuringARefreshLeaveOutWhatCannotBeReadAndSayWhat)
 {
     Sim::SetFault("C_OpenSession", kErika.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);

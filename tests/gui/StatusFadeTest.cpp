@@ -80,6 +80,35 @@ protected:
     }
 };
 
+TEST_F(StatusLineTest, StatusHoldsThenFadesInFiftySteps)
+{
+    const auto start = std::chrono::steady_clock::now();
+    frame->SetStatus("Fertig", false);
+    EXPECT_EQ(frame->GetFade().GetStep(), 1);
+    EXPECT_EQ(frame->GetFade().GetSteps(), 50);
+    EXPECT_TRUE(frame->GetFadeTimer().IsRunning());
+    EXPECT_EQ(frame->GetFadeTimer().GetInterval(), 1500);
+    EXPECT_EQ(frame->GetStatusText()->GetForegroundColour(), ExpectedColour(1));
+    ExpectStatus("Fertig", false);
+    const wxImage icon = frame->GetStatusIcon()->GetBitmap().ConvertToImage();
+    ASSERT_TRUE(icon.HasAlpha());
+    EXPECT_NEAR(icon.GetAlpha(16, 16), 249, 1);
+
+    Pump(1200);
+    EXPECT_EQ(frame->GetFade().GetStep(), 1) << "the status must hold for 1.5 s";
+    ASSERT_TRUE(PumpUntil([this] { return frame->GetFade().GetStep() >= 2; }, 3.0));
+    EXPECT_EQ(frame->GetFadeTimer().GetInterval(), 100);
+    EXPECT_EQ(frame->GetStatusText()->GetForegroundColour(), ExpectedColour(frame->GetFade().GetStep()));
+
+    ASSERT_TRUE(PumpUntil([this] { return !StatusShown(); }, 10.0));
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(frame->GetFade().GetStep(), 50);
+    EXPECT_FALSE(frame->GetFadeTimer().IsRunning());
+    // 1.5 s hold and 49 further steps of 100 ms; timers under load run late.
+    EXPECT_GE(seconds, 6.3);
+}
+
 TEST_F(StatusLineTest, NewStatusRestartsTheFadeAndEmptyTextHidesAtOnce)
 {
     frame->SetStatus("Erste Meldung", true);

@@ -1,5 +1,5 @@
-// The objects a card carries: keys and certificates that fit together and
-// name the holder, secrets that stay secret, and writes of the identity link.
+// The objects a card carries: secrets stay secret and handles belong to
+// their card.
 #include "SimHarness.h"
 
 #include "formats/Personenbindung.h"

@@ -1,6 +1,5 @@
-// PINs like a card: change and unblock dialogues, retry counters, locking,
-// cancel, format rules, login on the protected path, and persistence of all
-// of it across a restart.
+// PINs like a card: cancel, format rules and broken dialogues, login on the
+// protected path, a damaged state file, and the factory reset.
 #include "SimHarness.h"
 
 #include <algorithm>

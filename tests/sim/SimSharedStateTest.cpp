@@ -143,4 +143,27 @@ TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
     EXPECT_EQ(readData(3, "RFU2"), textBytes("own-" + std::to_string(written)));
 }
 
+TEST_F(SimSharedState, EntriesAddedOrResetElsewhereComeAndGoOnAnInfoboxCard) {
+    WriteText(m_dir + "/cards.xml", R"(<cardset><reader name="R"><card generation="ACOS-A05"
+        serial="1205000000002323" given="Lena" family="Leerbox" identitylink="false"/></reader></cardset>)");
+    setenv("VESSA_SIM_CARDS", (m_dir + "/cards.xml").c_str(), 1);
+    reload();
+    CK_SESSION_HANDLE session = openSession(0);
+    EXPECT_EQ(findObject(session, CKO_DATA, "0x01"), CK_INVALID_HANDLE);
+    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{2, 3}));
+
+    other({"write", "0", "PERSONENBINDUNG", "link"});
+    const CK_OBJECT_HANDLE entry = findObject(session, CKO_DATA, "0x01");
+    ASSERT_NE(entry, CK_INVALID_HANDLE);
+    EXPECT_EQ(readAttribute(session, entry, CKA_VALUE), textBytes("link"));
+    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{1, 2, 3}));
+
+    other({"reset", "1205000000002323"});
+    EXPECT_EQ(findObject(session, CKO_DATA, "0x01"), CK_INVALID_HANDLE);
+    CK_ATTRIBUTE value = {CKA_VALUE, nullptr, 0};
+    EXPECT_EQ(p11->C_GetAttributeValue(session, entry, &value, 1), CKR_OBJECT_HANDLE_INVALID);
+    EXPECT_EQ(infoboxTags(session), (std::vector<unsigned char>{2, 3}));
+    EXPECT_EQ(readAttribute(session, findObject(session, CKO_DATA, "PERSONENBINDUNG"), CKA_VALUE), Bytes(256, 0));
+}
+
 } // namespace

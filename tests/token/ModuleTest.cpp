@@ -1,5 +1,4 @@
-// Loading and unloading the module, the client version rule and the shapes
-// of the token layer's log lines.
+// Loading and unloading the module and the client version rule.
 #include "tests/token/TokenTestSupport.h"
 
 #include "token/LoadFreeLib.h"

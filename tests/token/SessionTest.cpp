@@ -1,5 +1,5 @@
-// Sessions, finding a card by its number, the card number over APDUs, and
-// object search, including cards pulled out between calls.
+// Finding a card by its number, and object search with what the module
+// answers wrongly.
 #include "tests/token/TokenTestSupport.h"
 
 using namespace tokentest;

@@ -127,6 +127,16 @@ TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
 
 class TokenShimSlotsTest : public ShimTokenTest {};
 
+TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
+{
+    Sim::SetMalformed("C_GetSlotList", "*", VSIM_ALWAYS);
+    std::vector<Korvex::SlotStruct*> slots;
+    EXPECT_TRUE(p11->GetSlots(slots, true));
+    EXPECT_LE(slots.size(), kListedCards);
+    Korvex::TokenInfoStruct info;
+    EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
+}
+
 TEST_F(TokenShimSlotsTest, SecondSlotListCallFailureIsLogged)
 {
     std::vector<Korvex::SlotStruct*> slots;
