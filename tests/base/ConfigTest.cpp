@@ -1,6 +1,6 @@
-// Configuration store over the XML back end: registry, entry table, path
-// mangling and the written XML, preset-keeping reads, string booleans,
-// atomic saves and the protection of unreadable files.
+// Configuration store over the XML back end: registry, entry table, the
+// written XML, string booleans, and the protection of broken, unreadable and
+// half-written files.
 #include "base/Config.h"
 #include "base/ConfigImpl_XML.h"
 #include "base/FileAndDirectory.h"
@@ -77,20 +77,6 @@ TEST(ConfigRegistry, FirstRegisterLeavesSlotZero)
     EXPECT_EQ(zero, Config::GetHandle(0));
     EXPECT_NE(zero, Config::GetHandle(a));
     EXPECT_EQ(nullptr, Config::GetHandle(a + 1000));
-}
-
-TEST(ConfigRegPath, BuildRegPathAndMangling)
-{
-    ConfigImpl_XML impl;
-    const std::string parts[] = {"config", "", "\\vessa Client\\Trace", "x\\"};
-    EXPECT_EQ("config\\vessa Client\\Trace\\x\\", impl.BuildRegPath(parts, 4));
-    const sConfig entry{CONFIG_ALL_USERS, "vessa Client\\Trace", "LogLevel", SYS_64};
-    EXPECT_EQ("config.vessa_Client.Trace.", impl.getPath(&entry));
-    EXPECT_EQ("config.vessa_Client.Trace.LogLevel", impl.getPathKey(&entry));
-    const sConfig dotted{CONFIG_ALL_USERS, "a.b/c d", "Key Name", SYS_32};
-    EXPECT_EQ("config.a_b.c_d.Key Name", impl.getPathKey(&dotted)) << "value name stays unchanged";
-    impl.SetRootName("root");
-    EXPECT_EQ("root.a_b.c_d.", impl.getPath(&dotted));
 }
 
 TEST_F(ConfigTest, EntriesNeedInitAndReplaceEachOther)
@@ -176,21 +162,6 @@ TEST_F(ConfigTest, RemoveKeyAndPath)
     xml = ReadText(AllUsersFile());
     EXPECT_EQ(std::string::npos, xml.find("Trace"));
     EXPECT_NE(std::string::npos, xml.find("vessa_Client"));
-}
-
-TEST_F(ConfigTest, FailedWriteKeepsValueInMemory)
-{
-    store = NewStore(true);
-    // A plain file where the settings directory should be: nothing can be
-    // written there, whatever rights the test runs with.
-    ASSERT_EQ(0, rmdir(Dir().c_str()));
-    TestSupport::WriteText(Dir(), "in the way");
-    EXPECT_FALSE(store->SetInteger(15, 8));
-    long level = 0;
-    EXPECT_TRUE(store->GetInteger(15, level));
-    EXPECT_EQ(8, level);
-    EXPECT_EQ("in the way", ReadText(Dir()));
-    EXPECT_EQ(std::vector<std::string>{"vessaclient"}, FileNames(etc.path() + "/korvex")) << "no temporary file left";
 }
 
 TEST_F(ConfigTest, BrokenFileIsKeptBeforeTheFirstWrite)

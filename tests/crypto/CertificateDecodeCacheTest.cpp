@@ -1,6 +1,6 @@
 // The process-wide memo of certificate decodes behind slCertificate's
-// LoadFromBuffer: what it must not remember, and two threads loading equal
-// and different bytes, each always getting its own certificate.
+// LoadFromBuffer: two threads loading equal and different bytes, each always
+// getting its own certificate.
 #include "CryptoTestSupport.h"
 
 #include "base/base64.h"
@@ -66,26 +66,6 @@ protected:
 };
 
 std::vector<Bytes> CertificateDecodeCache::s_made;
-
-TEST_F(CertificateDecodeCache, FailuresAndOversizedInputAreNotRemembered)
-{
-    const unsigned char junk[] = {0x30, 0x03, 0x02, 0x01, 0x01};
-    for (int i = 0; i < 2; ++i) {
-        slCertificate cert;
-        EXPECT_FALSE(cert.LoadFromBuffer(junk, sizeof(junk)));
-        EXPECT_EQ(DecodeCertificateDer(junk, sizeof(junk)), nullptr);
-    }
-    EXPECT_EQ(DecodeCertificateDer(nullptr, 10), nullptr);
-
-    // A certificate followed by much trailing data still loads (one object
-    // is read), but so large an input is parsed every time.
-    Bytes large = s_made[0];
-    large.resize(large.size() + 100 * 1024, 0xAB);
-    slCertificate a, b;
-    ASSERT_TRUE(a.LoadFromBuffer(large) && b.LoadFromBuffer(large));
-    EXPECT_NE(a.GetX509(), b.GetX509());
-    EXPECT_EQ(a.ToBin(), s_made[0]);
-}
 
 TEST_F(CertificateDecodeCache, TwoThreadsLoadTheSameAndDifferentBytes)
 {

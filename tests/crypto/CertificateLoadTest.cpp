@@ -9,24 +9,6 @@
 using namespace Korvex;
 using namespace CryptoTest;
 
-TEST(CertificateLoad, DerPemBase64AndFileFormsGiveTheSameCertificate)
-{
-    const Bytes der = ReadBytes(FixturePath("ee-rsa.der")), pemBytes = ReadBytes(FixturePath("ee-rsa.pem"));
-    const std::string pem(pemBytes.begin(), pemBytes.end());
-    // Plain base64 of the DER: the PEM body without its armour lines.
-    const size_t bodyStart = pem.find('\n') + 1;
-    const std::string body = pem.substr(bodyStart, pem.find("-----END") - bodyStart);
-
-    slCertificate fromDer, fromPem, fromB64, roundTrip;
-    ASSERT_TRUE(fromDer.LoadFromBuffer(der.data(), der.size()));
-    ASSERT_TRUE(fromPem.LoadFromB64(pem));
-    ASSERT_TRUE(fromB64.LoadFromB64(body));
-    ASSERT_TRUE(roundTrip.LoadFromB64(fromDer.ToB64()));
-    slCertificate fromPemFile = Load("ee-rsa", ".pem"), fromDerFile = Load("ee-rsa");
-    for (slCertificate* c : {&fromDer, &fromPem, &fromB64, &fromPemFile, &fromDerFile, &roundTrip})
-        EXPECT_EQ(c->ToBin(), der);
-}
-
 TEST(CertificateLoad, FailedLoadsOverwriteWithoutFreeingButMissingFileKeeps)
 {
     slCertificate cert = Load("ca");

@@ -1,4 +1,4 @@
-// slCertificate: names, raw DER pieces, flags and extensions.
+// slCertificate: names, flags and extensions.
 #include "CryptoTestSupport.h"
 
 #include <openssl/x509.h>
@@ -31,28 +31,6 @@ TEST(CertificateNames, OneLineFormsAttributesAndHashes)
     EXPECT_EQ(v1.GetIssuer(), "/C=AT/O=Left\\/Right/CN=V1 Root");
     EXPECT_EQ(v1.GetIssuerSepByComa(), "CN=V1 Root,Right,O=Left\\,C=AT");
     EXPECT_EQ(v1.GetIssuerO(), "Left/Right");
-}
-
-TEST(CertificateNames, DerPiecesFollowTheTwoCallSizeProtocol)
-{
-    slCertificate ee = Load("ee-rsa"), ca = Load("ca");
-    unsigned int size = 0, caSize = 0;
-    ASSERT_TRUE(ee.GetIssuerDER(nullptr, size));
-    Bytes buf(size + 4, 0xEE);
-    unsigned int len = size - 1;
-    EXPECT_FALSE(ee.GetIssuerDER(buf.data(), len));
-    EXPECT_EQ(len, size - 1);
-    EXPECT_EQ(buf[0], 0xEE);
-    len = size + 4;
-    ASSERT_TRUE(ee.GetIssuerDER(buf.data(), len));
-    EXPECT_EQ(len, size);
-    EXPECT_EQ(buf[size], 0xEE);
-    // The issuer's Name is the CA's subject Name, tag and length included.
-    ASSERT_TRUE(ca.GetSubjectDER(nullptr, caSize));
-    Bytes caSubject(caSize);
-    ASSERT_TRUE(ca.GetSubjectDER(caSubject.data(), caSize));
-    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + size), caSubject);
-    EXPECT_EQ(caSubject[0], 0x30);
 }
 
 TEST(CertificateFlags, CaSelfSignedAndOcspChecks)

@@ -193,23 +193,4 @@ TEST_F(TestDialogTest, EveryFailureHasItsText) {
     EXPECT_EQ(Status(), Utf8("Ungültiger Hashwert ausgewählt"));
 }
 
-TEST_F(TestDialogTest, StatusLineFadesOutAndEmptyTextHidesIt) {
-    Open(kJohann, Korvex::APPL_SIGNATURE);
-    dialog->SetStatus("Signatur erfolgreich!", false);
-    ASSERT_TRUE(StatusShown());
-    wxTimer timer;
-    wxTimerEvent tick(timer);
-    // SetStatus ran the first of the 50 steps; the 50th hides the line.
-    for (int step = 2; step < 50; ++step) dialog->evt_OnFadeOut(tick);
-    EXPECT_TRUE(StatusShown());
-    dialog->evt_OnFadeOut(tick);
-    EXPECT_FALSE(StatusShown());
-    EXPECT_FALSE(dialog->GetStatusIcon()->IsShown());
-
-    dialog->SetStatus("Fehler beim Signieren", true);
-    ASSERT_TRUE(StatusShown());
-    dialog->SetStatus(wxEmptyString, false);
-    EXPECT_FALSE(StatusShown());
-}
-
 } // namespace

@@ -63,27 +63,6 @@ TEST(Bin2DecStr, DigitsWithTwoZerosAndRefusals)
     EXPECT_EQ(bin2decStr(v256.data(), 2, out, 5), 3);
 }
 
-TEST(ReadBitString, CopiesValueOnlyWithoutUnusedBitsAndWithinCapacity)
-{
-    Bytes ok = {0x03, 0x00, 0xAA, 0xBB}, unused = {0x03, 0x04, 0xAA, 0xBB};
-    unsigned char out[4] = {0x55, 0x55, 0x55, 0x55};
-    int pos = 0, outLen = 2;  // capacity counts the unused-bits octet too: 2 is too small
-    EXPECT_FALSE(ReadBitString(ok.data(), pos, out, outLen));
-    EXPECT_EQ(pos, 4);
-    EXPECT_EQ(outLen, 2);
-    EXPECT_EQ(out[0], 0x55);
-    pos = 0;
-    outLen = 4;
-    EXPECT_FALSE(ReadBitString(unused.data(), pos, out, outLen));
-    EXPECT_EQ(outLen, 2);
-    EXPECT_EQ(out[0], 0x55);
-    pos = 0;
-    outLen = 3;
-    EXPECT_TRUE(ReadBitString(ok.data(), pos, out, outLen));
-    EXPECT_EQ(outLen, 2);
-    EXPECT_EQ(Bytes(out, out + 2), (Bytes{0xAA, 0xBB}));
-}
-
 TEST(ReadUtf8String, ContentUpToFirstZeroUnconverted)
 {
     Bytes withZero = {0x04, 'A', 0x00, 'B', 'C'}, umlaut = {0x02, 0xC3, 0xA4}, cut = {0x05, 'A', 'B'};

@@ -1,5 +1,5 @@
-// Infobox file: header and versions, end conditions, broken entries, the
-// entry list operations and the tag labels.
+// Infobox file: header and versions, the entry list operations and the tag
+// labels.
 #include <gtest/gtest.h>
 
 #include "formats/InfoboxFS.h"
@@ -42,33 +42,6 @@ TEST(InfoboxFS, HeaderAndVersions)
         EXPECT_FALSE(parse(fs, bad));
     EXPECT_TRUE(parse(fs, {'A', 'I', 'K', 1}));
     EXPECT_EQ(fs.GetEntryCount(), 0u);
-}
-
-TEST(InfoboxFS, EndConditionsAndBrokenEntries)
-{
-    // An empty entry as the last four bytes is not read; one more byte and it is.
-    Bytes raw = file(1, {entry(1, 0, {0x61}), entry(2, 0, {})});
-    InfoboxFS fs;
-    ASSERT_TRUE(parse(fs, raw));
-    EXPECT_EQ(fs.GetTagList(), (Bytes{1}));
-    raw.push_back(0x00);
-    InfoboxFS padded;
-    ASSERT_TRUE(parse(padded, raw));
-    EXPECT_EQ(padded.GetTagList(), (Bytes{1, 2}));
-
-    // An entry running past the end fails; the entries before it stay.
-    Bytes cut = file(1, {entry(1, 0, {0x61}), entry(5, 0, {0x62, 0x63})});
-    cut.pop_back();
-    InfoboxFS broken;
-    EXPECT_FALSE(parse(broken, cut));
-    EXPECT_EQ(broken.GetTagList(), (Bytes{1}));
-    EXPECT_FALSE(parse(broken, {'A', 'I', 'K', 1, 3, 0, 0xFF, 0xFF, 0x00, 0x00}));
-
-    // Parsing again without Clear() appends.
-    EXPECT_TRUE(parse(padded, raw));
-    EXPECT_EQ(padded.GetTagList(), (Bytes{1, 2, 1, 2}));
-    padded.Clear();
-    EXPECT_EQ(padded.GetEntryCount(), 0u);
 }
 
 TEST(InfoboxFS, AddEntryReplacesOrAppendsAndLengthKeepsLow16Bits)

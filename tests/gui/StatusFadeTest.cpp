@@ -1,9 +1,7 @@
-// The fading status line: the FadeOut arithmetic on its own, and the main
-// window's hold of 1.5 s followed by 50 steps of 100 ms.
+// The main window's fading status line: a hold of 1.5 s followed by 50 steps
+// of 100 ms, restarted by a new status and hidden at once by an empty one.
 #include "tests/gui/WindowTestSupport.h"
 
-#include "gui/FadeOut.h"
-#include "gui/Images.h"
 
 #include <wx/bitmap.h>
 #include <wx/button.h>
@@ -14,60 +12,6 @@
 
 namespace WindowTests {
 namespace {
-
-wxImage SolidImage(int width, int height, bool withAlpha)
-{
-    wxImage image(width, height);
-    image.SetRGB(wxRect(0, 0, width, height), 10, 20, 30);
-    if (withAlpha) {
-        image.InitAlpha();
-        image.SetAlpha(0, 0, 0); // one fully transparent pixel
-        image.SetAlpha(1, 0, 1); // one almost transparent pixel
-    }
-    return image;
-}
-
-TEST(FadeOut, StepsColourAndImageScaleWithTheStep)
-{
-    FadeOut fade;
-    EXPECT_EQ(fade.GetStep(), 0);
-    EXPECT_EQ(fade.GetSteps(), 100);
-    EXPECT_FALSE(fade.Finished());
-
-    // The colour is the scaled difference of the two, not a blend; every
-    // pixel that is not fully transparent fades, truncated.
-    const wxImage source = SolidImage(3, 1, true);
-    fade.Init(wxColour(200, 100, 0), wxColour(50, 180, 255), source, 50);
-    EXPECT_EQ(fade.GetColour(), wxColour(0, 0, 0));
-    fade.NextStep();
-    EXPECT_EQ(fade.GetColour(), wxColour(3, 1, 5));
-    EXPECT_EQ(fade.GetImage().GetAlpha(0, 0), 0);
-    EXPECT_EQ(fade.GetImage().GetAlpha(1, 0), 249);
-    EXPECT_EQ(fade.GetImage().GetAlpha(2, 0), 249);
-    EXPECT_EQ(fade.GetImage().GetRed(2, 0), 10);
-    EXPECT_EQ(source.GetAlpha(2, 0), 255);
-    for (int i = 1; i < 25; ++i)
-        fade.NextStep();
-    EXPECT_EQ(fade.GetColour(), wxColour(75, 40, 127));
-    EXPECT_EQ(fade.GetImage().GetAlpha(2, 0), 127);
-    for (int i = 25; i < 52; ++i)
-        fade.NextStep();
-    EXPECT_EQ(fade.GetStep(), 50) << "steps stop at the last one";
-    EXPECT_TRUE(fade.Finished());
-    EXPECT_FLOAT_EQ(fade.GetModifier(), 1.0f);
-    EXPECT_EQ(fade.GetColour(), wxColour(150, 80, 255));
-    EXPECT_EQ(fade.GetImage().GetAlpha(2, 0), 0);
-
-    // Init starts over; an image without alpha fades like an opaque one;
-    // equal colours give black.
-    fade.Init(wxColour(90, 90, 90), wxColour(90, 90, 90), SolidImage(2, 2, false), 4);
-    EXPECT_EQ(fade.GetStep(), 0);
-    fade.NextStep();
-    EXPECT_NEAR(fade.GetModifier(), 0.25f, 1e-6);
-    EXPECT_EQ(fade.GetColour(), wxColour(0, 0, 0));
-    ASSERT_TRUE(fade.GetImage().HasAlpha());
-    EXPECT_EQ(fade.GetImage().GetAlpha(1, 1), 191); // 3/4 * 255
-}
 
 class StatusLineTest : public MainWindowTest {
 protected:

@@ -1,5 +1,5 @@
-// The vendor extensions (APDUs and named card attributes), fault injection
-// from every source, latency, and two threads using the module at once.
+// The vendor APDUs, fault injection from every source, latency, and two
+// threads using the module at once.
 #include "SimHarness.h"
 
 #include "base/Conversion.h"
@@ -87,53 +87,6 @@ TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
     EXPECT_EQ(m_sim.transmit(session, nullptr, 5, small.data(), &length), CKR_ARGUMENTS_BAD);
     CK_SESSION_HANDLE internal = openSession(kInternalSlot);
     EXPECT_EQ(m_sim.transmit(internal, read, sizeof read, small.data(), &length), CKR_FUNCTION_NOT_SUPPORTED);
-}
-
-TEST_F(SimCard, NamedAttributesPerGeneration) {
-    // ATR prefixes the program maps to card type codes 5, 8, 4, 1.
-    const char* atrPrefixes[] = {"3BBF11008131FE45455041", "3BDF18008131FE588031B05202046405C903AC73B7B1D422",
-                                 "3BBF94008131FE65454C55204175737472696129312E313B", "3BBF11008131FE45455041"};
-    for (CK_SLOT_ID slot : {0, 1, 2, 3}) {
-        CK_SESSION_HANDLE session = openSession(slot);
-        Bytes atr;
-        ASSERT_EQ(attribute(session, "ATR", atr), CKR_OK);
-        EXPECT_EQ(hex(atr).rfind(atrPrefixes[slot], 0), 0u) << hex(atr);
-        Bytes reset;
-        ASSERT_EQ(attribute(session, "Reset", reset), CKR_OK);
-        EXPECT_EQ(reset, atr);
-    }
-    // What each card does not have; the oldest e-card has the records but no PIN status.
-    const std::tuple<CK_SLOT_ID, const char*, CK_RV> answers[] = {
-        {0, "SicSig/PIN-Status", CKR_FUNCTION_NOT_SUPPORTED}, {0, "SV-Personendaten/EHIC", CKR_FUNCTION_NOT_SUPPORTED},
-        {0, "Unbekannt", CKR_ATTRIBUTE_TYPE_INVALID},          {0, nullptr, CKR_ARGUMENTS_BAD},
-        {2, "GewSig/PIN-Status", CKR_FUNCTION_NOT_SUPPORTED},  {2, "SV-Personendaten/Grunddaten", CKR_OK}};
-    Bytes value;
-    for (const auto& [slot, name, rv] : answers) EXPECT_EQ(attribute(openSession(slot), name, value), rv) << name;
-
-    // The G4 reports PIN tries (the demo card's signature PIN is on its
-    // last try); they follow wrong entries.
-    CK_SESSION_HANDLE g4 = openSession(1);
-    ASSERT_EQ(attribute(g4, "SicSig/PIN-Status", value), CKR_OK);
-    EXPECT_EQ(value, (Bytes{1, 3}));
-    CK_UTF8CHAR wrong[] = "000000";
-    CK_OBJECT_HANDLE key = findObject(g4, CKO_PRIVATE_KEY, "SK.CH.EKEY");
-    CK_MECHANISM ecdsa = {CKM_ECDSA, nullptr, 0};
-    ASSERT_EQ(p11->C_SignInit(g4, &ecdsa, key), CKR_OK);
-    EXPECT_EQ(p11->C_Login(g4, CKU_CONTEXT_SPECIFIC, wrong, 4), CKR_PIN_INCORRECT);
-    ASSERT_EQ(attribute(g4, "GewSig/PIN-Status", value), CKR_OK);
-    EXPECT_EQ(value[0], 2);
-    unsigned char tiny[1];
-    CK_ULONG length = 1;
-    EXPECT_EQ(m_sim.cardAttribute(g4, "GewSig/PIN-Status", tiny, &length), CKR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(length, 2u);
-
-    Bytes ehic;
-    Bytes basic;
-    ASSERT_EQ(attribute(g4, "SV-Personendaten/EHIC", ehic), CKR_OK);
-    ASSERT_EQ(attribute(g4, "SV-Personendaten/Grunddaten", basic), CKR_OK);
-    EXPECT_EQ(ehic[0], 0x30);
-    EXPECT_NE(std::string(ehic.begin(), ehic.end()).find("Mustermann"), std::string::npos);
-    EXPECT_NE(std::string(basic.begin(), basic.end()).find("19681103"), std::string::npos);
 }
 
 TEST_F(SimCard, FaultsFromCallsHitTheChosenCardAndCount) {

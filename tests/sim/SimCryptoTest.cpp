@@ -1,6 +1,5 @@
 // Real cryptography: every signature mechanism on every key kind verifies
-// with OpenSSL outside the module, C_Verify tells good from bad, digests
-// match known values, and misuse of operations gets the standard answers.
+// with OpenSSL outside the module, and only the real signature asks the PIN.
 #include "SimHarness.h"
 #include "tests/support/SignatureCheck.h"
 
@@ -126,39 +125,6 @@ TEST_F(SimCrypto, SigningAsksThePinOnlyForTheRealSignature) {
     const unsigned long beforeLocked = Sim::PinDialogCount();
     EXPECT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_PIN_LOCKED);
     EXPECT_EQ(Sim::PinDialogCount(), beforeLocked);
-}
-
-TEST_F(SimCrypto, KeysRefuseWrongMechanismsAndMechanismListsFollowTheKeys) {
-    CK_SESSION_HANDLE session = openSession(0);
-    CK_OBJECT_HANDLE rsa = findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG");
-    CK_OBJECT_HANDLE ec = findObject(session, CKO_PRIVATE_KEY, "SK.CH.EKEY");
-    CK_MECHANISM ecdsa = {CKM_ECDSA, nullptr, 0}, rsaPkcs = {CKM_RSA_PKCS, nullptr, 0};
-    EXPECT_EQ(p11->C_SignInit(session, &ecdsa, rsa), CKR_KEY_TYPE_INCONSISTENT);
-    EXPECT_EQ(p11->C_SignInit(session, &rsaPkcs, ec), CKR_KEY_TYPE_INCONSISTENT);
-    EXPECT_EQ(p11->C_SignInit(session, &rsaPkcs, findObject(session, CKO_PUBLIC_KEY, "PK.CH.SIG")),
-              CKR_KEY_FUNCTION_NOT_PERMITTED);
-    // 1536-bit key: at most 192 - 11 bytes under CKM_RSA_PKCS, refused before
-    // any dialogue, and the operation ends.
-    ASSERT_EQ(p11->C_SignInit(session, &rsaPkcs, rsa), CKR_OK);
-    Bytes tooLong(182, 1), signature(192);
-    CK_ULONG length = signature.size();
-    const unsigned long dialogs = Sim::PinDialogCount();
-    EXPECT_EQ(p11->C_Sign(session, tooLong.data(), tooLong.size(), signature.data(), &length), CKR_DATA_LEN_RANGE);
-    EXPECT_EQ(Sim::PinDialogCount(), dialogs);
-    EXPECT_EQ(p11->C_Sign(session, tooLong.data(), 10, signature.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
-
-    CK_MECHANISM_TYPE one[1];
-    CK_ULONG count = 1;
-    EXPECT_EQ(p11->C_GetMechanismList(2, one, &count), CKR_BUFFER_TOO_SMALL);
-    std::vector<CK_MECHANISM_TYPE> ecOnly(count);
-    ASSERT_EQ(p11->C_GetMechanismList(2, ecOnly.data(), &count), CKR_OK);
-    EXPECT_EQ(std::count(ecOnly.begin(), ecOnly.end(), CKM_RSA_PKCS), 0);
-    EXPECT_EQ(std::count(ecOnly.begin(), ecOnly.end(), CKM_ECDSA), 1);
-    CK_MECHANISM_INFO info;
-    ASSERT_EQ(p11->C_GetMechanismInfo(1, CKM_SHA256_RSA_PKCS, &info), CKR_OK);
-    EXPECT_EQ(info.ulMaxKeySize, 2048u);
-    EXPECT_TRUE(info.flags & CKF_SIGN);
-    EXPECT_EQ(p11->C_GetMechanismInfo(2, CKM_RSA_PKCS, &info), CKR_MECHANISM_INVALID);
 }
 
 } // namespace

@@ -35,15 +35,6 @@ TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
     EXPECT_EQ(Sim::PinTries(kAcos, VSIM_PIN_ENCRYPTION), 3);
 }
 
-TEST_F(TokenPinTest, UnblockOnAnECardIsAnError)
-{
-    ASSERT_TRUE(openCard(kG3A));
-    unsigned long dialogs = Sim::PinDialogCount();
-    EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
-    EXPECT_EQ(Log::errors(), Lines{"Proc_C_SetAttributeValue returned 0x54"});
-    EXPECT_EQ(Sim::PinDialogCount(), dialogs);
-}
-
 TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
 {
     EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
