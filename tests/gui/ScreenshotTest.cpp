@@ -1,5 +1,5 @@
-// The window on the module's built-in demo cards in English, captured from
-// the X server as <build>/screenshots/main-window-en.png.
+// The window on the module's built-in demo cards in English, saved as
+// <build>/screenshots/main-window-en.png.
 #include "tests/gui/WindowTestSupport.h"
 
 #include "app/I18N.h"
@@ -13,11 +13,9 @@
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 
-#include <X11/Xlib.h>
-#include <X11/Xutil.h>
-
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 
 namespace WindowTests {
 namespace {
@@ -26,53 +24,6 @@ class DemoWindowTest : public MainWindowTest {
 protected:
     bool UsesTestCardSet() const override { return false; }
 };
-
-// The screen area of `rect` as an image; invalid when it cannot be read.
-wxImage CaptureScreen(const wxRect& rect)
-{
-    Display* display = XOpenDisplay(nullptr);
-    if (display == nullptr)
-        return wxImage();
-    wxImage image;
-    XImage* shot = XGetImage(display, DefaultRootWindow(display), rect.x, rect.y, rect.width,
-                             rect.height, AllPlanes, ZPixmap);
-    if (shot != nullptr && shot->bits_per_pixel == 32 && shot->red_mask == 0xFF0000 &&
-        shot->green_mask == 0xFF00 && shot->blue_mask == 0xFF) {
-        image.Create(rect.width, rect.height);
-        for (int y = 0; y < rect.height; ++y) {
-            for (int x = 0; x < rect.width; ++x) {
-                const unsigned long pixel = XGetPixel(shot, x, y);
-                image.SetRGB(x, y, (pixel >> 16) & 0xFF, (pixel >> 8) & 0xFF, pixel & 0xFF);
-            }
-        }
-    }
-    if (shot != nullptr)
-        XDestroyImage(shot);
-    XCloseDisplay(display);
-    return image;
-}
-
-// Puts the window at the top left, captures it and saves the picture as
-// <build>/screenshots/<name>; invalid when the screen cannot show it whole.
-wxImage SaveWindowShot(wxFrame* frame, const std::string& name)
-{
-    frame->Move(0, 0);
-    frame->Raise();
-    frame->Refresh();
-    frame->Update();
-    Pump(300);
-    const wxRect area = frame->GetScreenRect();
-    const wxSize screen = wxGetDisplaySize();
-    if (area.GetRight() >= screen.x || area.GetBottom() >= screen.y)
-        return wxImage();
-    const wxImage shot = CaptureScreen(area);
-    if (!shot.IsOk())
-        return shot;
-    const std::string dir = BinaryDir() + "/screenshots";
-    std::system(("mkdir -p '" + dir + "'").c_str());
-    EXPECT_TRUE(shot.SaveFile(dir + "/" + name, wxBITMAP_TYPE_PNG));
-    return shot;
-}
 
 // The window on the English catalogue the build made, as under an English
 // desktop.
@@ -139,7 +90,9 @@ TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
     for (int y = 40; y < 130; y += 7)
         for (int x = 560; x < 700; x += 7)
             EXPECT_EQ(shown.GetRed(x, y), german.GetRed(x, y)) << x << "," << y;
-    SaveWindowShot(frame, "main-window-en.png");
+    const std::string shots = BinaryDir() + "/screenshots";
+    std::filesystem::create_directories(shots);
+    EXPECT_TRUE(SaveScreenshot(frame, shots + "/main-window-en"));
 }
 
 } // namespace
