@@ -9,7 +9,12 @@ mutant ends killed (a test failed or timed out), survived, or did not compile.
 The sample depends only on the seed and on the product sources, so a run
 before and a run after a change of the tests compare the same mutants.
 
-    python3 scripts/mutants.py [--seed N] [--count N] [--list] [--out FILE]
+    python3 scripts/mutants.py [--seed N] [--count N] [--list] [--out FILE] [--only FILE]
+
+--only judges just the sites named in FILE ("path:line" anywhere in a line,
+as in the survivors of an earlier report): a change that only removes tests
+can only turn killed mutants into survivors, so the survivors of the suite
+after the change, judged again by the suite before it, give both kill rates.
 
 Run it under an X server (scripts/mutants.sh starts one): the window tests
 need a display.
@@ -151,9 +156,13 @@ def main():
     parser.add_argument("--build", default=os.path.join(ROOT, "build-mutants"))
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
     parser.add_argument("--out", help="also write the report to this file")
+    parser.add_argument("--only", help="judge only the sites named in this file")
     args = parser.parse_args()
 
     sample = pick_sample(args.seed, args.count)
+    if args.only:
+        named = set(re.findall(r"([\w/.]+\.cpp:\d+)", open(args.only).read()))
+        sample = [s for s in sample if f"{s[1]}:{s[2]}" in named]
     describe = lambda s: f"{s[1]}:{s[2]} {s[4]}: {s[5]!r} -> {s[6]!r}"
     if args.list:
         for site in sample:
