@@ -24,7 +24,7 @@ cmake --build "$BUILD" -j"$JOBS" >/dev/null
 find "$BUILD" -name '*.gcda' -delete
 # The simulator keeps the keys it generated in the build's scratch folder;
 # every run starts without them, so the key making counts the same each time.
-rm -rf "$BUILD/test-scratch"
+rm -rf "$BUILD/test-scratch/sim-keys" "$BUILD/test-scratch/gui-sim-keys"
 (cd "$BUILD" && xvfb-run -a -s "-screen 0 1280x1024x24" \
     ctest -j"$JOBS" --timeout 600 >"$BUILD/coverage-ctest.log" 2>&1) ||
   echo "coverage: some tests failed (see $BUILD/coverage-ctest.log); figures are still printed"
