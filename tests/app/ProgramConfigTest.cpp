@@ -1,5 +1,5 @@
-// The registered configuration and path tables as the settings file meets
-// them: a relative log file name lands below the user directory.
+// The registered configuration and path tables: every row, the irregular
+// ones included, and how the entries meet the XML file.
 #include "app/ProgramConfig.h"
 #include "base/Config.h"
 #include "base/FileSystem.h"
@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 
 namespace {
 
@@ -21,8 +22,104 @@ protected:
     }
     void TearDown() override { Config::GetHandle(0)->Destroy(); }
 
+    void ExpectEntry(unsigned id, int sys, const std::string& path, const std::string& key)
+    {
+        Korvex::sConfig* entry = Config::GetHandle(0)->GetConfigEntry(id);
+        ASSERT_NE(entry, nullptr) << "entry " << id;
+        EXPECT_EQ(entry->type, Korvex::CONFIG_ALL_USERS) << "entry " << id;
+        EXPECT_EQ(static_cast<int>(entry->sys), sys) << "entry " << id;
+        EXPECT_EQ(entry->path, path) << "entry " << id;
+        EXPECT_EQ(entry->key, key) << "entry " << id;
+    }
+
     AppTests::ScratchDir m_dir;
 };
+
+TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
+{
+    const char* keys[] = {"", "CheckForUpdates", "DXR", "InstallDir", "Updateable", "Version"};
+    for (unsigned i = 0; i < 6; ++i) {
+        ExpectEntry(2 * i, 0, "vessa Client", keys[i]);
+        ExpectEntry(2 * i + 1, 1, "vessa Client", keys[i]);
+    }
+    ExpectEntry(27, 0, "vessa Client", "Language");
+    ExpectEntry(28, 1, "vessa Client", "Language");
+    ExpectEntry(61, 0, "vessa Client", "AutoRefresh");
+    ExpectEntry(62, 1, "vessa Client", "AutoRefresh");
+    const char* more[] = {"DeleteLogfilesAfterXDays", "FixIt", "CleanCertsOnRefresh", "MakeDialogsStayOnTop"};
+    for (unsigned i = 0; i < 4; ++i) {
+        ExpectEntry(18 + 2 * i, 0, "vessa Client", more[i]);
+        ExpectEntry(19 + 2 * i, 1, "vessa Client", more[i]);
+    }
+}
+
+TEST_F(ProgramConfigTest, TraceRowsLiveInTheTraceSubgroup)
+{
+    ExpectEntry(12, 0, "vessa Client\\Trace", "LogMode");
+    ExpectEntry(13, 1, "vessa Client\\Trace", "LogMode");
+    ExpectEntry(14, 0, "vessa Client\\Trace", "LogLevel");
+    ExpectEntry(15, 1, "vessa Client\\Trace", "LogLevel");
+    ExpectEntry(16, 0, "vessa Client\\Trace", "Filename");
+    ExpectEntry(17, 1, "vessa Client\\Trace", "Filename");
+}
+
+TEST_F(ProgramConfigTest, IrregularRowsAreKept)
+{
+    // 26 has no twin: 27 is the Language entry.
+    ExpectEntry(26, 0, "Orbelia", "InstallDir");
+    ExpectEntry(27, 0, "vessa Client", "Language");
+    // Two number pairs for the same values.
+    ExpectEntry(29, 0, "VessaMiniDriver", "EnableKorvexPinDialog");
+    ExpectEntry(44, 1, "VessaMiniDriver", "EnableKorvexPinDialog");
+    ExpectEntry(31, 0, "VessaMiniDriver", "EnableExternalPin");
+    ExpectEntry(48, 1, "VessaMiniDriver", "EnableExternalPin");
+    // Spelled so on purpose.
+    ExpectEntry(45, 0, "VessaMiniDriver", "PinEntryRequireSecuryMode");
+    ExpectEntry(46, 1, "VessaMiniDriver", "PinEntryRequireSecuryMode");
+    // Registered twice with the same values.
+    ExpectEntry(37, 0, "VessaMiniDriver", "PinCachePolicyType");
+    ExpectEntry(40, 1, "VessaMiniDriver", "PinCachePolicyInfo");
+}
+
+TEST_F(ProgramConfigTest, DriverGroupRowsAreComplete)
+{
+    const char* keys[] = {"EnableKorvexPinDialog", "EnableExternalPin", "EnableLogging",
+                          "EnableCardAuthenticateEx", "PinCachePolicyType", "PinCachePolicyInfo",
+                          "EnableOutputDebugString", "EnableKorvexPinDialog",
+                          "PinEntryRequireSecuryMode", "EnableExternalPin", "IgnoreAcosSubVersion",
+                          "CheckReaderCapabilities", "EnableDiagnostics", "DoExclusiveReconnect",
+                          "MiniDriverVersion", "MiniDriverMinVersion"};
+    for (unsigned i = 0; i < 16; ++i) {
+        ExpectEntry(29 + 2 * i, 0, "VessaMiniDriver", keys[i]);
+        ExpectEntry(30 + 2 * i, 1, "VessaMiniDriver", keys[i]);
+    }
+}
+
+TEST_F(ProgramConfigTest, NumbersAboveSixtyTwoDoNotExist)
+{
+    EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(63), nullptr);
+    EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(100), nullptr);
+}
+
+TEST_F(ProgramConfigTest, BothSystemTypesReadTheSameElementOfTheAllUsersFile)
+{
+    Config::GetHandle(0)->Destroy();
+    AppTests::WriteAllUsersConfig(
+        m_dir.path(), "<vessa_Client><Trace><LogLevel>3</LogLevel></Trace></vessa_Client>");
+    GenerateConfig();
+    long level14 = -1, level15 = -1;
+    EXPECT_TRUE(Config::GetHandle(0)->GetInteger(14, level14));
+    EXPECT_TRUE(Config::GetHandle(0)->GetInteger(15, level15));
+    EXPECT_EQ(level14, 3);
+    EXPECT_EQ(level15, 3);
+}
+
+TEST_F(ProgramConfigTest, MissingValueKeepsTheCallersPreset)
+{
+    long level = 42;
+    EXPECT_FALSE(Config::GetHandle(0)->GetInteger(VessaCards::CFG_LOG_LEVEL, level));
+    EXPECT_EQ(level, 42);
+}
 
 TEST_F(ProgramConfigTest, LogFileBecomesPathEntryZeroUnderTheUserDirectory)
 {

@@ -22,6 +22,25 @@ Bytes Sequence(std::size_t n)
 
 } // namespace
 
+TEST(Base64Encode, ShortAndEmptyInputAndPointerBufferLayout)
+{
+    unsigned char abc[] = {'A', 'B', 'C'};
+    char* text = b64Encode(abc, 3);
+    EXPECT_STREQ("QUJD", text);
+    delete[] text;
+    EXPECT_EQ("QUI=", b64Encode(Bytes{'A', 'B'}));
+    EXPECT_EQ("QQ==", b64Encode(Bytes{'A'}));
+    EXPECT_EQ("", b64Encode(Bytes()));
+    EXPECT_THROW(b64Encode(abc, 0), std::out_of_range);
+
+    Bytes four = Sequence(4);
+    text = b64Encode(four.data(), 4);
+    // 8 characters followed by the two NULs of a short last line.
+    EXPECT_EQ(8u, std::strlen(text));
+    EXPECT_EQ('\0', text[9]);
+    delete[] text;
+}
+
 TEST(Base64Encode, LinesOf76EndInCRLFButAWholeLastLineInALoneCR)
 {
     struct Case { std::size_t bytes, chars; bool loneCrAtEnd; };
@@ -51,4 +70,21 @@ TEST(Base64Decode, IgnoresBlanksRoundTripsAndDecodesGarbageToNothing)
     int len = 4;
     delete[] b64Decode(garbage, len);
     EXPECT_LE(len, 0);
+}
+
+TEST(Base64Decode, PointerFormStopsAtCapacity)
+{
+    unsigned char text[] = "QUJDREVG"; // "ABCDEF"
+    int len = 8;
+    unsigned char* out = b64Decode(text, len);
+    EXPECT_EQ(6, len);
+    EXPECT_EQ(0, std::memcmp(out, "ABCDEF", 6));
+    EXPECT_EQ(0, out[6]) << "the rest of the buffer stays zero";
+    delete[] out;
+
+    len = 4;
+    out = b64Decode(text, len);
+    EXPECT_EQ(4, len);
+    EXPECT_EQ(0, std::memcmp(out, "ABCD", 4));
+    delete[] out;
 }

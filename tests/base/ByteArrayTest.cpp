@@ -1,4 +1,4 @@
-// Byte buffer: construction, file loading and stream extraction.
+// Byte buffer: construction, comparison, hex formatting and file loading.
 #include "base/ByteArray.h"
 
 #include "tests/support/TestEnvironment.h"
@@ -30,6 +30,36 @@ TEST(ByteArray, ConstructorsCopyRawBytesAndWideTextsLowByteFirst)
     EXPECT_EQ(Bytes({0x41, 0x00, 0xAC, 0x20}), ByteArray(std::wstring(L"A\u20AC")));
     EXPECT_EQ(Bytes({0x00, 0xF6}), ByteArray(std::wstring(1, static_cast<wchar_t>(0x1F600))));
     EXPECT_TRUE(ByteArray(std::wstring()).IsEmpty());
+}
+
+TEST(ByteArray, EqualityComparesLengthAndContentAndAddAppends)
+{
+    const ByteArray a = Bytes({1, 2});
+    EXPECT_TRUE(a == a);
+    EXPECT_TRUE(ByteArray() == ByteArray());
+    EXPECT_TRUE(a != Bytes({1, 2, 0}));
+    EXPECT_TRUE(a != Bytes({1, 3}));
+    EXPECT_FALSE(a != Bytes({1, 2}));
+
+    ByteArray grown = a;
+    const unsigned char more[] = {3, 4};
+    grown.Add(more, 2);
+    grown.Add(more, 0);
+    EXPECT_EQ(Bytes({1, 2, 3, 4}), grown);
+    EXPECT_EQ(Bytes({1, 2}), a) << "copies are deep";
+}
+
+TEST(ByteArray, ToHexStringFlags)
+{
+    const ByteArray b = Bytes({0x0A, 0xFF, 0x10});
+    EXPECT_EQ("0a ff 10", b.ToHexString(0));
+    EXPECT_EQ("0A FF 10", b.ToHexString(1));
+    EXPECT_EQ("0aff10", b.ToHexString(2));
+    EXPECT_EQ("0AFF10", b.ToHexString(3));
+    EXPECT_EQ("0A FF 10", b.ToHexString(0xFFF1)) << "only the two low bits count";
+    EXPECT_EQ("00 01 ab", Bytes({0x00, 0x01, 0xAB}).ToHexString(0));
+    EXPECT_EQ("FF", Bytes({0xFF}).ToHexString(1));
+    EXPECT_THROW(ByteArray().ToHexString(1), std::out_of_range);
 }
 
 TEST(ByteArray, LoadFromFileAppendsAfterExistingContent)

@@ -1,6 +1,6 @@
-// Configuration store over the XML back end: registry, entry table, the
-// written XML, string booleans, and the protection of broken, unreadable and
-// half-written files.
+// Configuration store over the XML back end: registry, entry table, path
+// mangling and the written XML, preset-keeping reads, string booleans,
+// atomic saves and the protection of unreadable files.
 #include "base/Config.h"
 #include "base/ConfigImpl_XML.h"
 #include "base/FileAndDirectory.h"
@@ -79,6 +79,20 @@ TEST(ConfigRegistry, FirstRegisterLeavesSlotZero)
     EXPECT_EQ(nullptr, Config::GetHandle(a + 1000));
 }
 
+TEST(ConfigRegPath, BuildRegPathAndMangling)
+{
+    ConfigImpl_XML impl;
+    const std::string parts[] = {"config", "", "\\vessa Client\\Trace", "x\\"};
+    EXPECT_EQ("config\\vessa Client\\Trace\\x\\", impl.BuildRegPath(parts, 4));
+    const sConfig entry{CONFIG_ALL_USERS, "vessa Client\\Trace", "LogLevel", SYS_64};
+    EXPECT_EQ("config.vessa_Client.Trace.", impl.getPath(&entry));
+    EXPECT_EQ("config.vessa_Client.Trace.LogLevel", impl.getPathKey(&entry));
+    const sConfig dotted{CONFIG_ALL_USERS, "a.b/c d", "Key Name", SYS_32};
+    EXPECT_EQ("config.a_b.c_d.Key Name", impl.getPathKey(&dotted)) << "value name stays unchanged";
+    impl.SetRootName("root");
+    EXPECT_EQ("root.a_b.c_d.", impl.getPath(&dotted));
+}
+
 TEST_F(ConfigTest, EntriesNeedInitAndReplaceEachOther)
 {
     EXPECT_FALSE(store->AddConfig(1, CONFIG_ALL_USERS, "k", "g", SYS_32));
@@ -103,6 +117,29 @@ TEST_F(ConfigTest, EntriesNeedInitAndReplaceEachOther)
     EXPECT_EQ(std::vector<std::string>{"config entry is NULL"}, g_errors);
 }
 
+TEST_F(ConfigTest, MissingFileKeepsPresetAndFirstWriteCreatesIt)
+{
+    store = NewStore(true);
+    long level = 42;
+    std::string name = "preset";
+    bool flag = true;
+    EXPECT_FALSE(store->GetInteger(15, level));
+    EXPECT_FALSE(store->GetString(17, name));
+    EXPECT_FALSE(store->GetBoolean(30, flag));
+    EXPECT_EQ(42, level);
+    EXPECT_EQ("preset", name);
+    EXPECT_TRUE(flag);
+    EXPECT_TRUE(FileNames(Dir()).empty()) << "reads never write";
+
+    EXPECT_TRUE(store->SetInteger(15, 4));
+    const std::string xml = ReadText(AllUsersFile());
+    EXPECT_TRUE(std::regex_search(xml, std::regex(R"(^<\?xml version="1.0" encoding="utf-8"\?>)"))) << xml;
+    EXPECT_TRUE(std::regex_search(
+        xml, std::regex(R"(<config>\s*<vessa_Client>\s*<Trace>\s*<LogLevel>4</LogLevel>\s*</Trace>\s*</vessa_Client>\s*</config>)")))
+        << xml;
+    EXPECT_EQ(std::string::npos, xml.find('\t')) << "indent is made of blanks";
+}
+
 TEST_F(ConfigTest, TwinsShareAnElementTypesSelectTheFileAndValuesSurvive)
 {
     store = NewStore(true);
@@ -125,6 +162,23 @@ TEST_F(ConfigTest, TwinsShareAnElementTypesSelectTheFileAndValuesSurvive)
     EXPECT_EQ(3, reread);
     EXPECT_EQ("/var/log/x.log", file);
     EXPECT_TRUE(flag);
+}
+
+TEST_F(ConfigTest, BlankInValueNameIsKeptAndGroupTextIsReadable)
+{
+    store = NewStore(true);
+    ASSERT_TRUE(store->SetString(30, "1"));
+    EXPECT_NE(std::string::npos, ReadText(AllUsersFile()).find("<Enable Logging>1</Enable Logging>"));
+
+    TestSupport::WriteText(AllUsersFile(), "<?xml version=\"1.0\"?><config><vessa_Client>5.1.0<Trace>"
+                                          "<LogLevel>x</LogLevel></Trace></vessa_Client></config>");
+    Config* second = NewStore(true);
+    std::string version;
+    EXPECT_TRUE(second->GetString(1, version));
+    EXPECT_EQ("5.1.0", version);
+    long level = 9;
+    EXPECT_FALSE(second->GetInteger(15, level)) << "text that is no number";
+    EXPECT_EQ(9, level);
 }
 
 TEST_F(ConfigTest, StringBooleans)
@@ -162,6 +216,36 @@ TEST_F(ConfigTest, RemoveKeyAndPath)
     xml = ReadText(AllUsersFile());
     EXPECT_EQ(std::string::npos, xml.find("Trace"));
     EXPECT_NE(std::string::npos, xml.find("vessa_Client"));
+}
+
+TEST_F(ConfigTest, SaveIsAtomicKeepsModeAndLeavesNoTemporaryFiles)
+{
+    store = NewStore(true);
+    for (int i = 0; i < 20; ++i)
+        ASSERT_TRUE(store->SetInteger(15, i));
+    EXPECT_EQ(std::vector<std::string>{"config"}, FileNames(Dir()));
+    struct stat info;
+    ASSERT_EQ(0, stat(AllUsersFile().c_str(), &info));
+    EXPECT_EQ(0644u, info.st_mode & 0777u) << "machine-wide settings stay readable";
+    ASSERT_EQ(0, chmod(AllUsersFile().c_str(), 0600));
+    ASSERT_TRUE(store->SetInteger(15, 99));
+    ASSERT_EQ(0, stat(AllUsersFile().c_str(), &info));
+    EXPECT_EQ(0600u, info.st_mode & 0777u) << "an existing file keeps its mode";
+}
+
+TEST_F(ConfigTest, FailedWriteKeepsValueInMemory)
+{
+    store = NewStore(true);
+    // A plain file where the settings directory should be: nothing can be
+    // written there, whatever rights the test runs with.
+    ASSERT_EQ(0, rmdir(Dir().c_str()));
+    TestSupport::WriteText(Dir(), "in the way");
+    EXPECT_FALSE(store->SetInteger(15, 8));
+    long level = 0;
+    EXPECT_TRUE(store->GetInteger(15, level));
+    EXPECT_EQ(8, level);
+    EXPECT_EQ("in the way", ReadText(Dir()));
+    EXPECT_EQ(std::vector<std::string>{"vessaclient"}, FileNames(etc.path() + "/korvex")) << "no temporary file left";
 }
 
 TEST_F(ConfigTest, BrokenFileIsKeptBeforeTheFirstWrite)

@@ -34,6 +34,20 @@ TEST(Hex, BinData2HexStrBothForms)
     EXPECT_EQ(0, std::memcmp(buf, "0A1B#", 5)) << "no terminating NUL";
 }
 
+TEST(Hex, HexStr2BinDataVectorForm)
+{
+    Bytes out;
+    EXPECT_EQ(2u, HexStr2BinData("0a1B", out));
+    EXPECT_EQ(3u, HexStr2BinData("fF", out)) << "out is not cleared";
+    EXPECT_EQ((Bytes{0x0A, 0x1B, 0xFF}), out);
+    Bytes junk;
+    HexStr2BinData("1GG1", junk);
+    EXPECT_EQ((Bytes{0x01, 0x00}), junk) << "leading valid digits only";
+    Bytes odd;
+    EXPECT_THROW(HexStr2BinData("0a1", odd), std::out_of_range);
+    EXPECT_EQ((Bytes{0x0A}), odd) << "complete pairs are kept";
+}
+
 TEST(Hex, HexStr2BinDataPointerForms)
 {
     char text[] = "0A1B2C";

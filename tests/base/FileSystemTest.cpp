@@ -1,5 +1,5 @@
-// Path registry and file helpers: joining, splitting, names, writes and
-// renames, and directories.
+// Path registry and file helpers: joining, splitting, whole-file reads and
+// writes, copies, directories and the base directories' environment rules.
 #include "base/FileAndDirectory.h"
 #include "base/FileSystem.h"
 
@@ -44,6 +44,49 @@ TEST(Paths, TimestampAndTempNames)
     EXPECT_TRUE(std::regex_match(temp, std::regex(R"(/scratch/cert\d{5}\.tmp)"))) << temp;
 }
 
+TEST(Environment, TempUserAndAllUsersDirectories)
+{
+    {
+        TestSupport::EnvGuard tmp("TMPDIR", "/some/where");
+        EXPECT_EQ("/some/where", GetTempDir()) << "no separator is added";
+        unsetenv("TMPDIR");
+        EXPECT_EQ("/tmp/", GetTempDir());
+        setenv("TMPDIR", "", 1);
+        EXPECT_EQ("/tmp/", GetTempDir()) << "an empty value does not count";
+    }
+    TestSupport::EnvGuard home("HOME", "");
+    const struct passwd* account = getpwuid(getuid());
+    ASSERT_NE(account, nullptr);
+    EXPECT_EQ(account->pw_dir, GetUserDir()) << "without HOME, the account's home";
+    setenv("HOME", "/home/someone", 1);
+    EXPECT_EQ("/home/someone", GetUserDir());
+    {
+        TestSupport::EnvGuard all("KORVEX_ALLUSERS_DIR", "");
+        EXPECT_EQ("/etc/", GetAllUsersDir()) << "an empty value does not count";
+    }
+    TestSupport::EnvGuard all("KORVEX_ALLUSERS_DIR", "/scratch/etc/");
+    EXPECT_EQ("/scratch/etc/", GetAllUsersDir());
+}
+
+TEST(Files, ReadCompleteFile)
+{
+    TestSupport::TempDir dir;
+    WriteText(dir.file("data"), std::string("a\0b", 3));
+    WriteText(dir.file("empty"), "");
+    unsigned char* data = nullptr;
+    long size = -1;
+    ASSERT_TRUE(ReadCompleteFileBinary(dir.file("data"), &data, size));
+    EXPECT_EQ(3, size);
+    EXPECT_EQ(std::string("a\0b", 3), std::string(reinterpret_cast<char*>(data), 3));
+    delete[] data;
+    for (const std::string& bad : {dir.file("empty"), dir.file("missing"), dir.path()}) {
+        EXPECT_FALSE(ReadCompleteFileBinary(bad, &data, size)) << bad;
+        EXPECT_EQ(nullptr, data);
+        EXPECT_EQ("", ReadCompleteFile(bad));
+    }
+    EXPECT_EQ(std::string("a\0b", 3), ReadCompleteFile(dir.file("data")));
+}
+
 TEST(Files, WriteRenameRemoveExists)
 {
     TestSupport::TempDir dir;
@@ -61,6 +104,21 @@ TEST(Files, WriteRenameRemoveExists)
     EXPECT_FALSE(RenameFile(a, dir.file("c")));
     EXPECT_TRUE(RemoveFile(dir.file("b")));
     EXPECT_FALSE(RemoveFile(dir.file("b")));
+}
+
+TEST(Files, CopyFileInBlocks)
+{
+    TestSupport::TempDir dir;
+    for (std::size_t size : {0u, 1024u, 5000u}) {
+        std::string content(size, '\0');
+        for (std::size_t i = 0; i < size; ++i)
+            content[i] = static_cast<char>(i % 251);
+        WriteText(dir.file("src"), content);
+        ASSERT_TRUE(CopyFile(dir.file("src"), dir.file("dst"))) << size;
+        EXPECT_EQ(content, ReadText(dir.file("dst"))) << size;
+    }
+    EXPECT_FALSE(CopyFile(dir.file("missing"), dir.file("dst2")));
+    EXPECT_FALSE(FileExists(dir.file("dst2")));
 }
 
 TEST(Directories, CreateAndList)

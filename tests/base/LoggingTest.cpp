@@ -65,6 +65,17 @@ TEST(LoggingRegistry, HandlesAndRegistration)
     LibLogging::GetHandle(a + 1)->Destroy();
 }
 
+TEST(LoggingFormat, LabelsAndTime)
+{
+    EXPECT_EQ("OUT FUNCTION", LibLogging::LogTypeToString(Korvex::LOG_OUT_FUNCTION));
+    EXPECT_EQ("WARNING", LibLogging::LogTypeToString(Korvex::LOG_WARNING));
+    EXPECT_EQ("MESSAGE", LibLogging::LogTypeToString(static_cast<Korvex::DebugLevel>(42)));
+    TestSupport::EnvGuard tz("TZ", "UTC");
+    tzset();
+    EXPECT_EQ("2015-03-04 10:11:12", LibLogging::GetTimeString(1425463872L));
+    EXPECT_EQ(static_cast<long>(::gettid()), LibLogging::GetThreadId());
+}
+
 TEST_F(LoggerTest, LineFormatOnTheFile)
 {
     logger->LogError("first problem");

@@ -1,6 +1,6 @@
 // The process-wide memo of certificate decodes behind slCertificate's
-// LoadFromBuffer: two threads loading equal and different bytes, each always
-// getting its own certificate.
+// LoadFromBuffer: shared parses of equal bytes, no mixing of different bytes,
+// least-recently-used eviction and use from two threads.
 #include "CryptoTestSupport.h"
 
 #include "base/base64.h"
@@ -66,6 +66,103 @@ protected:
 };
 
 std::vector<Bytes> CertificateDecodeCache::s_made;
+
+TEST_F(CertificateDecodeCache, SameBytesShareOneParseButObjectsKeepTheirIdentity)
+{
+    const Bytes der = ReadBytes(FixturePath("ee-rsa.der"));
+    slCertificate kept;
+    {
+        slCertificate first, second, fromB64;
+        ASSERT_TRUE(first.LoadFromBuffer(der) && second.LoadFromBuffer(der.data(), der.size()));
+        ASSERT_TRUE(fromB64.LoadFromB64(b64Encode(der)));  // plain base64 reaches the same memo
+        EXPECT_EQ(first.GetX509(), second.GetX509());
+        EXPECT_EQ(first.GetX509(), fromB64.GetX509());
+        EXPECT_FALSE(first == second);
+
+        // Copies still parse a certificate of their own.
+        slCertificate copy(first);
+        EXPECT_NE(copy.GetX509(), first.GetX509());
+        EXPECT_EQ(copy.ToBin(), der);
+        ASSERT_TRUE(kept.LoadFromBuffer(der));
+        EXPECT_EQ(kept.GetX509(), first.GetX509());
+    }
+    // The other holders and the memo let go; the one left still works.
+    ClearCertificateDecodeCache();
+    EXPECT_EQ(kept.ToBin(), der);
+    EXPECT_EQ(kept.GetSubjectCN(), "Holder Mustermann");
+
+    slCertificate afresh;
+    ASSERT_TRUE(afresh.LoadFromBuffer(der));
+    EXPECT_NE(afresh.GetX509(), kept.GetX509());
+}
+
+TEST_F(CertificateDecodeCache, DifferentBytesNeverMix)
+{
+    // Same length, same layout, a few differing bytes.
+    for (int pass = 0; pass < 2; ++pass) {
+        for (size_t i = 0; i < s_made.size(); ++i) {
+            slCertificate cert;
+            ASSERT_TRUE(cert.LoadFromBuffer(s_made[i]));
+            EXPECT_EQ(cert.ToBin(), s_made[i]) << i;
+            EXPECT_EQ(cert.GetSubjectCN(), Name(i));
+            EXPECT_EQ(cert.GetSerialNumberInt(), static_cast<long>(i + 1));
+        }
+    }
+
+    // Only the last byte of the signature differs: a different certificate.
+    const Bytes der = ReadBytes(FixturePath("ee-ec.der"));
+    Bytes changed = der;
+    changed.back() ^= 0x01;
+    slCertificate original, other;
+    ASSERT_TRUE(original.LoadFromBuffer(der) && other.LoadFromBuffer(changed));
+    EXPECT_NE(original.GetX509(), other.GetX509());
+    EXPECT_EQ(other.ToBin(), changed);
+    EXPECT_NE(other.GetThumbprint(), original.GetThumbprint());
+    slCertificate again;
+    ASSERT_TRUE(again.LoadFromBuffer(der));
+    EXPECT_EQ(again.ToBin(), der);
+    EXPECT_EQ(again.GetX509(), original.GetX509());
+}
+
+TEST_F(CertificateDecodeCache, KeepsTheMostRecentlyUsed)
+{
+    const size_t capacity = kCertificateDecodeCacheEntries;
+    std::vector<slCertificate> held(capacity + 1);
+    for (size_t i = 0; i < capacity; ++i)
+        ASSERT_TRUE(held[i].LoadFromBuffer(s_made[i]));
+    slCertificate reused;  // the oldest becomes the most recent
+    ASSERT_TRUE(reused.LoadFromBuffer(s_made[0]));
+    EXPECT_EQ(reused.GetX509(), held[0].GetX509());
+    ASSERT_TRUE(held[capacity].LoadFromBuffer(s_made[capacity]));  // one too many
+
+    slCertificate first, second, newest;
+    ASSERT_TRUE(first.LoadFromBuffer(s_made[0]) && newest.LoadFromBuffer(s_made[capacity]));
+    EXPECT_EQ(first.GetX509(), held[0].GetX509());
+    EXPECT_EQ(newest.GetX509(), held[capacity].GetX509());
+    ASSERT_TRUE(second.LoadFromBuffer(s_made[1]));  // the least recently used went
+    EXPECT_NE(second.GetX509(), held[1].GetX509());
+    EXPECT_EQ(second.ToBin(), held[1].ToBin());
+}
+
+TEST_F(CertificateDecodeCache, FailuresAndOversizedInputAreNotRemembered)
+{
+    const unsigned char junk[] = {0x30, 0x03, 0x02, 0x01, 0x01};
+    for (int i = 0; i < 2; ++i) {
+        slCertificate cert;
+        EXPECT_FALSE(cert.LoadFromBuffer(junk, sizeof(junk)));
+        EXPECT_EQ(DecodeCertificateDer(junk, sizeof(junk)), nullptr);
+    }
+    EXPECT_EQ(DecodeCertificateDer(nullptr, 10), nullptr);
+
+    // A certificate followed by much trailing data still loads (one object
+    // is read), but so large an input is parsed every time.
+    Bytes large = s_made[0];
+    large.resize(large.size() + 100 * 1024, 0xAB);
+    slCertificate a, b;
+    ASSERT_TRUE(a.LoadFromBuffer(large) && b.LoadFromBuffer(large));
+    EXPECT_NE(a.GetX509(), b.GetX509());
+    EXPECT_EQ(a.ToBin(), s_made[0]);
+}
 
 TEST_F(CertificateDecodeCache, TwoThreadsLoadTheSameAndDifferentBytes)
 {

@@ -81,6 +81,16 @@ TEST(CertificateKeys, KeyValuesComponentsAndDuplicates)
 #pragma GCC diagnostic pop
 }
 
+TEST(CertificateKeys, KeyHashForms)
+{
+    slCertificate ec = Load("ee-ec");
+    const Bytes hash = ec.GetPubKeyHashBytes();
+    ASSERT_EQ(hash.size(), 20u);
+    const std::string raw = ec.GetPubKeyHashHex();
+    EXPECT_EQ(Bytes(raw.begin(), raw.end()), hash);     // raw bytes, no hex digits
+    EXPECT_EQ(b64Decode(ec.GetPubKeyHashB64()), hash);
+}
+
 TEST(CertificateThumbprints, BinaryFormsMatchOpenSslFingerprints)
 {
     slCertificate ee = Load("ee-rsa");

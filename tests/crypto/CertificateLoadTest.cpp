@@ -1,5 +1,4 @@
-// slCertificate: loading, copying, storing and logging (untrusted input is
-// the fuzz targets' part).
+// slCertificate: loading, copying, storing, logging and untrusted input.
 #include "CryptoTestSupport.h"
 
 #include <openssl/x509.h>
@@ -8,6 +7,24 @@
 
 using namespace Korvex;
 using namespace CryptoTest;
+
+TEST(CertificateLoad, DerPemBase64AndFileFormsGiveTheSameCertificate)
+{
+    const Bytes der = ReadBytes(FixturePath("ee-rsa.der")), pemBytes = ReadBytes(FixturePath("ee-rsa.pem"));
+    const std::string pem(pemBytes.begin(), pemBytes.end());
+    // Plain base64 of the DER: the PEM body without its armour lines.
+    const size_t bodyStart = pem.find('\n') + 1;
+    const std::string body = pem.substr(bodyStart, pem.find("-----END") - bodyStart);
+
+    slCertificate fromDer, fromPem, fromB64, roundTrip;
+    ASSERT_TRUE(fromDer.LoadFromBuffer(der.data(), der.size()));
+    ASSERT_TRUE(fromPem.LoadFromB64(pem));
+    ASSERT_TRUE(fromB64.LoadFromB64(body));
+    ASSERT_TRUE(roundTrip.LoadFromB64(fromDer.ToB64()));
+    slCertificate fromPemFile = Load("ee-rsa", ".pem"), fromDerFile = Load("ee-rsa");
+    for (slCertificate* c : {&fromDer, &fromPem, &fromB64, &fromPemFile, &fromDerFile, &roundTrip})
+        EXPECT_EQ(c->ToBin(), der);
+}
 
 TEST(CertificateLoad, FailedLoadsOverwriteWithoutFreeingButMissingFileKeeps)
 {
@@ -83,4 +100,30 @@ TEST(CertificateLoad, EmptyObjectAnswersEveryQueryEmpty)
     unsigned int len = 7;
     EXPECT_FALSE(e.GetSubjectDER(nullptr, len) || e.GetSerialNumberDER(nullptr, len));
     EXPECT_EQ(len, 7u);
+}
+
+TEST(CertificateLoad, TruncatedAndCorruptedInputNeverMisbehaves)
+{
+    for (const char* name : {"ca", "ee-rsa", "ee-ec", "odd-ext", "v1-self"}) {
+        const Bytes der = ReadBytes(FixturePath(std::string(name) + ".der"));
+        for (size_t cut = 0; cut < der.size(); cut += (cut < 64 ? 1 : 37))
+            EXPECT_FALSE(slCertificate().LoadFromBuffer(der.data(), cut)) << name << " " << cut;
+        // Whatever still decodes after a flipped byte must answer the queries
+        // without reading out of bounds (the sanitizer build checks that).
+        for (size_t i = 0; i < der.size() / 2; i += 3) {
+            Bytes bad = der;
+            bad[i] ^= 0xA5;
+            slCertificate c;
+            if (!c.LoadFromBuffer(bad))
+                continue;
+            unsigned short y, mo, d, h, mi, s;
+            unsigned int len = 0;
+            Bytes a, b;
+            c.GetSubject(), c.GetIssuerSepByComa(), c.GetSubjectCN(), c.GetSubjectDER(nullptr, len);
+            c.GetSerialNumberInt(), c.IsCaCert(), c.IsOcspSigner(), c.GetBoolExt("2.5.29.19");
+            c.GetSKI(), c.GetAKI(), c.Get_SAN_DNS(), c.Get_AIA(), c.Get_CRL_Dp(), c.IsValid(0);
+            c.ValidFrom(y, mo, d, h, mi, s), c.GetRsaPubKeyComponents(a, b), c.GetThumbprint();
+            c.GetPubKeyHashHex();
+        }
+    }
 }

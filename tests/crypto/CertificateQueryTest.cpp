@@ -1,4 +1,4 @@
-// slCertificate: names, flags and extensions.
+// slCertificate: names, serial numbers, raw DER pieces, flags and extensions.
 #include "CryptoTestSupport.h"
 
 #include <openssl/x509.h>
@@ -31,6 +31,53 @@ TEST(CertificateNames, OneLineFormsAttributesAndHashes)
     EXPECT_EQ(v1.GetIssuer(), "/C=AT/O=Left\\/Right/CN=V1 Root");
     EXPECT_EQ(v1.GetIssuerSepByComa(), "CN=V1 Root,Right,O=Left\\,C=AT");
     EXPECT_EQ(v1.GetIssuerO(), "Left/Right");
+}
+
+TEST(CertificateNames, DerPiecesFollowTheTwoCallSizeProtocol)
+{
+    slCertificate ee = Load("ee-rsa"), ca = Load("ca");
+    unsigned int size = 0, caSize = 0;
+    ASSERT_TRUE(ee.GetIssuerDER(nullptr, size));
+    Bytes buf(size + 4, 0xEE);
+    unsigned int len = size - 1;
+    EXPECT_FALSE(ee.GetIssuerDER(buf.data(), len));
+    EXPECT_EQ(len, size - 1);
+    EXPECT_EQ(buf[0], 0xEE);
+    len = size + 4;
+    ASSERT_TRUE(ee.GetIssuerDER(buf.data(), len));
+    EXPECT_EQ(len, size);
+    EXPECT_EQ(buf[size], 0xEE);
+    // The issuer's Name is the CA's subject Name, tag and length included.
+    ASSERT_TRUE(ca.GetSubjectDER(nullptr, caSize));
+    Bytes caSubject(caSize);
+    ASSERT_TRUE(ca.GetSubjectDER(caSubject.data(), caSize));
+    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + size), caSubject);
+    EXPECT_EQ(caSubject[0], 0x30);
+}
+
+TEST(CertificateNames, SerialNumberForms)
+{
+    struct Case { const char* cert; const char* text; long value; Bytes der; };
+    const Case cases[] = {
+        {"ee-ec", "0x01", 1, {0x01}},
+        {"ee-rsa", "0xFF", 255, {0xFF}}, // DER 02 02 00 FF
+        {"ca", "0x0ABC", 0xABC, {0x0A, 0xBC}},
+        {"v1-self", "0x0123456789ABCDEF0123", LONG_MAX, FromHex("0123456789ABCDEF0123")},
+    };
+    for (const Case& c : cases) {
+        slCertificate cert = Load(c.cert);
+        EXPECT_EQ(cert.GetSerialNumber(), c.text);
+        EXPECT_EQ(cert.GetSerialNumberInt(), c.value) << c.cert;
+        Bytes der(16);
+        unsigned int len = der.size();
+        ASSERT_TRUE(cert.GetSerialNumberDER(der.data(), len));
+        EXPECT_EQ(Bytes(der.begin(), der.begin() + len), c.der);
+    }
+    X509* zero = Load("ee-rsa").GetX509Copy();
+    ASN1_INTEGER_set(X509_get_serialNumber(zero), 0);
+    i2d_re_X509_tbs(zero, nullptr); // drop the cached encoding
+    EXPECT_EQ(slCertificate(zero).GetSerialNumber(), "0x0");
+    X509_free(zero);
 }
 
 TEST(CertificateFlags, CaSelfSignedAndOcspChecks)

@@ -1,5 +1,5 @@
-// Digests of every HashAlgorithm against published vectors, DigestInfo
-// headers and the LibCrypto log hooks.
+// Digests of every HashAlgorithm against published vectors, the size
+// protocol, DigestInfo headers and the LibCrypto log hooks.
 #include "crypto/Hash.h"
 #include "crypto/LibCrypto.h"
 #include "CryptoTestSupport.h"
@@ -66,6 +66,32 @@ TEST_F(HashTest, EveryAlgorithmMatchesPublishedVectors)
     }
 }
 
+TEST_F(HashTest, SizeProtocolAndRejectedArguments)
+{
+    unsigned char out[64];
+    unsigned long outLen = 19;
+    EXPECT_FALSE(Hash(kAbc.data(), 3, out, outLen, HashSha1));
+    EXPECT_EQ(outLen, 19u);
+    outLen = 64;
+    EXPECT_TRUE(Hash(kAbc.data(), 3, out, outLen, HashSha1));
+    EXPECT_EQ(outLen, 20u);
+    EXPECT_FALSE(Hash(nullptr, 3, out, outLen, HashSha1));
+    EXPECT_FALSE(Hash(kAbc.data(), 3, nullptr, outLen, HashSha1));
+    EXPECT_EQ(LogCapture::Lines(), (std::vector<std::string>{"PKCS11 outputsize ist zu klein",
+                                                             "PKCS11 input == NULL",
+                                                             "PKCS11 output == NULL"}));
+
+    // No digest (7) and values above 8: no descriptor, nothing logged.
+    LogCapture::Lines().clear();
+    for (int value : {7, 9, 10}) {
+        unsigned long size = 1234;
+        EXPECT_EQ(intern::GetHashAlgo(static_cast<HashAlgorithm>(value), size), nullptr);
+        EXPECT_EQ(size, 1234u);
+        EXPECT_FALSE(Hash(kAbc.data(), 3, out, outLen, static_cast<HashAlgorithm>(value)));
+    }
+    EXPECT_TRUE(LogCapture::Lines().empty());
+}
+
 TEST_F(HashTest, DigestInfoHeadersParseAsDigestInfoOfTheirAlgorithm)
 {
     for (const Vector& v : kVectors) {
@@ -92,6 +118,24 @@ TEST_F(HashTest, DigestInfoHeadersParseAsDigestInfoOfTheirAlgorithm)
                   digest);
         X509_SIG_free(info);
     }
+}
+
+TEST_F(HashTest, VectorFormAppendsDigestButPutsHeaderInFront)
+{
+    Bytes out = {0xAA, 0xBB};
+    ASSERT_TRUE(Hash(kAbc, out, HashSha256, true));
+    Bytes expected(Sha256Pkcs01DigestInfo, Sha256Pkcs01DigestInfo + Sha256Pkcs01DigestInfoLen);
+    expected.insert(expected.end(), {0xAA, 0xBB});
+    const Bytes digest = FromHex(kVectors[3].abc);
+    expected.insert(expected.end(), digest.begin(), digest.end());
+    EXPECT_EQ(out, expected);
+
+    // An empty vector counts as no data, whatever its capacity.
+    Bytes empty;
+    empty.reserve(16);
+    EXPECT_FALSE(Hash(empty, out, HashSha1, false));
+    EXPECT_EQ(out, expected);
+    EXPECT_EQ(LogCapture::Lines(), std::vector<std::string>{"PKCS11 input == NULL"});
 }
 
 TEST_F(HashTest, LogFormsJoinTextsAndPrintNumbersAsSignedInt)

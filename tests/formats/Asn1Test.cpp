@@ -40,6 +40,22 @@ TEST(GetLen, ShortAndTwoLongFormsOtherOctetsLiterallyAndBoundedCuts)
     }
 }
 
+TEST(RemoveLeadingNulls, StripsZerosInPlaceAndLeavesTheTail)
+{
+    Bytes buf = {0x00, 0x00, 0x01, 0x02};
+    int len = 4;
+    RemoveLeadingNulls(buf.data(), len);
+    EXPECT_EQ(len, 2);
+    EXPECT_EQ(buf, (Bytes{0x01, 0x02, 0x01, 0x02}));
+    Bytes noZero = {0x01, 0x00};
+    RemoveLeadingNulls(noZero.data(), len = 2);
+    EXPECT_EQ(noZero, (Bytes{0x01, 0x00}));
+    EXPECT_EQ(len, 2);
+    Bytes allZero = {0x00, 0x00, 0x00, 0x05};  // only the given length counts
+    RemoveLeadingNulls(allZero.data(), len = 3);
+    EXPECT_EQ(len, 0);
+}
+
 TEST(Bin2DecStr, DigitsWithTwoZerosAndRefusals)
 {
     unsigned char out[32];
@@ -61,6 +77,45 @@ TEST(Bin2DecStr, DigitsWithTwoZerosAndRefusals)
     EXPECT_EQ(bin2decStr(v256.data(), 2, out, 4), -1);  // "256" needs 5 bytes
     EXPECT_EQ(out[0], 0x11);
     EXPECT_EQ(bin2decStr(v256.data(), 2, out, 5), 3);
+}
+
+TEST(ReadBitString, CopiesValueOnlyWithoutUnusedBitsAndWithinCapacity)
+{
+    Bytes ok = {0x03, 0x00, 0xAA, 0xBB}, unused = {0x03, 0x04, 0xAA, 0xBB};
+    unsigned char out[4] = {0x55, 0x55, 0x55, 0x55};
+    int pos = 0, outLen = 2;  // capacity counts the unused-bits octet too: 2 is too small
+    EXPECT_FALSE(ReadBitString(ok.data(), pos, out, outLen));
+    EXPECT_EQ(pos, 4);
+    EXPECT_EQ(outLen, 2);
+    EXPECT_EQ(out[0], 0x55);
+    pos = 0;
+    outLen = 4;
+    EXPECT_FALSE(ReadBitString(unused.data(), pos, out, outLen));
+    EXPECT_EQ(outLen, 2);
+    EXPECT_EQ(out[0], 0x55);
+    pos = 0;
+    outLen = 3;
+    EXPECT_TRUE(ReadBitString(ok.data(), pos, out, outLen));
+    EXPECT_EQ(outLen, 2);
+    EXPECT_EQ(Bytes(out, out + 2), (Bytes{0xAA, 0xBB}));
+}
+
+TEST(ReadBitString, BoundedFormStopsAtTheEnd)
+{
+    unsigned char out[8] = {0x55};
+    Bytes cut = {0x05, 0x00, 0xAA, 0xBB}, pastEnd = {0x82, 0x10, 0x00, 0x00}, empty = {0x00, 0x42};
+    int pos = 0, outLen = 8;
+    EXPECT_FALSE(ReadBitString(cut.data(), 4, pos, out, outLen));
+    EXPECT_EQ(pos, 4);
+    EXPECT_EQ(outLen, 8);
+    EXPECT_EQ(out[0], 0x55);
+    pos = 0;
+    EXPECT_FALSE(ReadBitString(pastEnd.data(), 4, pos, out, outLen));  // too large: skipped up to the end
+    EXPECT_EQ(pos, 4);
+    pos = 0;
+    EXPECT_FALSE(ReadBitString(empty.data(), 2, pos, out, outLen));  // no unused-bits octet
+    EXPECT_EQ(outLen, 0);
+    EXPECT_EQ(pos, 1);
 }
 
 TEST(ReadUtf8String, ContentUpToFirstZeroUnconverted)

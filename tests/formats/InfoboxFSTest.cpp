@@ -1,5 +1,5 @@
-// Infobox file: header and versions, the entry list operations and the tag
-// labels.
+// Infobox file: header and versions, end conditions, broken entries, writing
+// back byte for byte, the entry list operations and the tag labels.
 #include <gtest/gtest.h>
 
 #include "formats/InfoboxFS.h"
@@ -29,6 +29,18 @@ bool parse(InfoboxFS& fs, const Bytes& raw) { return fs.ParseInfoboxData(ByteArr
 
 } // namespace
 
+TEST(InfoboxFS, ParsesEntriesUpToAZeroTag)
+{
+    InfoboxFS fs;
+    ASSERT_TRUE(parse(fs, {0x41, 0x49, 0x4B, 0x01, 0x01, 0x00, 0x03, 0x00, 0x61, 0x62, 0x63, 0x00, 0x02, 0x00}));
+    unsigned char type = 0xEE;
+    ByteArray data;
+    ASSERT_TRUE(fs.GetEntry(1, type, data));
+    EXPECT_EQ(type, 0);
+    EXPECT_EQ(data.ToVector(), (Bytes{0x61, 0x62, 0x63}));
+    EXPECT_EQ(fs.GetTagList(), (Bytes{1}));
+}
+
 TEST(InfoboxFS, HeaderAndVersions)
 {
     for (unsigned char version : {0, 1, 2, 0xFF}) {
@@ -42,6 +54,51 @@ TEST(InfoboxFS, HeaderAndVersions)
         EXPECT_FALSE(parse(fs, bad));
     EXPECT_TRUE(parse(fs, {'A', 'I', 'K', 1}));
     EXPECT_EQ(fs.GetEntryCount(), 0u);
+}
+
+TEST(InfoboxFS, EndConditionsAndBrokenEntries)
+{
+    // An empty entry as the last four bytes is not read; one more byte and it is.
+    Bytes raw = file(1, {entry(1, 0, {0x61}), entry(2, 0, {})});
+    InfoboxFS fs;
+    ASSERT_TRUE(parse(fs, raw));
+    EXPECT_EQ(fs.GetTagList(), (Bytes{1}));
+    raw.push_back(0x00);
+    InfoboxFS padded;
+    ASSERT_TRUE(parse(padded, raw));
+    EXPECT_EQ(padded.GetTagList(), (Bytes{1, 2}));
+
+    // An entry running past the end fails; the entries before it stay.
+    Bytes cut = file(1, {entry(1, 0, {0x61}), entry(5, 0, {0x62, 0x63})});
+    cut.pop_back();
+    InfoboxFS broken;
+    EXPECT_FALSE(parse(broken, cut));
+    EXPECT_EQ(broken.GetTagList(), (Bytes{1}));
+    EXPECT_FALSE(parse(broken, {'A', 'I', 'K', 1, 3, 0, 0xFF, 0xFF, 0x00, 0x00}));
+
+    // Parsing again without Clear() appends.
+    EXPECT_TRUE(parse(padded, raw));
+    EXPECT_EQ(padded.GetTagList(), (Bytes{1, 2, 1, 2}));
+    padded.Clear();
+    EXPECT_EQ(padded.GetEntryCount(), 0u);
+}
+
+TEST(InfoboxFS, WritesAParsedFileBackByteForByte)
+{
+    for (unsigned char version : {0, 1}) {
+        Bytes raw = file(version, {entry(1, 0x01, {0x30, 0x00}), entry(2, 0x00, {}), entry(0x80, 0xFF, Bytes(0x1234, 0x5A)),
+                                   entry(1, 0x02, {0x77})});
+        Bytes padded = raw;
+        padded.resize(raw.size() + 16, 0x00);
+        InfoboxFS fs;
+        ASSERT_TRUE(parse(fs, padded));
+        raw[3] = 1;  // always written as version 1, without the padding
+        EXPECT_EQ(fs.GetCompleteFile().ToVector(), raw);
+        ByteArray out(Bytes{0xDE, 0xAD});  // appends to what is there
+        ASSERT_TRUE(fs.GetCompleteFile(out));
+        EXPECT_EQ(out.GetLength(), 2 + raw.size());
+        EXPECT_EQ(out[0], 0xDE);
+    }
 }
 
 TEST(InfoboxFS, AddEntryReplacesOrAppendsAndLengthKeepsLow16Bits)

@@ -65,6 +65,16 @@ std::string text(const unsigned char* digits) { return reinterpret_cast<const ch
 
 } // namespace
 
+TEST(ParseRsaKey, NumbersWithoutLeadingZerosAtAnyOffset)
+{
+    Bytes buf = {0xFF, 0xFF, 0x30, 0x0A, 0x02, 0x03, 0x00, 0xC3, 0x51, 0x02, 0x03, 0x01, 0x00, 0x01};
+    ParsedPublicKey key = ParseKey(buf.data(), 2, 12);
+    EXPECT_EQ(key.keyType, ParsedPublicKey::kKeyTypeRsa);
+    EXPECT_EQ(modulus(key), (Bytes{0xC3, 0x51}));
+    EXPECT_EQ(exponent(key), (Bytes{0x01, 0x00, 0x01}));
+    EXPECT_EQ(key.curve, "");
+}
+
 TEST(ParseRsaKey, KeysMadeByOpenSslAndTheLargestModulus)
 {
     PKeyPtr pkey(EVP_RSA_gen(2048), &EVP_PKEY_free);
@@ -134,6 +144,20 @@ TEST(ParseEccKey, PointsMadeByOpenSsl)
         EXPECT_EQ(key.curve, curve.reported);
         EXPECT_EQ(text(key.x), paramDecimal(pkey.get(), OSSL_PKEY_PARAM_EC_PUB_X)) << curve.name;
         EXPECT_EQ(text(key.y), paramDecimal(pkey.get(), OSSL_PKEY_PARAM_EC_PUB_Y)) << curve.name;
+    }
+}
+
+TEST(ParseEccKey, OddSizesUncheckedFormatByteAndEmptyInput)
+{
+    Bytes point = {0x07, 0x01, 0x02, 0x03, 0xFF};  // five bytes: two per coordinate
+    ParsedPublicKey key = parseExact(point);
+    EXPECT_EQ(key.coordinateLen, 2);
+    EXPECT_EQ(text(key.x), "258");
+    EXPECT_EQ(text(key.y), "1023");
+    for (int len : {0, -5}) {
+        key = ParseKey(point.data(), 0, len);
+        EXPECT_EQ(key.keyType, 1);
+        EXPECT_EQ(text(key.x), "");
     }
 }
 

@@ -1,5 +1,6 @@
-// The simulator's parts on their own: the written forms of faults and card
-// sets, and Assuan escaping.
+// The simulator's parts on their own: the written forms of faults, control
+// file and card sets, the DER encoder, the identity-link builder against the
+// program's reader, Assuan escaping and the PIN rules.
 #include "formats/Personenbindung.h"
 #include "sim/CardData.h"
 #include "sim/CardSet.h"
@@ -43,6 +44,29 @@ TEST(SimFaultRules, ParsesEveryFormAndRefusesNonsense) {
     }
     EXPECT_EQ(returnCodeName(0x54), "CKR_FUNCTION_NOT_SUPPORTED");
     EXPECT_EQ(returnCodeName(0x80000123UL), "0x80000123");
+}
+
+TEST(SimControlFile, RoundTripsAndSkipsWhatItCannotRead) {
+    ControlState state = parseControl("# comment\n"
+                                      "slot 2 insert ECARD-G4:3014000000000999:Eva Maria:Huber\n"
+                                      "slot 5 remove\r\n"
+                                      "slot x remove\n"
+                                      "fault 3 C_Sign=CKR_DEVICE_ERROR*1\n"
+                                      "latency 20 5\n"
+                                      "reset 7 *\n"
+                                      "bogus line\n");
+    EXPECT_EQ(state.slots.size(), 2u);
+    EXPECT_EQ(state.slots[2], "insert ECARD-G4:3014000000000999:Eva Maria:Huber");
+    EXPECT_EQ(state.slots[5], "remove");
+    EXPECT_EQ(state.faults[3], "C_Sign=CKR_DEVICE_ERROR*1");
+    EXPECT_EQ(state.nextFaultId(), 4);
+    EXPECT_TRUE(state.hasLatency);
+    EXPECT_EQ(state.apduLatencyMs, 5u);
+    EXPECT_EQ(state.lastResetEpoch(), 7);
+    ControlState again = parseControl(controlToText(state));
+    EXPECT_EQ(again.slots, state.slots);
+    EXPECT_EQ(again.faults, state.faults);
+    EXPECT_EQ(again.resets, state.resets);
 }
 
 TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
@@ -97,10 +121,72 @@ TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
     EXPECT_FALSE(resolveCard(demoCardSet(), "nobody", adHoc, error));
 }
 
+TEST(SimIdentityLink, LongNamesAreCutSoTheReaderStillFindsThem) {
+    CardSpec card;
+    card.serial = "1204000000004711";
+    card.givenName = std::string(50, 'G');
+    card.familyName = "\xC3\x96" + std::string(60, 'F');
+    card.birthDate = "2001-02-03";
+    Bytes record = buildIdentityLink(card, nullptr);
+    Korvex::Personenbindung link;
+    ASSERT_EQ(link.parse(record.data(), static_cast<int>(record.size())), 1);
+    EXPECT_EQ(link.getGivenName(), std::string(36, 'G'));
+    EXPECT_EQ(link.getFamilyName(), "\xC3\x96" + std::string(34, 'F'));
+    EXPECT_EQ(link.getDateOfBirth(), "2001-02-03");
+    EXPECT_EQ(link.getBaseId(), defaultBaseId(card.serial));
+    EXPECT_GE(record.size(), 128u);
+    EXPECT_EQ(insuranceNumber(card), "4711030201");
+}
+
 TEST(SimPinEntry, EscapesWhatAssuanReserves) {
     EXPECT_EQ(PinEntry::escape("100%\nfertig\r"), "100%25%0Afertig%0D");
     EXPECT_EQ(PinEntry::unescape("12%2534%0A%zz%4"), "12%34\n%zz%4");
     EXPECT_EQ(PinEntry::unescape(PinEntry::escape("a%b\nc")), "a%b\nc");
+}
+
+TEST(SimCardState, ReadingKeepsPinsValidAndRoundTrips) {
+    PinState pins[PinCount];
+    for (PinState& pin : pins) pin.value = "1234";
+    SavedDataObjects objects;
+    const std::string big(2 * (kMaxDataObjectSize + 1), 'A');
+    ASSERT_TRUE(readCardState("<card><pin index='0' value='12a4' tries='-5' puk-tries='99'/>"
+                              "<pin index='1' value='9876' tries='2'/><pin index='7' value='1111'/>"
+                              "<object label='RFU1' private='true' type='258' value='0A0b'/>"
+                              "<object value='00'/><object label='big' value='" + big + "'/>"
+                              "<object label='R&#;U2' value='00'/></card>",
+                              pins, objects));
+    EXPECT_EQ(pins[0].value, "1234") << "a value of the wrong format is not taken";
+    EXPECT_EQ(pins[0].tries, 0);
+    EXPECT_EQ(pins[0].pukTries, pins[0].maxPukTries);
+    EXPECT_EQ(pins[1].value, "9876");
+    EXPECT_EQ(pins[1].tries, 2);
+    ASSERT_EQ(objects.size(), 1u);
+    EXPECT_EQ(objects["RFU1"], (SavedDataObject{{0x0A, 0x0B}, true, 2}));
+
+    PinState reread[PinCount];
+    SavedDataObjects again;
+    ASSERT_TRUE(readCardState(writeCardState("1", pins, objects), reread, again));
+    EXPECT_EQ(again, objects);
+    EXPECT_EQ(reread[1].value, "9876");
+    EXPECT_FALSE(readCardState("<card><pin", reread, again)) << "no XML: factory state";
+}
+
+TEST(SimPinState, ChecksFormatBeforeTouchingTheCounter) {
+    PinState pin;
+    pin.value = "1234";
+    pin.puk = "12345678";
+    EXPECT_EQ(verifyPin(pin, "123"), static_cast<CK_RV>(CKR_PIN_LEN_RANGE));
+    EXPECT_EQ(verifyPin(pin, "12a4"), static_cast<CK_RV>(CKR_PIN_LEN_RANGE));
+    EXPECT_EQ(pin.tries, 3);
+    EXPECT_EQ(changePin(pin, "1234", "5678", "5679"), static_cast<CK_RV>(CKR_PIN_INVALID));
+    EXPECT_EQ(changePin(pin, "0000", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_INCORRECT));
+    EXPECT_EQ(pin.value, "1234");
+    EXPECT_EQ(unblockPin(pin, "1234567", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_LEN_RANGE));
+    pin.pukTries = 1;
+    EXPECT_EQ(unblockPin(pin, "00000000", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_INCORRECT));
+    EXPECT_EQ(unblockPin(pin, "12345678", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_LOCKED));
+    pin.hasPuk = false;
+    EXPECT_EQ(unblockPin(pin, "12345678", "5678", "5678"), static_cast<CK_RV>(CKR_FUNCTION_NOT_SUPPORTED));
 }
 
 } // namespace
