@@ -174,8 +174,11 @@ std::string TextProperty(Display* display, Window window, const char* name, Atom
 long PidOf(Display* display, Window window)
 {
     int format = 0;
-    const std::string pid = Property(display, window, "_NET_WM_PID", XA_CARDINAL, &format);
-    return pid.size() == sizeof(long) ? *reinterpret_cast<const long*>(pid.data()) : -1;
+    const std::string bytes = Property(display, window, "_NET_WM_PID", XA_CARDINAL, &format);
+    long pid = -1;
+    if (bytes.size() == sizeof pid)
+        std::memcpy(&pid, bytes.data(), sizeof pid);
+    return pid;
 }
 
 void Collect(Display* display, Window window, pid_t pid, std::vector<WindowInfo>& found)
