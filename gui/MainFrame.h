@@ -165,6 +165,9 @@ private:
     void OnCharHook(wxKeyEvent& event);
     // Runs a PIN change or unblock on the selected card's application.
     void RunPinCommand(Korvex::ApplType appl, bool unblock);
+    // Reads the selected card's key on the worker, then opens the signature
+    // test for it; a card that cannot be reached is said in the status line.
+    void RunSignatureTest(const wxString& title, Korvex::ApplType appl);
     // Destroy() was called: the window only waits for its deletion.
     bool IsClosing() const;
     // Creates and starts the refresh thread; false when it could not start.

@@ -6,6 +6,8 @@
 #include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
+#include <memory>
+
 void MainFrame::evt_sig_change_pin(wxCommandEvent& /*event*/)
 {
     RunPinCommand(Korvex::APPL_SIGNATURE, false);
@@ -63,38 +65,39 @@ void MainFrame::SetStatusPinUnblock(Korvex::PKCS11Return result)
     }
 }
 
-namespace {
-
-void RunSignatureTest(MainFrame* frame, Korvex::acPKCS11* p11, const char* title,
-                      Korvex::ApplType appl)
+void MainFrame::RunSignatureTest(const wxString& title, Korvex::ApplType appl)
 {
-    if (frame->IsCardWorkRunning())
-        return;
-    MainFrame::CommandScope command(frame);
-    TestDialog dialog(frame, wxID_ANY, Tr(title), wxDefaultPosition, wxDefaultSize,
-                      wxCAPTION | wxSYSTEM_MENU | wxCLOSE_BOX);
-    std::string number;
-    Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
-    CK_SLOT_ID slotId = 0;
-    if (!frame->SelectedCardReader(number, type, slotId) || !dialog.SetCard(p11, slotId, number, appl)) {
-        int slot = -1;
-        if (!frame->GetSlotIdxForSelectedCard(slot, type))
-            return;
-        dialog.SetP11(p11, slot, appl);
-    }
-    dialog.ShowModal();
+    // The key's size decides the hashes the dialog offers. It is read on the
+    // worker, from the card found as every command finds it, so a slow or
+    // pulled card neither freezes the window nor opens the dialog.
+    struct KeyRead {
+        CK_SLOT_ID slot = 0;
+        Korvex::TokenInfoStruct2 info; // unread: key size 0, no hash offered
+    };
+    auto read = std::make_shared<KeyRead>();
+    RunOnSelectedCard(
+        [read](Korvex::acPKCS11& p11) {
+            read->slot = p11.GetSessionSlotId();
+            p11.GetTokenInfoForSlot(read->slot, read->info);
+        },
+        [this, read, title, appl](const std::string& number) {
+            // Still inside the command: the watch keeps away while the
+            // dialog is open.
+            TestDialog dialog(this, wxID_ANY, title, wxDefaultPosition, wxDefaultSize,
+                              wxCAPTION | wxSYSTEM_MENU | wxCLOSE_BOX);
+            dialog.SetCard(m_P11, read->slot, number, appl, read->info);
+            dialog.ShowModal();
+        });
 }
-
-} // namespace
 
 void MainFrame::evt_sig_test(wxCommandEvent& /*event*/)
 {
-    RunSignatureTest(this, m_P11, "Unterschriftentest mit Signaturschlüssel (6-stellige PIN)",
+    RunSignatureTest(Tr("Unterschriftentest mit Signaturschlüssel (6-stellige PIN)"),
                      Korvex::APPL_SIGNATURE);
 }
 
 void MainFrame::evt_enc_test(wxCommandEvent& /*event*/)
 {
-    RunSignatureTest(this, m_P11, "Unterschriftentest mit Geheimhaltungsschlüssel (4-stellige PIN)",
+    RunSignatureTest(Tr("Unterschriftentest mit Geheimhaltungsschlüssel (4-stellige PIN)"),
                      Korvex::APPL_ENCRYPTION);
 }

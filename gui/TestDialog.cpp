@@ -23,9 +23,10 @@
 
 namespace {
 
-const char kPresetText[] =
-    "Das ist ein Test!\n\nDie Signatur dieses Textes wird nur virtuell erstellt und nicht "
-    "abgespeichert.";
+// Marked for the catalogue: the user reads it in the language of the desktop.
+const char* const kPresetText =
+    wxTRANSLATE("Das ist ein Test!\n\nDie Signatur dieses Textes wird nur virtuell erstellt und nicht "
+                "abgespeichert.");
 
 // Below this key size no offered digest fits the key.
 constexpr int kMinKeyBitsForSha1 = 192;
@@ -126,17 +127,15 @@ void TestDialog::SetP11(Korvex::acPKCS11* p11, int slot, Korvex::ApplType appl) 
     ShowKey(info);
 }
 
-bool TestDialog::SetCard(Korvex::acPKCS11* p11, CK_SLOT_ID slotId, const std::string& number,
-                         Korvex::ApplType appl) {
-    Korvex::TokenInfoStruct2 info;
-    if (p11 == nullptr || !p11->GetTokenInfoForSlot(slotId, info) || info.serial != number) return false;
+void TestDialog::SetCard(Korvex::acPKCS11* p11, CK_SLOT_ID slotId, const std::string& number,
+                         Korvex::ApplType appl, const Korvex::TokenInfoStruct2& info) {
+    if (p11 == nullptr) return;
     m_p11 = p11;
     m_appl = appl;
     m_openSession = [slotId, number](Korvex::acPKCS11& token) {
         return OpenCardSession(token, slotId, true, number) == CardSession::OPEN;
     };
     ShowKey(info);
-    return true;
 }
 
 void TestDialog::ShowKey(const Korvex::TokenInfoStruct2& info) {

@@ -38,11 +38,12 @@ public:
     // the caller and must outlive the dialog. `slot` is the card's position
     // in the card list.
     void SetP11(Korvex::acPKCS11* p11, int slot, Korvex::ApplType appl);
-    // The same for the card with this number in reader `slotId`, as the last
-    // refresh saw it: one token query now; the session is opened on the
-    // worker, by the full look-up only when another card is there. False
-    // (nothing bound) when the reader no longer holds that card.
-    bool SetCard(Korvex::acPKCS11* p11, CK_SLOT_ID slotId, const std::string& number, Korvex::ApplType appl);
+    // The same for the card with this number in reader `slotId`, with its
+    // token information already read (on a worker): no card call here. Each
+    // session is opened on the worker, by the full look-up only when another
+    // card is in that reader by then.
+    void SetCard(Korvex::acPKCS11* p11, CK_SLOT_ID slotId, const std::string& number, Korvex::ApplType appl,
+                 const Korvex::TokenInfoStruct2& info);
 
     // Maps the selected hash entry to its algorithm; shows the error status
     // and returns false when nothing usable is selected.

@@ -140,15 +140,18 @@ TEST_F(TestDialogTest, TheDialogAnswersWhileTheCardSignsAndStaysUntilItIsDone) {
     EXPECT_EQ(TestSupport::Sim::PinDialogCount(), dialogs + 1);
 }
 
-TEST_F(TestDialogTest, BoundByTheReaderTheRefreshSawTheCardIn) {
+TEST_F(TestDialogTest, BoundToTheCardItFollowsItIntoAnotherReader) {
+    Korvex::TokenInfoStruct2 info;
+    ASSERT_TRUE(Token()->GetTokenInfoForSlot(kMaria.position, info));
     dialog = new TestDialog(Frame(), wxID_ANY, Utf8("Unterschriftentest"));
-    EXPECT_FALSE(dialog->SetCard(Token(), kMaria.position, kErika.serial, Korvex::APPL_SIGNATURE))
-        << "another card is in that reader";
-    ASSERT_TRUE(dialog->SetCard(Token(), kMaria.position, kMaria.serial, Korvex::APPL_SIGNATURE));
+    // The refresh saw the card in the reader that holds Erika's now.
+    dialog->SetCard(Token(), kErika.position, kMaria.serial, Korvex::APPL_SIGNATURE, info);
     EXPECT_EQ(dialog->GetKeyAlgorithmField()->GetValue(), "RSA");
     dialog->Show();
     SetPinAnswers({"123456"});
     SignAndVerify();
+    // An RSA signature: Maria's card signed, not Erika's EC card.
+    EXPECT_GE(Korvex::b64Decode(dialog->GetSignatureField()->GetValue().ToStdString()).size(), 192u);
 }
 
 TEST_F(TestDialogTest, EveryFailureHasItsText) {

@@ -64,14 +64,21 @@ TEST_F(PinCommandTest, BlankOrPulledCardsRunNoDialogue)
         frame->SetStatus(wxEmptyString, false);
         Run(id, {"123456", "654321", "654321"}, "Dieser Befehl ist mit einer leeren Karte nicht erlaubt!", true);
     }
-    SelectCard(kMaria);
-    frame->SetStatus(wxEmptyString, false);
-    ASSERT_EQ(Sim::RemoveCard(1), static_cast<CK_RV>(CKR_OK));
-    // The command tells that the card has gone and the list follows.
-    Click(MainFrame::ID_SIG_CHANGE_PIN);
-    ExpectStatus("Die Karte steckt nicht mehr im Leser.", true);
+    // The command tells that the card has gone, opens no dialog, and the
+    // list follows.
+    ModalRecorder recorder;
+    for (int id : {MainFrame::ID_SIG_CHANGE_PIN, MainFrame::ID_SIG_TEST}) {
+        SelectCard(kMaria);
+        frame->SetStatus(wxEmptyString, false);
+        ASSERT_EQ(Sim::RemoveCard(1), static_cast<CK_RV>(CKR_OK));
+        Click(id);
+        ExpectStatus("Die Karte steckt nicht mehr im Leser.", true);
+        EXPECT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 3; }));
+        ASSERT_EQ(Sim::InsertCard(1, kMaria.id), static_cast<CK_RV>(CKR_OK));
+        ASSERT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 4; }));
+    }
     EXPECT_EQ(Sim::PinDialogCount(), dialogues);
-    EXPECT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 3; }));
+    EXPECT_TRUE(recorder.seen.empty());
 }
 
 TEST_F(PinCommandTest, EveryResultCodeHasItsText)

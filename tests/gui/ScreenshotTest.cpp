@@ -1,5 +1,5 @@
 // The window on the module's built-in demo cards in English, saved as
-// <build>/screenshots/main-window-en.png.
+// <build>/screenshots/main-window-en.png, and the titles of its dialogs.
 #include "tests/gui/WindowTestSupport.h"
 
 #include "app/I18N.h"
@@ -12,6 +12,7 @@
 #include <wx/listctrl.h>
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
+#include <wx/textctrl.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -45,13 +46,24 @@ protected:
     }
 };
 
-// Every label and title of the window and its children.
+// Every label and title of the window and its children, and the text fields.
 void CollectTexts(wxWindow* window, std::vector<wxString>& texts)
 {
     if (!window->GetLabel().empty())
         texts.push_back(window->GetLabel());
+    if (wxTextCtrl* field = dynamic_cast<wxTextCtrl*>(window))
+        texts.push_back(field->GetValue());
     for (wxWindow* child : window->GetChildren())
         CollectTexts(child, texts);
+}
+
+void ExpectNoGerman(const std::vector<wxString>& texts)
+{
+    for (const wxString& text : texts) {
+        for (const char* german : {"\xC3\xA4", "\xC3\xB6", "\xC3\xBC", "\xC3\x9F", "Karte", "Zertifikat", "anzeigen",
+                                   "testen", "Versuch", "entsperren", "ist ein"})
+            EXPECT_FALSE(text.Contains(Utf8(german))) << text;
+    }
 }
 
 TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
@@ -70,11 +82,7 @@ TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
         texts.push_back(header.GetText());
     }
     EXPECT_GT(texts.size(), 15u);
-    for (const wxString& text : texts) {
-        for (const char* german : {"\xC3\xA4", "\xC3\xB6", "\xC3\xBC", "\xC3\x9F", "Karte", "Zertifikat", "anzeigen",
-                                   "testen", "Versuch", "entsperren"})
-            EXPECT_FALSE(text.Contains(Utf8(german))) << text;
-    }
+    ExpectNoGerman(texts);
     for (const char* english : {"Card number", "Issued to", "Card type", "Valid until", "Change 6-digit PIN",
                                 "Show certificate", "Test signature", "Show infobox"})
         EXPECT_NE(std::find(texts.begin(), texts.end(), wxString(english)), texts.end()) << english;
@@ -93,6 +101,21 @@ TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
     const std::string shots = BinaryDir() + "/screenshots";
     std::filesystem::create_directories(shots);
     EXPECT_TRUE(SaveScreenshot(frame, shots + "/main-window-en"));
+
+    // So are the dialogs the window opens.
+    ModalRecorder recorder;
+    std::vector<wxString> dialogTexts;
+    recorder.inspect = [&dialogTexts](wxDialog* dialog) { CollectTexts(dialog, dialogTexts); };
+    Click(MainFrame::ID_SIG_TEST);
+    Click(MainFrame::ID_ENC_TEST);
+    Click(MainFrame::ID_PERS_SHOW);
+    ASSERT_EQ(recorder.seen.size(), 3u);
+    EXPECT_EQ(recorder.seen[0].title, "Signature test with the signature key (6-digit PIN)");
+    EXPECT_EQ(recorder.seen[1].title, "Signature test with the encryption key (4-digit PIN)");
+    EXPECT_NE(std::find(dialogTexts.begin(), dialogTexts.end(),
+                        "This is a test!\n\nThe signature of this text is only made for the test and is not stored."),
+              dialogTexts.end());
+    ExpectNoGerman(dialogTexts);
 }
 
 } // namespace
