@@ -50,6 +50,7 @@ TEST_F(CardWorkTest, WindowAnswersDuringThePinDialogueAndASecondClickIsRefused)
     ticker.Start(20);
     ClickWithoutWaiting(MainFrame::ID_SIG_CHANGE_PIN); // refused, not queued
     ClickWithoutWaiting(MainFrame::ID_RELOAD);
+    EXPECT_FALSE(frame->IsRefreshRunning()) << "a refresh beside the card work: two module calls at once";
     EXPECT_TRUE(PumpUntil([this] { return !frame->IsCardWorkRunning(); }, 30.0));
     ticker.Stop();
     EXPECT_GT(ticks, 20) << "the window stood still while the PIN dialogue was open";

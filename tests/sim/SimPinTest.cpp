@@ -126,6 +126,15 @@ TEST_F(SimPins, ResetRestoresFactoryPinsAndCountersInTheModuleAndOnDisk) {
     EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
     reload();
     EXPECT_EQ(command({"123456", "333333", "333333"}), CKR_OK);
+
+    // A reset card forgets a login, as a card taken out and put back would.
+    CK_SESSION_HANDLE session = openSession(3);
+    CK_UTF8CHAR right[] = "4321";
+    ASSERT_EQ(p11->C_Login(session, CKU_USER, right, 4), CKR_OK);
+    ASSERT_EQ(Sim::ResetState(kAcosA03), CKR_OK);
+    CK_SESSION_INFO info;
+    ASSERT_EQ(p11->C_GetSessionInfo(session, &info), CKR_OK);
+    EXPECT_EQ(info.state, CKS_RO_PUBLIC_SESSION);
 }
 
 } // namespace

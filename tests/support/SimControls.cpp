@@ -102,4 +102,14 @@ unsigned long PinDialogCount()
     return fn != nullptr ? fn() : 0;
 }
 
+long OpenSessions(CK_SLOT_ID slot)
+{
+    CK_FUNCTION_LIST_PTR functions = nullptr;
+    auto list = Control<CK_C_GetFunctionList>("C_GetFunctionList");
+    CK_TOKEN_INFO info;
+    if (list == nullptr || list(&functions) != CKR_OK || functions->C_GetTokenInfo(slot, &info) != CKR_OK)
+        return -1;
+    return static_cast<long>(info.ulSessionCount);
+}
+
 } // namespace TestSupport::Sim

@@ -26,5 +26,8 @@ int PinTries(const char* serial, int pin);
 int PukTries(const char* serial, int pin);
 // PIN dialogues the module has run since it was loaded.
 unsigned long PinDialogCount();
+// Sessions open on the card in `slot`, as the module's token information
+// counts them (standard C_GetTokenInfo); -1 when it does not answer.
+long OpenSessions(CK_SLOT_ID slot);
 
 } // namespace TestSupport::Sim
