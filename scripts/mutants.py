@@ -23,6 +23,7 @@ import argparse
 import os
 import random
 import re
+import shutil
 import subprocess
 import sys
 import time
@@ -130,8 +131,22 @@ def run(cmd, timeout, cwd=None):
         return "timeout"
 
 
+# The simulator's keys and certificates are made once and kept for later runs,
+# so a fault in making them would never run. Such a mutant starts without
+# them, and what it made goes with it.
+KEY_MAKER = "sim/KeyFactory.cpp"
+
+
+def clear_generated_keys(build):
+    for folder in ("sim-keys", "gui-sim-keys"):
+        shutil.rmtree(os.path.join(build, "test-scratch", folder), ignore_errors=True)
+
+
 def judge(site, build, jobs):
     folders = [os.path.join(build, "tests", d) for d in LAYER_TESTS[site[0]]]
+    makes_keys = site[1] == KEY_MAKER
+    if makes_keys:
+        clear_generated_keys(build)
     full, original = apply(site)
     try:
         for folder in folders:
@@ -146,6 +161,8 @@ def judge(site, build, jobs):
     finally:
         with open(full, "wb") as f:
             f.write(original)
+        if makes_keys:
+            clear_generated_keys(build)
 
 
 def main():

@@ -1,6 +1,7 @@
 // slCertificate: loading, copying, storing, logging and untrusted input.
 #include "CryptoTestSupport.h"
 
+#include <openssl/err.h>
 #include <openssl/x509.h>
 
 #include <unistd.h>
@@ -40,6 +41,10 @@ TEST(CertificateLoad, FailedLoadsOverwriteWithoutFreeingButMissingFileKeeps)
     EXPECT_GT(i2d_X509(held, nullptr), 0); // let go of, not freed: still ours
     X509_free(held);
     EXPECT_FALSE(cert.LoadFromBuffer(nullptr, 10) || cert.LoadFromB64("not base64 at all"));
+    EXPECT_FALSE(slCertificate().LoadFromFile(FixturePath("make-certs.sh"))); // neither PEM nor DER
+    // The expected failures must not stay in OpenSSL's error queue for
+    // whoever asks it next on this thread.
+    EXPECT_EQ(ERR_peek_error(), 0ul);
 }
 
 TEST(CertificateLoad, CopiesHoldTheirOwnDuplicateAndCompareByIdentity)

@@ -54,6 +54,8 @@ TEST(RemoveLeadingNulls, StripsZerosInPlaceAndLeavesTheTail)
     Bytes allZero = {0x00, 0x00, 0x00, 0x05};  // only the given length counts
     RemoveLeadingNulls(allZero.data(), len = 3);
     EXPECT_EQ(len, 0);
+    RemoveLeadingNulls(nullptr, len = 3);  // no buffer, whatever length is claimed
+    EXPECT_EQ(len, 3);
 }
 
 TEST(Bin2DecStr, DigitsWithTwoZerosAndRefusals)
