@@ -106,6 +106,7 @@ TEST_F(InfoboxBereichTest, FixedLayoutListsThreeObjectsAndShowsTheIdentityLink) 
     EXPECT_FALSE(dialog->IsInfoboxFileMode());
     EXPECT_EQ(Items(dialog->GetList()), (std::vector<wxString>{"Personenbindung", "RFU1", "RFU2"}));
     Select("Personenbindung");
+    EXPECT_EQ(TestSupport::LayoutFaults(dialog), std::vector<std::string>{});
     const wxString shown = Binary();
     EXPECT_EQ(shown, SpacedHex(ReadObject(kJohann, "PERSONENBINDUNG")));
     EXPECT_TRUE(Text().StartsWith(Utf8("Vorname: Johann\r\nNachname: Österreicher\r\n"

@@ -82,6 +82,7 @@ TEST_F(TestDialogTest, OffersHashesByKeySizeWithThePresetText) {
                   "nicht abgespeichert.");
         EXPECT_TRUE(dialog->GetSignatureField()->GetValue().empty());
         EXPECT_FALSE(StatusShown());
+        EXPECT_EQ(TestSupport::LayoutFaults(dialog), std::vector<std::string>{});
         dialog->Destroy();
     }
     Open(kJohann, Korvex::APPL_IDENTITY_LINK);  // no key

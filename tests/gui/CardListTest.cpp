@@ -63,6 +63,7 @@ TEST_F(CardListTest, FirstRefreshFillsTheWindowLastCardReadOnTop)
     ExpectRow(3, kJohann);
     EXPECT_EQ(SelectedRow(), 0);
     EXPECT_FALSE(frame->GetWaitDialog().IsShown());
+    EXPECT_EQ(LayoutFaults(frame), std::vector<std::string>{});
 
     wxListCtrl* list = frame->GetCardList();
     const char* titles[] = {"Kartennummer", "Ausgestellt f\xC3\xBCr", "Kartentyp", "G\xC3\xBCltig bis"};

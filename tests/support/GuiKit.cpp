@@ -5,6 +5,8 @@
 #include <wx/dialog.h>
 #include <wx/evtloop.h>
 #include <wx/image.h>
+#include <wx/bookctrl.h>
+#include <wx/statbox.h>
 #include <wx/window.h>
 
 #include <chrono>
@@ -97,6 +99,39 @@ bool SaveScreenshot(wxWindow* window, const std::string& path)
     const bool saved = save(pixbuf, (path + ".png").c_str(), "png", nullptr, nullptr, nullptr) != 0;
     unref(pixbuf);
     return saved;
+}
+
+namespace {
+
+std::string Describe(wxWindow* control)
+{
+    return wxString(control->GetClassInfo()->GetClassName()).ToStdString() + " \"" +
+           control->GetLabel().ToStdString(wxConvUTF8) + "\"";
+}
+
+} // namespace
+
+std::vector<std::string> LayoutFaults(wxWindow* window)
+{
+    std::vector<std::string> faults;
+    std::vector<wxWindow*> placed;
+    for (wxWindow* child : window->GetChildren()) {
+        if (!child->IsShown() || child->IsTopLevel())
+            continue;
+        for (const std::string& inner : LayoutFaults(child))
+            faults.push_back(inner);
+        // A book places its pages itself, inside its tabs.
+        if (wxDynamicCast(child, wxStaticBox) != nullptr || wxDynamicCast(window, wxBookCtrlBase) != nullptr)
+            continue;
+        const wxRect rect = child->GetRect();
+        if (!wxRect(window->GetClientSize()).Contains(rect))
+            faults.push_back(Describe(child) + " sticks out of " + Describe(window));
+        for (wxWindow* other : placed)
+            if (rect.Intersects(other->GetRect()))
+                faults.push_back(Describe(child) + " overlaps " + Describe(other));
+        placed.push_back(child);
+    }
+    return faults;
 }
 
 wxString Utf8(const char* text) { return wxString::FromUTF8(text); }

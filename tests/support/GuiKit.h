@@ -32,6 +32,12 @@ bool BitmapShowsPicture(const wxBitmap& bitmap, const char* const* xpm);
 // Saves what the window shows on the screen as <path>.png; false on failure.
 bool SaveScreenshot(wxWindow* window, const std::string& path);
 
+// Shown controls of the window that overlap a shown sibling or stick out of
+// their parent, one line each: a control the layout left out sits at its
+// parent's corner on top of another. Static boxes frame their siblings and
+// books place their pages: neither is judged.
+std::vector<std::string> LayoutFaults(wxWindow* window);
+
 wxString Utf8(const char* text);
 
 // Catches modal dialogs: records their type and title and closes them at
