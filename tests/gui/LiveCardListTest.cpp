@@ -44,11 +44,13 @@ protected:
 
 TEST_F(LiveCardListTest, CardsComingAndGoingAreSeenWithoutReloadAndOneRefreshFollowsACommand)
 {
+    SelectCard(kMaria);
     int before = refreshes;
     ASSERT_EQ(Sim::InsertCard(kEmptyReader, kLukas.id), static_cast<CK_RV>(CKR_OK));
     ASSERT_TRUE(WaitForRows({kLukas.serial, kBlank.serial, kErika.serial, kMaria.serial, kJohann.serial}));
     EXPECT_EQ(refreshes, before + 1);
     EXPECT_EQ(RowText(0, 2), kLukas.typeName);
+    EXPECT_EQ(SelectedRow(), 3) << "the selection stays with the card, not with the row";
 
     // While a command uses the module nothing else calls it: the cards that
     // come and go meanwhile make one refresh once the command has ended.
