@@ -121,7 +121,7 @@ std::vector<std::string> LayoutFaults(wxWindow* window)
         for (const std::string& inner : LayoutFaults(child))
             faults.push_back(inner);
         // A book places its pages itself, inside its tabs.
-        if (wxDynamicCast(child, wxStaticBox) != nullptr || wxDynamicCast(window, wxBookCtrlBase) != nullptr)
+        if (dynamic_cast<wxStaticBox*>(child) != nullptr || dynamic_cast<wxBookCtrlBase*>(window) != nullptr)
             continue;
         const wxRect rect = child->GetRect();
         if (!wxRect(window->GetClientSize()).Contains(rect))
