@@ -2,10 +2,10 @@
 #include "tests/support/GuiKit.h"
 
 #include <wx/app.h>
+#include <wx/bookctrl.h>
 #include <wx/dialog.h>
 #include <wx/evtloop.h>
 #include <wx/image.h>
-#include <wx/bookctrl.h>
 #include <wx/statbox.h>
 #include <wx/window.h>
 
@@ -120,7 +120,7 @@ std::vector<std::string> LayoutFaults(wxWindow* window)
             continue;
         for (const std::string& inner : LayoutFaults(child))
             faults.push_back(inner);
-        // A book places its pages itself, inside its tabs.
+        // Static boxes frame their siblings; a book places its pages itself.
         if (dynamic_cast<wxStaticBox*>(child) != nullptr || dynamic_cast<wxBookCtrlBase*>(window) != nullptr)
             continue;
         const wxRect rect = child->GetRect();
