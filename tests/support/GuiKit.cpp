@@ -1,4 +1,5 @@
-// Event pumping, dialog recorder, pictures and screenshots; see GuiKit.h.
+// Event pumping, dialog recorder, pictures, screenshots and the layout check;
+// see GuiKit.h.
 #include "tests/support/GuiKit.h"
 
 #include <wx/app.h>

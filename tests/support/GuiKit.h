@@ -1,7 +1,8 @@
 // Toolkit side of the shared fixture library: event pumping, a recorder that
-// catches modal dialogs, picture comparison and screenshots. The GUI test
-// executables share one entry point (GuiTestMain.cpp), which calls the
-// executable's own PrepareGuiTestProcess() before the toolkit starts.
+// catches modal dialogs, picture comparison, screenshots and a layout check.
+// The GUI test executables share one entry point (GuiTestMain.cpp), which
+// calls the executable's own PrepareGuiTestProcess() before the toolkit
+// starts.
 #pragma once
 
 #include <wx/bitmap.h>
