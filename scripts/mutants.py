@@ -6,8 +6,8 @@ From a fixed seed it picks mutation sites spread over the layers, applies each
 one alone to a copy of the source in place, rebuilds incrementally in its own
 build folder, runs the tests of the mutated layer and restores the file. Each
 mutant ends killed (a test failed or timed out), survived, or did not compile.
-Which sites are picked follows from the seed and the code under test alone:
-a run before and a run after a change of the tests judge the same mutants.
+The seed and the product sources fix the sample, so a run before and a run
+after a change of the tests judge the same mutants.
 
     python3 scripts/mutants.py [--seed N] [--count N] [--list] [--out FILE] [--only FILE]
 

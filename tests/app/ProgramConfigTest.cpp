@@ -55,12 +55,11 @@ TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
 
 TEST_F(ProgramConfigTest, TraceRowsLiveInTheTraceSubgroup)
 {
-    ExpectEntry(12, 0, "vessa Client\\Trace", "LogMode");
-    ExpectEntry(13, 1, "vessa Client\\Trace", "LogMode");
-    ExpectEntry(14, 0, "vessa Client\\Trace", "LogLevel");
-    ExpectEntry(15, 1, "vessa Client\\Trace", "LogLevel");
-    ExpectEntry(16, 0, "vessa Client\\Trace", "Filename");
-    ExpectEntry(17, 1, "vessa Client\\Trace", "Filename");
+    const char* keys[] = {"LogMode", "LogLevel", "Filename"};
+    for (unsigned i = 0; i < 3; ++i) {
+        ExpectEntry(12 + 2 * i, 0, "vessa Client\\Trace", keys[i]);
+        ExpectEntry(13 + 2 * i, 1, "vessa Client\\Trace", keys[i]);
+    }
 }
 
 TEST_F(ProgramConfigTest, IrregularRowsAreKept)
