@@ -25,6 +25,14 @@ PACKAGES=(
   gettext desktop-file-utils appstream librsvg2-bin man-db
   # Debian packages: build, check, install in the test
   debhelper dpkg-dev fakeroot lintian devscripts equivs
+  # other PKCS#11 modules users have: p11-kit's proxy and trust module, SoftHSM2
+  p11-kit p11-kit-modules softhsm2
+  # the program's own PIN prompt speaks Assuan to the desktop's pinentry
+  libassuan-dev libgpg-error-dev
+  # accessibility checks through AT-SPI, keyboard-only runs
+  at-spi2-core python3-pyatspi gir1.2-atspi-2.0 python3-gi xdotool
+  # faster repeated builds; the second generator the build must work with
+  ccache ninja-build
 )
 
 missing=()
