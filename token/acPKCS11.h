@@ -66,6 +66,8 @@ public:
     bool GetTokenInfo(unsigned long position, TokenInfoStruct2& info);
     // The same for the slot with this identifier, without listing the slots.
     bool GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info);
+    // The token flags of the card in the slot with this identifier.
+    bool GetTokenState(CK_SLOT_ID slot, TokenState& state);
     // One non-blocking C_WaitForSlotEvent; `slot` names the slot of an event.
     SlotEventPoll PollSlotEvent(CK_SLOT_ID& slot);
     // Identifiers of the slots with a token, for modules without slot events.
