@@ -76,6 +76,10 @@ PKCS11Return acPKCS11::GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE comman
         return PKCS11_PIN_LOCKED;
     default:
         LogError("Proc_C_SetAttributeValue returned ", rv);
+        // The module runs the dialogue: this is its answer when it could not
+        // show one (no desktop session for its pinentry, say).
+        if (rv == CKR_FUNCTION_FAILED)
+            LogMessage(kPinDialogueNotShown);
         return PKCS11_ERROR;
     }
 }

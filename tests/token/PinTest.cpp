@@ -49,6 +49,12 @@ TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
               Korvex::PKCS11_ERROR);
     EXPECT_TRUE(Log::errors().empty());
     EXPECT_EQ(Sim::PinDialogCount(), dialogs);
+
+    // A module that could not show its dialogue: the error, and why.
+    Sim::SetFault("C_SetAttributeValue", kAcos, CKR_FUNCTION_FAILED, 1);
+    EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(Log::errors(), Lines{"Proc_C_SetAttributeValue returned 0x6"});
+    EXPECT_TRUE(Log::hasMessage(Korvex::kPinDialogueNotShown));
 }
 
 TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
