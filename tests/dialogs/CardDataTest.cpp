@@ -18,6 +18,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 using namespace DialogTests;
@@ -124,13 +125,11 @@ TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
     EXPECT_EQ(ZombieChildren(), 0) << "finished viewers must be reaped";
 
     // A file that cannot be made is named as the reason, not the card.
-    std::remove(CertPath().c_str());
-    ASSERT_EQ(mkdir(CertPath().c_str(), 0700), 0);
-    WriteText(CertPath() + "/in-the-way", "");
+    std::filesystem::remove(CertPath());
+    std::filesystem::create_directories(CertPath() + "/in-the-way");
     Frame()->evt_enc_show(encShow);
     WaitForCardWork();
-    std::remove((CertPath() + "/in-the-way").c_str());
-    rmdir(CertPath().c_str());
+    std::filesystem::remove_all(CertPath());
     EXPECT_EQ(Frame()->GetStatusText()->GetLabel(),
               "Die Zertifikatsdatei " + CertPath() + " konnte nicht angelegt werden.");
 }
