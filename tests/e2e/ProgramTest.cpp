@@ -144,8 +144,10 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
         // Every error line is the failure's one line (the window tries twice).
         std::size_t errors = 0;
         for (const std::string& line : TestSupport::SplitLines(log)) {
-            if (line.find("        ERROR (") != std::string::npos && ++errors > 0)
-                EXPECT_EQ(line.substr(line.find(") ") + 2), failure.errorLine) << log;
+            if (line.find("        ERROR (") == std::string::npos)
+                continue;
+            ++errors;
+            EXPECT_EQ(line.substr(line.find(") ") + 2), failure.errorLine) << log;
         }
         EXPECT_GE(errors, 1u) << log;
     }
