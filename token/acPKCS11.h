@@ -272,4 +272,10 @@ private:
     std::map<std::vector<unsigned char>, std::shared_ptr<const TokenCertificateTexts>> m_CertTextCache;
 };
 
+// The module's answer to the last PIN change or unblock (ChangePIN,
+// UnblockPIN) on the calling thread, for a caller that tells the user more
+// than the command's result does: CKR_FUNCTION_FAILED means the module could
+// not show its PIN dialogue. CKR_OK when the module was not asked.
+CK_RV LastPinCommandResult();
+
 } // namespace Korvex
