@@ -209,8 +209,8 @@ bool acPKCS11::init()
         m_LoadReport.loaderText = loaderText;
         // The reason is a message: each load failure has its one error line.
         LogMessage(notFound ? "module not found on the library path: " + m_LoadReport.library +
-                                ", LD_LIBRARY_PATH=" + m_LoadReport.searchPath
-                          : "module not loadable: " + loaderText);
+                                  ", LD_LIBRARY_PATH=" + m_LoadReport.searchPath
+                            : "module not loadable: " + loaderText);
         m_hModule = nullptr;
         return false;
     }
