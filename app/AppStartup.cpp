@@ -14,6 +14,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+#include <set>
 #include <vector>
 
 namespace VessaCards {
@@ -43,6 +45,28 @@ std::vector<std::string>& HeldSettingsMessages()
 void HoldSettingsMessage(const char* text)
 {
     HeldSettingsMessages().emplace_back(text != nullptr ? text : "");
+}
+
+// The store's error hook once the log runs. Every store reads both settings
+// files again (the token layer has one of its own), so a problem with a file
+// is reported the first time only. The all-users file is where the log
+// itself is configured: its problems also go to standard error, the one
+// place they reach somebody when that file is broken.
+void ReportSettingsProblem(const char* text)
+{
+    static std::mutex lock;
+    static std::set<std::string> reported;
+    const std::string message = text != nullptr ? text : "";
+    if (message.rfind("settings file ", 0) == 0) {
+        std::lock_guard<std::mutex> guard(lock);
+        if (!reported.insert(message).second)
+            return;
+        const std::string allUsersFile = Korvex::CombinePaths(
+            Korvex::CombinePaths(Korvex::CombinePaths(Korvex::GetAllUsersDir(), "korvex"), "vessaclient"), "config");
+        if (message.compare(14, allUsersFile.size() + 1, allUsersFile + " ") == 0)
+            std::fprintf(stderr, "VessaCards: %s\n", message.c_str());
+    }
+    LogError(message.c_str());
 }
 
 } // namespace
@@ -98,9 +122,9 @@ void BootstrapProcess()
         StartApplicationLog(directory);
 
     for (const std::string& message : HeldSettingsMessages())
-        LogError(message.c_str());
+        ReportSettingsProblem(message.c_str());
     HeldSettingsMessages().clear();
-    Korvex::LibConfig::SetErrorLoggingFunc(LogError);
+    Korvex::LibConfig::SetErrorLoggingFunc(ReportSettingsProblem);
     const std::string unusable = I18N::GetHandle()->UnusableCatalog();
     if (!unusable.empty())
         LogError(("message catalogue " + unusable + " cannot be used; the German texts are shown").c_str());

@@ -240,8 +240,7 @@ void LibLogging::WriteEntry(DebugLevel kind, const std::string& text, long t, bo
 
 void LibLogging::WriteLine(const std::string& line)
 {
-    m_file.write(line.data(), static_cast<std::streamsize>(line.size()));
-    m_file.flush();
+    m_file.write(line.data(), line.size());
     ++m_entries;
     m_fileSize += line.size();
 }

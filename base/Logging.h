@@ -2,6 +2,8 @@
 // entry with time, kind and optionally the writing thread.
 #pragma once
 
+#include "base/PrivateFile.h"
+
 #include <cstdint>
 #include <deque>
 #include <fstream>
@@ -137,7 +139,7 @@ private:
     std::uint32_t m_entries = 0;
     std::uint64_t m_maxFileSize = 0;
     std::uint64_t m_fileSize = 0;
-    std::ofstream m_file;
+    PrivateFile m_file;
     std::string m_fileName;
     LOG_LEVEL m_level = 0;
     LOG_BUFFER_MODE m_bufferMode = LOG_BUFFER_NONE;

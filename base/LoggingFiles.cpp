@@ -1,10 +1,13 @@
 // Log files: opening at Init, the names of backups, and rotation. Backups are
 // copies, so the configured name always holds the newest lines; every name is
-// checked before use, so no earlier file is ever overwritten.
+// checked before use, so no earlier file is ever overwritten. The folder may
+// be writable by others: a name that is a link is never followed (see
+// PrivateFile), and every file is the user's own with mode 0600.
 #include "base/Logging.h"
 
 #include <cstdio>
 #include <ctime>
+#include <sys/stat.h>
 
 namespace Korvex {
 
@@ -18,16 +21,16 @@ bool EndsWithLogExtension(const std::string& name)
     return name.size() >= n && name.compare(name.size() - n, n, kLogExtension) == 0;
 }
 
+// A dangling link takes its name too: writing there would create its target.
 bool NameIsTaken(const std::string& name)
 {
-    std::ifstream probe(name, std::ios::binary);
-    return probe.is_open();
+    return NameExists(name);
 }
 
 bool NonEmptyFile(const std::string& name)
 {
-    std::ifstream probe(name, std::ios::binary | std::ios::ate);
-    return probe.is_open() && probe.tellg() > 0;
+    struct stat info;
+    return lstat(name.c_str(), &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0;
 }
 
 } // namespace
@@ -37,7 +40,6 @@ bool LibLogging::Init(const std::string& path, unsigned entries, bool backup)
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_file.is_open())
         m_file.close();
-    m_file.clear();
 
     m_maxEntries = entries;
     // Entries per file only mean something when rotation by entries is on.
@@ -53,8 +55,7 @@ bool LibLogging::Init(const std::string& path, unsigned entries, bool backup)
 
     if (backup)
         return OpenFileAndRotate();
-    m_file.open(m_fileName, std::ios::out | std::ios::trunc | std::ios::binary);
-    return m_file.is_open();
+    return m_file.open(m_fileName, true);
 }
 
 std::string LibLogging::AppendLogExtension(const std::string& path) const
@@ -90,26 +91,9 @@ std::string LibLogging::NumberedName(const std::string& name)
 
 bool LibLogging::BackupFile(const std::string& backupName, bool removeOriginal)
 {
-    if (m_file.is_open())
-        m_file.flush();
-    bool copied = false;
-    {
-        std::ifstream source(m_fileName, std::ios::binary);
-        std::ofstream target(backupName, std::ios::binary | std::ios::trunc);
-        if (source.is_open() && target.is_open()) {
-            if (source.peek() == std::ifstream::traits_type::eof())
-                copied = true; // nothing to copy
-            else
-                copied = static_cast<bool>(target << source.rdbuf());
-            target.flush();
-            copied = copied && target.good();
-        }
-    }
-    if (!copied) {
-        // A partial copy would duplicate lines once the original is kept.
-        std::remove(backupName.c_str());
+    // Writes are unbuffered, so the file holds every line written so far.
+    if (CopyToNewPrivateFile(m_fileName, backupName) < 0)
         return false;
-    }
     if (removeOriginal)
         std::remove(m_fileName.c_str());
     return true;
@@ -125,9 +109,7 @@ bool LibLogging::OpenFileAndRotate()
         // Without a copy the old lines stay where they are and new ones follow.
         keepOld = !BackupFile(backupName, true);
     }
-    const std::ios::openmode mode = std::ios::out | std::ios::binary | (keepOld ? std::ios::app : std::ios::trunc);
-    m_file.open(m_fileName, mode);
-    return m_file.is_open();
+    return m_file.open(m_fileName, !keepOld);
 }
 
 bool LibLogging::SplitLog()
@@ -139,9 +121,7 @@ bool LibLogging::SplitLog()
     if (!saved)
         return false; // keep appending to the current file; try again later
     m_file.close();
-    m_file.clear();
-    m_file.open(m_fileName, std::ios::out | std::ios::trunc | std::ios::binary);
-    return m_file.is_open();
+    return m_file.open(m_fileName, true);
 }
 
 } // namespace Korvex

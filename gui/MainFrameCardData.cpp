@@ -16,8 +16,8 @@
 
 namespace {
 
-// The viewer reads the file after this call returns, so it stays in place
-// until the next request replaces it.
+// The viewer reads the file after this call returns; it removes the file
+// once it has its own copy.
 const char kCertificateFileName[] = "vessacards_cert.cer";
 
 } // namespace
@@ -25,25 +25,35 @@ const char kCertificateFileName[] = "vessacards_cert.cer";
 void MainFrame::ShowCertificate(std::vector<bool> signatureFirst) {
     const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
     auto written = std::make_shared<bool>(false);
+    auto fileFailed = std::make_shared<bool>(false);
     RunOnSelectedCard(
         [=](Korvex::acPKCS11& p11) {
             Korvex::RemoveFile(path);
             std::vector<unsigned char> certificate(Korvex::acPKCS11::CERT_BUFFER_SIZE);
             for (bool signature : signatureFirst) {
                 unsigned long length = certificate.size();
-                if (p11.LoadSigningCertificate(signature) && p11.GetSigningCertificate(certificate.data(), length) &&
-                    Korvex::WritePrivateFile(path, certificate.data(), length)) {
+                std::string reason;
+                const bool read =
+                    p11.LoadSigningCertificate(signature) && p11.GetSigningCertificate(certificate.data(), length);
+                if (read && Korvex::WritePrivateFile(path, certificate.data(), length, &reason)) {
                     *written = true;
                     return;
                 }
                 AppLog()->LogError("error writing cert to file");
+                *fileFailed = read;
+                if (read)
+                    AppLog()->LogMessage("certificate file " + path + ": " + reason);
             }
         },
         [=](const std::string&) {
             // Started or not, the certificate is on disk; a missing viewer
             // only reports on standard error.
             if (*written)
-                Korvex::ShowCertificate(path);
+                Korvex::HandCertificateToViewer(path);
+            else if (*fileFailed)
+                SetStatus(wxString::Format(Tr("Die Zertifikatsdatei %s konnte nicht angelegt werden."),
+                                           wxString::FromUTF8(path.c_str())),
+                          true);
             else
                 SetStatus(Tr("Das Zertifikat konnte nicht gelesen werden."), true);
         });

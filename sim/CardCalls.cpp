@@ -31,6 +31,14 @@ CK_RV namedAttribute(Card& card, const std::string& name, Bytes& value, bool& is
         value = name.back() == 'C' ? buildEhicRecord(card.description()) : buildBasicPersonalDataRecord(card.description());
         return CKR_OK;
     }
+    if (name == "Simulator/Geburtsdatum") {
+        // Only the simulator knows its holders' birth dates (the companion
+        // program writes them into a new identity link).
+        if (!card.description().personalised) return CKR_FUNCTION_NOT_SUPPORTED;
+        const std::string& birth = card.description().birthDate;
+        value.assign(birth.begin(), birth.end());
+        return CKR_OK;
+    }
     return CKR_ATTRIBUTE_TYPE_INVALID;
 }
 

@@ -2,6 +2,8 @@
 #include "sim/PinDialog.h"
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 
 namespace VessaSim {
 
@@ -21,6 +23,16 @@ std::string triesWarning(int left, int maximum, const std::string& what) {
            (left == 1 ? " Versuch!" : " Versuche!");
 }
 
+// The caller only sees CKR_FUNCTION_FAILED; whoever started the program
+// learns here why no dialogue appeared and what to do about it.
+void reportNoDialogue() {
+    const char* configured = std::getenv("VESSA_SIM_PINENTRY");
+    std::fprintf(stderr,
+                 "libVessaP11: the PIN dialogue could not be shown by '%s' (no desktop session?); "
+                 "name one that runs here in VESSA_SIM_PINENTRY, e.g. pinentry-curses from a terminal\n",
+                 configured && *configured ? configured : "pinentry");
+}
+
 } // namespace
 
 std::string pinDisplayName(PinIndex pin) {
@@ -37,7 +49,10 @@ DialogOutcome runPinDialog(DialogKind kind, const DialogTarget& target) {
     ++g_dialogs;
     DialogOutcome outcome;
     PinEntry entry;
-    if (!entry.start()) return outcome;
+    if (!entry.start()) {
+        reportNoDialogue();
+        return outcome;
+    }
 
     const std::string name = pinDisplayName(target.pin);
     const std::string digits = std::to_string(target.pinLength) + " Ziffern";
@@ -70,6 +85,7 @@ DialogOutcome runPinDialog(DialogKind kind, const DialogTarget& target) {
         prompt.prompt = prompts[step] ? prompts[step] : verifyPrompt;
         PinEntry::Result result = entry.getPin(prompt, *answers[step]);
         if (result != PinEntry::Result::Ok) {
+            if (result == PinEntry::Result::Failed) reportNoDialogue();
             outcome.result = result;
             return outcome;
         }

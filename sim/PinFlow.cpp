@@ -50,6 +50,9 @@ CK_RV dialogueUnlocked(Call& call, CK_SESSION_HANDLE handle, DialogKind kind, Pi
     outcome = runPinDialog(kind, target);
     call.lock.lock();
     session->busy = false;
+    // The card may have been pulled out meanwhile by another process (the
+    // control file): look now, not at the next call.
+    module.pollControl(true);
     if (!module.initialized || module.generation != generation) return CKR_CRYPTOKI_NOT_INITIALIZED;
     if (!module.sharedSession(handle)) return CKR_SESSION_CLOSED;
     if (session->removed) {

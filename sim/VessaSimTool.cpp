@@ -29,7 +29,7 @@ void usage() {
                  "       vessa-sim clear\n"
                  "       vessa-sim cardset <count>\n"
                  "Readers: slot id or reader name. Cards: id or serial of the card set,\n"
-                 "or GENERATION:SERIAL[:Given:Family].\n";
+                 "or GENERATION:SERIAL[:Given:Family]. Fault CARD: id, serial or slot:N.\n";
 }
 
 int fail(const std::string& message) {
@@ -50,6 +50,20 @@ bool findReader(const CardSetSpec& set, const std::string& text, unsigned long& 
             return true;
         }
     }
+    return false;
+}
+
+// A fault rule's card as the module matches it: a card of the set given by
+// its id becomes its serial; "*", "slot:N" and bare serials (also of cards
+// made up on insertion) stay as they are. Anything else is refused.
+bool cardOfFaultRule(const CardSetSpec& set, std::string& card, std::string& error) {
+    if (card == "*" || card.compare(0, 5, "slot:") == 0) return true;
+    if (const CardSpec* known = set.findCard(card)) {
+        card = known->serial;
+        return true;
+    }
+    if (!card.empty() && card.find_first_not_of("0123456789") == std::string::npos) return true;
+    error = "no card '" + card + "' in the card set (give its id or serial)";
     return false;
 }
 
@@ -186,6 +200,8 @@ int main(int argc, char** argv) {
         } else {
             std::vector<FaultRule> rules;
             if (!parseFaultRules(args[0], rules, error)) return fail(error);
+            for (auto& rule : rules)
+                if (!cardOfFaultRule(set, rule.card, error)) return fail(error);
             for (const auto& rule : rules) control.faults[control.nextFaultId()] = faultRuleToString(rule);
         }
     } else if (command == "latency" && (args.size() == 1 || args.size() == 2)) {

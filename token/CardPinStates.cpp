@@ -64,9 +64,13 @@ CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info)
     case TOKEN_ACOS_A03:
     case TOKEN_ACOS_A04:
     case TOKEN_ACOS_A05:
-        // Their login PIN is the identity-link PIN.
-        if (info.flags & CKF_TOKEN_INITIALIZED)
-            states.pins[APPL_IDENTITY_LINK] = FromTokenFlags(info.flags);
+        // Their login PIN is the identity-link PIN; the token flags of the
+        // card in the session's slot tell its counters.
+        if (token.GetSessionHandle() != 0) {
+            TokenState state;
+            if (token.GetTokenState(token.GetSessionSlotId(), state) && (state.flags & CKF_TOKEN_INITIALIZED))
+                states.pins[APPL_IDENTITY_LINK] = FromTokenFlags(state.flags);
+        }
         break;
     default:
         break;

@@ -24,7 +24,7 @@ struct CardPinStates {
 };
 
 // Reads the states through the open session of `token` on the card that
-// `info` describes (its token information, flags included).
+// `info` describes; the token flags come from the session's slot.
 CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info);
 
 } // namespace Korvex

@@ -66,6 +66,8 @@ public:
     bool GetTokenInfo(unsigned long position, TokenInfoStruct2& info);
     // The same for the slot with this identifier, without listing the slots.
     bool GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info);
+    // The token flags of the card in the slot with this identifier.
+    bool GetTokenState(CK_SLOT_ID slot, TokenState& state);
     // One non-blocking C_WaitForSlotEvent; `slot` names the slot of an event.
     SlotEventPoll PollSlotEvent(CK_SLOT_ID& slot);
     // Identifiers of the slots with a token, for modules without slot events.
@@ -269,5 +271,11 @@ private:
     std::shared_ptr<const TokenCertificateTexts> m_CertTexts;
     std::map<std::vector<unsigned char>, std::shared_ptr<const TokenCertificateTexts>> m_CertTextCache;
 };
+
+// The module's answer to the last PIN change or unblock (ChangePIN,
+// UnblockPIN) on the calling thread, for a caller that tells the user more
+// than the command's result does: CKR_FUNCTION_FAILED means the module could
+// not show its PIN dialogue. CKR_OK when the module was not asked.
+CK_RV LastPinCommandResult();
 
 } // namespace Korvex

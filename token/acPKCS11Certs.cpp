@@ -98,9 +98,12 @@ bool acPKCS11::findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE
         value.assign(CERT_BUFFER_SIZE, 0);
         CK_ATTRIBUTE valueAttribute = {CKA_VALUE, value.data(), CERT_BUFFER_SIZE};
         rv = callModule(Proc_C_GetAttributeValue, m_hSession, handles[i], &valueAttribute, 1);
-        if ((rv == CKR_OK || rv == CKR_BUFFER_TOO_SMALL) &&
-            valueAttribute.ulValueLen != CK_UNAVAILABLE_INFORMATION &&
-            valueAttribute.ulValueLen > CERT_BUFFER_SIZE) {
+        // A module answers a value that does not fit with CKR_BUFFER_TOO_SMALL
+        // (with the needed length, or with none as the standard has it); one
+        // that answers CKR_OK must not claim more than the buffer holds.
+        if (rv == CKR_BUFFER_TOO_SMALL ||
+            (rv == CKR_OK && valueAttribute.ulValueLen != CK_UNAVAILABLE_INFORMATION &&
+             valueAttribute.ulValueLen > CERT_BUFFER_SIZE)) {
             LogError("PKCS11 attributes[1].ulValueLen zu groß für internen Buffer");
             failed = true;
             return false;

@@ -207,9 +207,10 @@ bool acPKCS11::init()
         const bool notFound = loaderText.rfind(m_LoadReport.library + ": cannot open shared object file", 0) == 0;
         m_LoadReport.failure = notFound ? MODULE_NOT_FOUND : MODULE_NOT_LOADABLE;
         m_LoadReport.loaderText = loaderText;
-        LogError(notFound ? "module not found on the library path: " + m_LoadReport.library +
-                                ", LD_LIBRARY_PATH=" + m_LoadReport.searchPath
-                          : "module not loadable: " + loaderText);
+        // The reason is a message: each load failure has its one error line.
+        LogMessage(notFound ? "module not found on the library path: " + m_LoadReport.library +
+                                  ", LD_LIBRARY_PATH=" + m_LoadReport.searchPath
+                            : "module not loadable: " + loaderText);
         m_hModule = nullptr;
         return false;
     }
@@ -222,7 +223,7 @@ bool acPKCS11::init()
         LogError("PKCS11 Proc_C_Initialize ERROR");
         m_LoadReport.failure = MODULE_ENTRY_MISSING;
         m_LoadReport.entryPoint = "C_Initialize";
-        LogError("entry point C_Initialize missing in " + m_LoadReport.path);
+        LogMessage("entry point C_Initialize missing in " + m_LoadReport.path);
         return false;
     }
     resolveSymbols(m_hModule);
@@ -233,7 +234,7 @@ bool acPKCS11::init()
         LogError("PKCS11 Aufruf Proc_C_Initialize() ERROR", rv);
         m_LoadReport.failure = MODULE_INIT_FAILED;
         m_LoadReport.rv = rv;
-        LogError("C_Initialize of " + m_LoadReport.path + " failed: " + ReturnCodeName(rv));
+        LogMessage("C_Initialize of " + m_LoadReport.path + " failed: " + ReturnCodeName(rv));
         return false;
     }
 

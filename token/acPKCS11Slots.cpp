@@ -167,7 +167,8 @@ void acPKCS11::DeleteSlots()
 namespace {
 
 // C_GetTokenInfo of one slot into the fixed-width record.
-bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info)
+bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info,
+                   TokenState* state = nullptr)
 {
     CK_TOKEN_INFO tokenInfo;
     std::memset(&tokenInfo, 0, sizeof(tokenInfo));
@@ -180,7 +181,8 @@ bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruc
     info.manufacturer = tokenimpl::fullField(tokenInfo.manufacturerID, 32);
     info.model = tokenimpl::fullField(tokenInfo.model, 16);
     info.serial = tokenimpl::fullField(tokenInfo.serialNumber, 16);
-    info.flags = tokenInfo.flags;
+    if (state != nullptr)
+        state->flags = tokenInfo.flags;
     return true;
 }
 
@@ -191,7 +193,6 @@ void classify(const TokenInfoStruct& basic, TokenInfoStruct2& info)
     info.manufacturer = basic.manufacturer;
     info.model = basic.model;
     info.serial = basic.serial;
-    info.flags = basic.flags;
     info.extended = false;
     for (const GenerationRow& row : kGenerations) {
         if (!startsWith(info.model, row.model))
@@ -239,6 +240,12 @@ bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info)
         return false;
     classify(basic, info);
     return true;
+}
+
+bool acPKCS11::GetTokenState(CK_SLOT_ID slot, TokenState& state)
+{
+    TokenInfoStruct ignored;
+    return readTokenInfo(Proc_C_GetTokenInfo, slot, ignored, &state);
 }
 
 bool acPKCS11::GetPresentSlotIds(std::vector<CK_SLOT_ID>& ids)

@@ -71,7 +71,6 @@ struct TokenInfoStruct {
     std::string manufacturer;  // 32
     std::string model;         // 16
     std::string serial;        // 16
-    CK_FLAGS flags = 0;        // CK_TOKEN_INFO.flags (PIN counters among them)
 };
 
 // Token information plus what the card generation tells about the card.
@@ -80,7 +79,6 @@ struct TokenInfoStruct2 {
     std::string manufacturer;
     std::string model;
     std::string serial;
-    CK_FLAGS flags = 0;
     int32_t sigKeyAlgo = KEY_ALGO_RSA;  // KeyAlgorithm
     int32_t sigKeyLength = 0;           // bits
     int32_t encKeyAlgo = KEY_ALGO_RSA;  // KeyAlgorithm
@@ -90,6 +88,17 @@ struct TokenInfoStruct2 {
     // Set for the generations that keep an infobox file instead of the three
     // fixed data objects.
     bool extended = false;
+};
+
+// Message line logged when the module answers a PIN command with
+// CKR_FUNCTION_FAILED: it could not show its own PIN dialogue.
+inline constexpr const char* kPinDialogueNotShown =
+    "PIN dialogue could not be shown by the module (CKR_FUNCTION_FAILED)";
+
+// What a token says about its own state, beside its identity records: the
+// standard token flags (initialised, PIN counters low, final try, locked).
+struct TokenState {
+    CK_FLAGS flags = 0;
 };
 
 // What one non-blocking look for a slot event found.

@@ -3,13 +3,18 @@
 // link" path can be followed to its end. The card manager starts it as
 // `VessaPlus -z`; the PIN is asked by the module's own PIN dialogue.
 //
-//   VessaPlus -z [CIN] [--birth YYYY-MM-DD]
+//   VessaPlus -z [CIN] [--birth-date YYYY-MM-DD]
 //
-// Without a CIN the first card without an identity link is used.
+// Without a CIN the first card without an identity link is used. Without a
+// date the simulator's card set gives the holder's; elsewhere it must be
+// given. Exit status: 0 written (one line on standard output), 1 failed,
+// 2 wrong call (the reason as the last line on standard error).
 #include "formats/Personenbindung.h"
+#include "token/LoadFreeLib.h"
 #include "token/acPKCS11.h"
 #include "tools/IdentityLinkBuilder.h"
 
+#include <dlfcn.h>
 #include <openssl/objects.h>
 #include <openssl/rand.h>
 #include <openssl/x509.h>
@@ -38,8 +43,40 @@ struct Options {
 void LogError(const char* text) { std::fprintf(stderr, "VessaPlus: %s\n", text); }
 
 int Usage() {
-    std::fprintf(stderr, "Aufruf: VessaPlus -z [CIN] [--birth JJJJ-MM-TT]\n");
+    std::fprintf(stderr, "Aufruf: VessaPlus -z [CIN] [--birth-date JJJJ-MM-TT]\n");
     return 2;
+}
+
+// A calendar date as YYYY-MM-DD.
+bool IsDate(const std::string& text) {
+    int year = 0, month = 0, day = 0;
+    char end = 0;
+    if (text.size() != 10 || std::sscanf(text.c_str(), "%4d-%2d-%2d%c", &year, &month, &day, &end) != 3 ||
+        text[4] != '-' || text[7] != '-' || month < 1 || month > 12 || day < 1)
+        return false;
+    static const int days[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+    return day <= days[month - 1] && (month != 2 || day <= 28 || leap);
+}
+
+// The holder's birth date as the simulator's card set has it; empty on a
+// real module, which offers no such attribute.
+std::string BirthDateFromSimulator(Korvex::acPKCS11& p11, int position) {
+    typedef CK_RV (*CardAttribute)(CK_SESSION_HANDLE, const char*, CK_BYTE_PTR, CK_ULONG_PTR);
+    void* module = dlopen(Korvex::PKCS11_LIB_NAME, RTLD_LAZY | RTLD_NOLOAD);
+    if (module == nullptr) return {};
+    const auto read = reinterpret_cast<CardAttribute>(dlsym(module, "C_CardAttribute"));
+    std::string date;
+    if (read != nullptr && p11.OpenSession(position, false)) {
+        char buffer[16];
+        CK_ULONG length = sizeof buffer;
+        if (read(p11.GetSessionHandle(), "Simulator/Geburtsdatum", reinterpret_cast<CK_BYTE_PTR>(buffer),
+                 &length) == CKR_OK && length <= sizeof buffer)
+            date.assign(buffer, length);
+        p11.CloseSession();
+    }
+    dlclose(module);
+    return IsDate(date) ? date : std::string();
 }
 
 bool ParseOptions(int argc, char** argv, Options& options) {
@@ -47,8 +84,9 @@ bool ParseOptions(int argc, char** argv, Options& options) {
         const std::string arg = argv[i];
         if (arg == "-z") {
             options.write = true;
-        } else if (arg == "--birth" && i + 1 < argc) {
+        } else if ((arg == "--birth-date" || arg == "--birth") && i + 1 < argc) {
             options.birth = argv[++i];
+            if (!IsDate(options.birth)) return false;
         } else if (!arg.empty() && arg[0] != '-' && options.cin.empty()) {
             options.cin = arg;
         } else {
@@ -139,13 +177,13 @@ int main(int argc, char** argv) {
 
     Korvex::acPKCS11 p11;
     if (!p11.init()) {
-        std::fprintf(stderr, "VessaPlus: PKCS#11 Bibliothek kann nicht geladen werden\n");
+        std::fprintf(stderr, "VessaPlus: Die PKCS#11-Bibliothek kann nicht geladen werden.\n");
         return 1;
     }
 
     std::vector<Korvex::SlotStruct*> slots;
     if (!p11.GetSlots(slots)) {
-        std::fprintf(stderr, "VessaPlus: Kartenliste kann nicht gelesen werden\n");
+        std::fprintf(stderr, "VessaPlus: Die Kartenliste kann nicht gelesen werden.\n");
         return 1;
     }
     // The records belong to p11 and change with the next enumeration.
@@ -156,7 +194,7 @@ int main(int argc, char** argv) {
     if (!options.cin.empty()) {
         position = p11.findSlotForCin(options.cin);
         if (position >= 0 && HasIdentityLink(p11, position)) {
-            std::fprintf(stderr, "VessaPlus: Die Karte %s hat bereits eine Personenbindung\n",
+            std::fprintf(stderr, "VessaPlus: Die Karte %s hat bereits eine Personenbindung.\n",
                          options.cin.c_str());
             return 1;
         }
@@ -165,14 +203,14 @@ int main(int argc, char** argv) {
             if (!HasIdentityLink(p11, i)) position = i;
     }
     if (position < 0 || position >= static_cast<int>(serials.size())) {
-        std::fprintf(stderr, "VessaPlus: Keine Karte ohne Personenbindung gefunden\n");
+        std::fprintf(stderr, "VessaPlus: Keine Karte ohne Personenbindung gefunden.\n");
         return 1;
     }
     const std::string cin = serials[static_cast<std::size_t>(position)];
 
     VessaPlus::IdentityLinkFields fields;
     if (!HolderFromCertificate(p11, position, fields.givenName, fields.familyName)) {
-        std::fprintf(stderr, "VessaPlus: Zertifikat der Karte %s kann nicht gelesen werden\n",
+        std::fprintf(stderr, "VessaPlus: Das Zertifikat der Karte %s kann nicht gelesen werden.\n",
                      cin.c_str());
         return 1;
     }
@@ -180,8 +218,14 @@ int main(int argc, char** argv) {
     fields.assertionId = "vessaplus-" + cin + "-" + RandomDigits(8);
     fields.issueInstant = IssueInstantNow();
     fields.baseId = RandomDigits(12);
-    // Holder certificates carry no date of birth; the caller can give it.
-    fields.dateOfBirth = options.birth.empty() ? "1970-01-01" : options.birth;
+    // Holder certificates carry no date of birth: it is given, or the
+    // simulator knows it. A made-up date would end up on the card.
+    fields.dateOfBirth = options.birth.empty() ? BirthDateFromSimulator(p11, position) : options.birth;
+    if (fields.dateOfBirth.empty()) {
+        std::fprintf(stderr, "VessaPlus: Das Geburtsdatum für Karte %s ist unbekannt: bitte mit --birth-date JJJJ-MM-TT angeben.\n",
+                     cin.c_str());
+        return 2;
+    }
     // No register signs for the simulated cards; the card stores the value
     // without checking it.
     fields.signatureValue.resize(kSignatureBytes);
@@ -198,7 +242,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "VessaPlus: %s\n", error.c_str());
         return 1;
     }
-    std::printf("Personenbindung fuer %s %s auf Karte %s geschrieben.\n", fields.givenName.c_str(),
-                fields.familyName.c_str(), cin.c_str());
+    std::printf("Personenbindung für %s %s (geboren %s) auf Karte %s geschrieben.\n", fields.givenName.c_str(),
+                fields.familyName.c_str(), fields.dateOfBirth.c_str(), cin.c_str());
     return 0;
 }

@@ -1,11 +1,17 @@
 // Log rotation by entries and by size: every line lands in exactly one file,
-// also with two threads writing, and no earlier file is ever overwritten.
+// also with two threads writing, no earlier file is ever overwritten, and no
+// planted link is followed.
 #include "base/Logging.h"
 
 #include "tests/support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <filesystem>
 #include <map>
 #include <regex>
 #include <set>
@@ -139,4 +145,39 @@ TEST(LogRotation, TwoThreadsLoseAndDuplicateNothing)
     }
     EXPECT_EQ(2u, threadIds.size());
     logger->Destroy();
+}
+
+// In a folder others can write to, links planted at the log name and at every
+// backup name the logger may try are never written through.
+TEST(LogRotation, PlantedLinksAreNeverFollowed)
+{
+    TestSupport::TempDir dir;
+    const std::string secret = dir.file("secret"), created = dir.file("created-by-link");
+    TestSupport::WriteText(secret, "root only\n");
+    TestSupport::WriteText(dir.file("rot.log"), "earlier run\n");
+    const long now = static_cast<long>(std::time(nullptr));
+    const std::pair<std::string, std::string> links[] = {
+        {"linked.log", secret}, {"dangling.log", created}, {"rot_1.log", created}, {"rot_2.log", secret},
+        {"rot_" + std::to_string(now) + ".log", created}, {"rot_" + std::to_string(now + 1) + ".log", created}};
+    for (const auto& [name, target] : links)
+        ASSERT_EQ(0, symlink(target.c_str(), dir.file(name).c_str())) << name;
+
+    for (const char* name : {"linked", "dangling", "rot"}) {
+        LibLogging* logger = LibLogging::GetHandle(LibLogging::Register());
+        EXPECT_EQ(logger->Init(dir.file(name), 2, true), name[0] == 'r') << name;
+        logger->Enabled(true);
+        for (int i = 0; i < 3; ++i)
+            logger->LogError("line " + std::to_string(i));
+        logger->Destroy();
+    }
+    EXPECT_EQ("root only\n", ReadText(secret));
+    EXPECT_FALSE(std::filesystem::exists(created));
+    // The earlier run and the first two lines went to the next free names.
+    const std::pair<const char*, std::size_t> files[] = {{"rot.log", 1}, {"rot_3.log", 1}, {"rot_4.log", 2}};
+    for (const auto& [name, lines] : files) {
+        struct stat info;
+        ASSERT_EQ(0, lstat(dir.file(name).c_str(), &info)) << name;
+        EXPECT_EQ(0600u, info.st_mode & 07777) << name;
+        EXPECT_EQ(lines, SplitLines(ReadText(dir.file(name))).size()) << name;
+    }
 }

@@ -18,6 +18,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 using namespace DialogTests;
@@ -56,10 +57,10 @@ protected:
         record = ScratchDir() + "/viewer-args";
         std::remove(record.c_str());
         std::remove(CertPath().c_str());
-        // The stand-in viewer records the path it was given and a copy of
-        // the file as it found it.
+        // The stand-in viewer records the path it was given, the file it may
+        // remove, and a copy of the file as it found it.
         WriteText(BinDir() + "/certViewerApp",
-                      "#!/bin/sh\ncp \"$1\" '" + record + ".cer'\nprintf '%s\\n' \"$@\" > '" +
+                      "#!/bin/sh\ncp \"$1\" '" + record + ".cer'\nprintf '%s\\n' \"$@\" \"$VESSACARDS_CERT_HANDOFF\" > '" +
                           record + "'\n",
                       true);
     }
@@ -100,7 +101,7 @@ TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
     EXPECT_TRUE(S_ISREG(info.st_mode));
     EXPECT_EQ(info.st_mode & 07777, 0600u);
     ASSERT_TRUE(WaitForFile(record, 10));
-    EXPECT_EQ(RecordedArguments(), CertPath() + "\n");
+    EXPECT_EQ(RecordedArguments(), CertPath() + "\n" + CertPath() + "\n");
     EXPECT_EQ(ReadBytes(record + ".cer"), expected);
 
     // The double click falls back to the signature certificate when the
@@ -122,6 +123,15 @@ TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
     ASSERT_TRUE(WaitForFile(record, 10));
     usleep(200 * 1000);
     EXPECT_EQ(ZombieChildren(), 0) << "finished viewers must be reaped";
+
+    // A file that cannot be made is named as the reason, not the card.
+    std::filesystem::remove(CertPath());
+    std::filesystem::create_directories(CertPath() + "/in-the-way");
+    Frame()->evt_enc_show(encShow);
+    WaitForCardWork();
+    std::filesystem::remove_all(CertPath());
+    EXPECT_EQ(Frame()->GetStatusText()->GetLabel(),
+              "Die Zertifikatsdatei " + CertPath() + " konnte nicht angelegt werden.");
 }
 
 TEST_F(CardDataTest, InfoboxCommandOpensTheViewerForTheSelectedCard) {

@@ -83,7 +83,9 @@ TEST(ShowCertificate, StartsTheViewerDetachedOrReportsItMissing) {
     const int savedErr = dup(STDERR_FILENO);
     const int file = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     dup2(file, STDERR_FILENO);
-    const bool started = Korvex::ShowCertificate("/tmp/x.cer");
+    const std::string handedOver = ScratchDir() + "/x.cer";
+    WriteText(handedOver, "certificate");
+    const bool started = Korvex::HandCertificateToViewer(handedOver);
     dup2(savedErr, STDERR_FILENO);
     close(savedErr);
     close(file);
@@ -91,6 +93,7 @@ TEST(ShowCertificate, StartsTheViewerDetachedOrReportsItMissing) {
     EXPECT_TRUE(started);
     ASSERT_TRUE(WaitForFile(errors, 10));
     EXPECT_EQ(ReadText(errors), "ERROR: can not execute certViewerApp: No such file or directory\n");
+    EXPECT_NE(access(handedOver.c_str(), F_OK), 0) << "nobody else would remove it";
 }
 
 TEST(CertViewerApp, DumpsTextWithoutDisplayAndHandsOverWithOne) {
@@ -101,6 +104,14 @@ TEST(CertViewerApp, DumpsTextWithoutDisplayAndHandsOverWithOne) {
     EXPECT_EQ(status, 0);
     EXPECT_NE(output.find("Certificate:"), std::string::npos) << output;
     EXPECT_NE(output.find("CN=Holder Mustermann"), std::string::npos) << output;
+    // A hand-off file is shown from a private copy and gone at once.
+    const std::string handOff = ScratchDir() + "/vessacards_cert.cer";
+    WriteText(handOff, ReadText(cert));
+    auto [handOffStatus, handOffOutput] = Shell("env -u DISPLAY -u WAYLAND_DISPLAY VESSACARDS_CERT_HANDOFF='" +
+                                                handOff + "' '" + launcher + "' '" + handOff + "'");
+    EXPECT_EQ(handOffStatus, 0);
+    EXPECT_NE(handOffOutput.find("CN=Holder Mustermann"), std::string::npos) << handOffOutput;
+    EXPECT_NE(access(handOff.c_str(), F_OK), 0);
 
     const std::string fakeBin = ScratchDir() + "/fake-desktop", record = ScratchDir() + "/gcr-args";
     mkdir(fakeBin.c_str(), 0700);
@@ -218,8 +229,10 @@ protected:
 TEST_F(VessaPlusProgram, WritesTheNamedCardOrTheFirstWithoutIdentityLink) {
     ASSERT_TRUE(Empty(IdentityLink(kLena)));
     SetPinAnswers({"4321"});
-    auto [status, output] = Shell(program + " -z " + kLena.serial + " --birth " + kLena.birth);
+    auto [status, output] = Shell(program + " -z " + kLena.serial + " --birth-date " + kLena.birth);
     ASSERT_EQ(status, 0) << output;
+    EXPECT_EQ(output, std::string("Personenbindung für Lena Leerbox (geboren ") + kLena.birth + ") auf Karte " +
+                          kLena.serial + " geschrieben.\n");
     ByteVector link = IdentityLink(kLena);
     Korvex::Personenbindung parsed;
     ASSERT_EQ(parsed.parse(link.data(), static_cast<int>(link.size())), 1);
@@ -232,7 +245,9 @@ TEST_F(VessaPlusProgram, WritesTheNamedCardOrTheFirstWithoutIdentityLink) {
     ResetCards();
     SetPinAnswers({"4321"});
     ASSERT_EQ(Shell(program + " -z").first, 0);
-    EXPECT_FALSE(Empty(IdentityLink(kOtto)));
+    link = IdentityLink(kOtto);
+    ASSERT_EQ(parsed.parse(link.data(), static_cast<int>(link.size())), 1);
+    EXPECT_EQ(parsed.getDateOfBirth(), kOtto.birth) << "the simulator's holder";
     EXPECT_TRUE(Empty(IdentityLink(kLena)));
 }
 
@@ -248,7 +263,8 @@ TEST_F(VessaPlusProgram, RefusesACardThatHasOneAndReportsACancelledPin) {
     EXPECT_EQ(status, 1);
     EXPECT_NE(output.find("Fehler beim Initialisieren des Kartenobjektes. (CLogin)"), std::string::npos) << output;
     EXPECT_TRUE(Empty(IdentityLink(kOtto)));
-    EXPECT_EQ(Shell(program).first, 2);
+    for (const char* call : {"", " -z --birth-date 2001-02-29", " -z --birth-date 12.03.1990"})
+        EXPECT_EQ(Shell(program + call).first, 2) << call;
 }
 
 } // namespace

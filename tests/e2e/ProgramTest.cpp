@@ -8,6 +8,8 @@
 
 #include <regex>
 
+#include <sys/wait.h>
+
 namespace EndToEnd {
 namespace {
 
@@ -81,7 +83,8 @@ TEST_F(ProgramTest, AnyArgumentIsRejected)
 
 // Each way the card module can fail to start: the message keeps its first
 // line, names the reason in German on the second, and the log gives it in
-// English; closing the message ends the program with status 0.
+// English as a message beside the failure's one error line; closing the
+// message ends the program with status 0.
 TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
 {
     const std::string modules = sandbox.Root() + "/modules";
@@ -91,27 +94,27 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
     TestSupport::WriteText(modules + "/garbage/libVessaP11.so", "not a shared object\n");
     std::filesystem::copy_file(SHIM_NOINIT_PATH, modules + "/noinit/libVessaP11.so");
     TestSupport::WriteText(modules + "/cards.xml", "<cardset><reader name=\"X\"><card generation=\"ACOS-A09\"/>");
-    sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>1</LogLevel><Filename>" + logs +
+    sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>3</LogLevel><Filename>" + logs +
                           "/trace.log</Filename></Trace></vessa_Client>");
     const struct {
         const char* name;
         std::string libraryPath, cards;
         std::string reason; // second line of the message
-        std::string logLine;
+        std::string errorLine, logLine;
     } cases[] = {
         {"not found", sandbox.Root(), "",
          "Die Moduldatei libVessaP11.so wurde im Bibliothekspfad nicht gefunden (LD_LIBRARY_PATH: " +
              sandbox.Root() + ").",
-         "module not found on the library path: libVessaP11.so, LD_LIBRARY_PATH=" + sandbox.Root()},
+         "PKCS11 LoadLibrary ERROR", "module not found on the library path: libVessaP11.so, LD_LIBRARY_PATH=" + sandbox.Root()},
         {"not loadable", modules + "/garbage", "",
          "Die Moduldatei libVessaP11.so l\xC3\xA4sst sich nicht laden: " + modules + "/garbage/libVessaP11.so:",
-         "module not loadable: " + modules + "/garbage/libVessaP11.so:"},
+         "PKCS11 LoadLibrary ERROR", "module not loadable: " + modules + "/garbage/libVessaP11.so:"},
         {"entry missing", modules + "/noinit", "",
          "Dem Modul " + modules + "/noinit/libVessaP11.so fehlt der Einsprungpunkt C_Initialize.",
-         "entry point C_Initialize missing in " + modules + "/noinit/libVessaP11.so"},
+         "PKCS11 Proc_C_Initialize ERROR", "entry point C_Initialize missing in " + modules + "/noinit/libVessaP11.so"},
         {"initialize failed", SIM_MODULE_DIR, modules + "/cards.xml",
          "C_Initialize des Moduls " SIM_MODULE_DIR "/libVessaP11.so ist fehlgeschlagen: CKR_GENERAL_ERROR",
-         "C_Initialize of " SIM_MODULE_DIR "/libVessaP11.so failed: CKR_GENERAL_ERROR"},
+         "PKCS11 Aufruf Proc_C_Initialize() ERROR0x5", "C_Initialize of " SIM_MODULE_DIR "/libVessaP11.so failed: CKR_GENERAL_ERROR"},
     };
     for (const auto& failure : cases) {
         SCOPED_TRACE(failure.name);
@@ -137,8 +140,32 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
         const std::vector<std::string> files = TestSupport::FileNames(logs);
         ASSERT_EQ(files.size(), 1u);
         const std::string log = TestSupport::ReadText(logs + "/" + files[0]);
-        EXPECT_NE(log.find(failure.logLine), std::string::npos) << log;
+        EXPECT_NE(log.find(") " + failure.logLine), std::string::npos) << log;
+        // Every error line is the failure's one line (the window tries twice).
+        std::size_t errors = 0;
+        for (const std::string& line : TestSupport::SplitLines(log)) {
+            if (line.find("        ERROR (") == std::string::npos)
+                continue;
+            ++errors;
+            EXPECT_EQ(line.substr(line.find(") ") + 2), failure.errorLine) << log;
+        }
+        EXPECT_GE(errors, 1u) << log;
     }
+}
+
+// Without a display the run script stops before it installs or builds.
+TEST(RunScript, WithoutADisplayItStopsFirstAndSaysHowToRunHeadless)
+{
+    const std::string root = TestSupport::ScratchDir() + "/run-script";
+    std::filesystem::create_directories(root + "/scripts");
+    std::filesystem::copy_file(TestSupport::SourceDir() + "/scripts/run.sh", root + "/scripts/run.sh");
+    TestSupport::WriteText(root + "/scripts/install-deps.sh", "touch '" + root + "/installed'\nexit 1\n");
+    int status = 0;
+    const std::string output =
+        TestSupport::RunCommand("env -u DISPLAY -u WAYLAND_DISPLAY bash '" + root + "/scripts/run.sh' 2>&1", status);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << output;
+    EXPECT_NE(output.find("xvfb-run -a bash scripts/run.sh"), std::string::npos) << output;
+    EXPECT_FALSE(std::filesystem::exists(root + "/installed"));
 }
 
 } // namespace

@@ -168,7 +168,8 @@ TEST_F(SimEnvironmentFaults, EnvironmentSetsFaultsAndLatencyForTheProcess) {
 
     // The control tool changes faults and latency of the running module.
     int status = 0;
-    RunCommand(std::string(VSIM_TOOL) + " latency 0 && " + VSIM_TOOL + " fault 'C_GetSessionInfo=CKR_DEVICE_REMOVED*1'",
+    RunCommand(std::string(VSIM_TOOL) + " latency 0 && " + VSIM_TOOL +
+                   " fault 'C_GetSessionInfo@max=CKR_DEVICE_REMOVED*1;C_GetSessionInfo@maria=CKR_DEVICE_ERROR'",
                status);
     ASSERT_EQ(status, 0);
     CK_ULONG count = 0;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <thread>
 
 
 using namespace SimTesting;
@@ -47,7 +48,9 @@ TEST_F(SimPins, CancelFormatMismatchAndBrokenDialoguesLeaveTheCounterAlone) {
     // A pinentry that cannot run, or answers GETPIN with an error of its own,
     // is a failure; only cancel and timeout are the user's choice.
     setenv("VESSA_SIM_PINENTRY", (m_dir + "/missing-pinentry").c_str(), 1);
+    testing::internal::CaptureStderr();
     EXPECT_EQ(command({"123456"}), CKR_FUNCTION_FAILED);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("missing-pinentry' (no desktop session?)"), std::string::npos);
     const std::string erring = m_dir + "/erring-pinentry";
     for (const auto& [error, rv] : {std::pair{"ERR 83918950 Inappropriate ioctl for device <Pinentry>", CKR_FUNCTION_FAILED},
                                     std::pair{"ERR 83886142 Timeout <Pinentry>", CKR_FUNCTION_CANCELED}}) {
@@ -135,6 +138,22 @@ TEST_F(SimPins, ResetRestoresFactoryPinsAndCountersInTheModuleAndOnDisk) {
     CK_SESSION_INFO info;
     ASSERT_EQ(p11->C_GetSessionInfo(session, &info), CKR_OK);
     EXPECT_EQ(info.state, CKS_RO_PUBLIC_SESSION);
+}
+
+TEST_F(SimPins, ACardPulledOutByAnotherProgramDuringTheDialogueKeepsItsPin) {
+    setenv("FAKE_PINENTRY_DELAY", "0.7", 1);
+    CK_RV changed = CKR_OK;
+    std::thread dialogue([&] { changed = command({"123456", "654321", "654321"}); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    int removed = 0, cleared = 0;
+    RunCommand(std::string(VSIM_TOOL) + " remove 0", removed);
+    dialogue.join();
+    unsetenv("FAKE_PINENTRY_DELAY");
+    RunCommand(std::string(VSIM_TOOL) + " clear", cleared);
+    ASSERT_EQ(removed + cleared, 0);
+    EXPECT_EQ(changed, CKR_DEVICE_REMOVED);
+    reload();
+    EXPECT_EQ(command({"123456", "111111", "111111"}), CKR_OK) << "the old PIN is still in force";
 }
 
 } // namespace

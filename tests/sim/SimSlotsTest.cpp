@@ -164,7 +164,7 @@ TEST_F(SimSlots, ControlToolChangesARunningModuleAndItsLaterStarts) {
     EXPECT_EQ(slots(), (std::vector<CK_SLOT_ID>{0, 2, 3, 4, 5, 6, 7}));
     RunCommand(tool + " clear", status);
     EXPECT_EQ(slots(), (std::vector<CK_SLOT_ID>{0, 1, 2, 3, 4, 6, 7}));
-    for (const char* refused : {" insert 99 anna", " remove 7"}) {
+    for (const char* refused : {" insert 99 anna", " remove 7", " fault C_Login@nobody=CKR_PIN_LOCKED"}) {
         RunCommand(tool + refused, status);
         EXPECT_NE(status, 0) << refused;
     }

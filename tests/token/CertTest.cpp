@@ -123,6 +123,11 @@ TEST_F(TokenShimCertTest, ValueLongerThanTheBufferIsRefused)
     unsigned char buffer[Token::CERT_BUFFER_SIZE];
     unsigned long length = sizeof(buffer);
     EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
+    // The usual answer to a value that does not fit: the module says so.
+    Log::clear();
+    shim->failCall("C_GetAttributeValue", 2, CKR_BUFFER_TOO_SMALL);
+    EXPECT_FALSE(p11->LoadSigningCertificate(true));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
 
     // An inflated label is not trusted either: that object is passed over.
     Log::clear();

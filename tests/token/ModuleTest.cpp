@@ -28,11 +28,10 @@ TEST_F(TokenModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)
     EXPECT_FALSE(Token::IsInitialized());
     EXPECT_FALSE(token.IsModuleLoaded());
     EXPECT_NE(loaderText.find("libKorvexNoSuchModule.so"), std::string::npos);
-    ASSERT_EQ(Log::errors().size(), 2u);
-    EXPECT_EQ(Log::errors()[0], "PKCS11 LoadLibrary ERROR");
-    EXPECT_EQ(Log::errors()[1].rfind("module not found on the library path: libKorvexNoSuchModule.so, "
-                                      "LD_LIBRARY_PATH=", 0), 0u);
-    EXPECT_EQ(Log::messages(), (Lines{"PKCS11 INIT", "PKCS11 LoadLibrary"}));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 LoadLibrary ERROR"});
+    ASSERT_EQ(Log::messages().size(), 3u);
+    EXPECT_EQ(Log::messages()[2].rfind("module not found on the library path: libKorvexNoSuchModule.so, "
+                                        "LD_LIBRARY_PATH=", 0), 0u);
     EXPECT_EQ(Token::GetLoadReport().failure, Korvex::MODULE_NOT_FOUND);
 
     Log::clear();
@@ -77,8 +76,8 @@ TEST_F(TokenModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
     Token token;
     EXPECT_FALSE(Token::IsInitialized());
     EXPECT_TRUE(token.IsModuleLoaded());
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x5",
-                                    "C_Initialize of " SHIM_FULL_PATH " failed: CKR_GENERAL_ERROR"}));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x5"});
+    EXPECT_TRUE(Log::hasMessage("C_Initialize of " SHIM_FULL_PATH " failed: CKR_GENERAL_ERROR"));
     EXPECT_EQ(Token::GetLoadReport().failure, Korvex::MODULE_INIT_FAILED);
 
     Log::clear();
@@ -90,8 +89,8 @@ TEST_F(TokenModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
     // second initialisation keeps the class unready.
     Log::clear();
     EXPECT_FALSE(token.init());
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x191",
-                                    "C_Initialize of " SHIM_FULL_PATH " failed: CKR_CRYPTOKI_ALREADY_INITIALIZED"}));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x191"});
+    EXPECT_TRUE(Log::hasMessage("C_Initialize of " SHIM_FULL_PATH " failed: CKR_CRYPTOKI_ALREADY_INITIALIZED"));
     token.destroy();
 }
 
@@ -100,8 +99,8 @@ TEST_F(TokenModuleTest, ModuleWithoutInitializeIsRefused)
     ModuleOverride shim(SHIM_NOINIT_PATH);
     Token token;
     EXPECT_FALSE(Token::IsInitialized());
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_Initialize ERROR",
-                                    "entry point C_Initialize missing in " SHIM_NOINIT_PATH}));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_Initialize ERROR"});
+    EXPECT_TRUE(Log::hasMessage("entry point C_Initialize missing in " SHIM_NOINIT_PATH));
     EXPECT_EQ(Token::GetLoadReport().failure, Korvex::MODULE_ENTRY_MISSING);
     token.destroy();
 }

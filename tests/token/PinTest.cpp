@@ -49,6 +49,13 @@ TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
               Korvex::PKCS11_ERROR);
     EXPECT_TRUE(Log::errors().empty());
     EXPECT_EQ(Sim::PinDialogCount(), dialogs);
+
+    // A module that could not show its dialogue: the error, and why.
+    Sim::SetFault("C_SetAttributeValue", kAcos, CKR_FUNCTION_FAILED, 1);
+    EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
+    EXPECT_EQ(Log::errors(), Lines{"Proc_C_SetAttributeValue returned 0x6"});
+    EXPECT_TRUE(Log::hasMessage(Korvex::kPinDialogueNotShown));
+    EXPECT_EQ(Korvex::LastPinCommandResult(), CKR_FUNCTION_FAILED);
 }
 
 TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)

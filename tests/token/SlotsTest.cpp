@@ -22,16 +22,22 @@ TEST_F(TokenSlotsTest, ClassifiesEveryGenerationByModelAndLabel)
         SCOPED_TRACE(kCards[i].generation);
         Korvex::TokenInfoStruct2 info;
         ASSERT_TRUE(p11->GetTokenInfo(i, info));
-        EXPECT_EQ(info.serial, kCards[i].serial);
-        EXPECT_EQ(info.label.size(), 32u);
-        EXPECT_EQ(info.manufacturer.size(), 32u);
-        EXPECT_EQ(info.model.size(), 16u);
-        EXPECT_EQ(info.tokenType, kCards[i].type);
-        EXPECT_EQ(info.sigKeyAlgo, expected[i].sigAlgo);
-        EXPECT_EQ(info.sigKeyLength, expected[i].sigLength);
-        EXPECT_EQ(info.encKeyAlgo, expected[i].encAlgo);
-        EXPECT_EQ(info.encKeyLength, expected[i].encLength);
-        EXPECT_EQ(info.extended, expected[i].extended);
+        // Bound field by field: callers rely on exactly these ten, in order.
+        const auto& [label, manufacturer, model, serial, sigAlgo, sigLength, encAlgo, encLength, type, extended] = info;
+        EXPECT_EQ(serial, kCards[i].serial);
+        EXPECT_EQ(label.size(), 32u);
+        EXPECT_EQ(manufacturer.size(), 32u);
+        EXPECT_EQ(model.size(), 16u);
+        EXPECT_EQ(type, kCards[i].type);
+        EXPECT_EQ(sigAlgo, expected[i].sigAlgo);
+        EXPECT_EQ(sigLength, expected[i].sigLength);
+        EXPECT_EQ(encAlgo, expected[i].encAlgo);
+        EXPECT_EQ(encLength, expected[i].encLength);
+        EXPECT_EQ(extended, expected[i].extended);
+        // The flags come separately; every card here is personalised.
+        Korvex::TokenState state;
+        ASSERT_TRUE(p11->GetTokenState(i, state));
+        EXPECT_TRUE(state.flags & CKF_TOKEN_INITIALIZED);
     }
 
     // "Starcos SPK 3.4+" and "ATOS 5.3" with a label that is not an e-card's:
@@ -45,6 +51,11 @@ TEST_F(TokenSlotsTest, ClassifiesEveryGenerationByModelAndLabel)
         EXPECT_EQ(info.sigKeyLength, 77);
         EXPECT_FALSE(info.extended);
     }
+    Korvex::TokenInfoStruct basic;
+    ASSERT_TRUE(p11->GetTokenInfo(0ul, basic));
+    const auto& [label, manufacturer, model, serial] = basic;  // the four texts, nothing else
+    EXPECT_EQ(serial + model.substr(0, 12) + label.substr(0, 5) + manufacturer.substr(0, 5),
+              std::string(kCards[0].serial) + "ACOS EMV-A03vessavessa");
 }
 
 TEST_F(TokenSlotsTest, TokenInfoOutsideTheListFailsWithoutChangingTheRecord)
