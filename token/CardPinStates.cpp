@@ -53,10 +53,10 @@ CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info)
     case TOKEN_ECARD_G3A:
     case TOKEN_ECARD_G3B:
     case TOKEN_ECARD_G4:
-        // These generations report their counters; the type code that
-        // allows the query comes from this card's own answer-to-reset.
-        token.ReadATR(true);
-        if (token.LoadCardType()) {
+        // These generations report their counters. The type code that
+        // allows the query follows from the token information already read;
+        // their answer-to-reset would only say the same at a card call.
+        if (token.TakeCardTypeOf(info)) {
             states.pins[APPL_SIGNATURE] = FromStatusAttribute(token, APPL_SIGNATURE);
             states.pins[APPL_ENCRYPTION] = FromStatusAttribute(token, APPL_ENCRYPTION);
         }

@@ -38,17 +38,34 @@ bool acPKCS11::OpenSession(int32_t position, bool readWrite)
 bool acPKCS11::OpenSessionOnCard(CK_SLOT_ID slot, const std::string& serial, bool readWrite, bool& sameCard)
 {
     sameCard = false;
-    TokenInfoStruct2 info;
-    // Read as the slot scan reads it: up to a NUL byte, padding kept.
-    if (!GetTokenInfoForSlot(slot, info) || std::string(info.serial.c_str()) != serial)
-        return false;
+    // What the last listing read of the slot, while no card has come or gone
+    // there since; read as the slot scan reads it: up to a NUL byte.
+    TokenInfoStruct listed;
+    bool known = false;
+    for (const std::pair<CK_SLOT_ID, TokenInfoStruct>& entry : m_ListedTokens)
+        if (entry.first == slot && std::string(entry.second.serial.c_str()) == serial) {
+            listed = entry.second;
+            known = slotUnchangedSinceListing(slot);
+        }
+    if (!known) {
+        TokenInfoStruct2 info;
+        if (!GetTokenInfoForSlot(slot, info) || std::string(info.serial.c_str()) != serial)
+            return false;
+        listed.label = info.label;
+        listed.manufacturer = info.manufacturer;
+        listed.model = info.model;
+        listed.serial = info.serial;
+        listed.flags = info.flags;
+    }
     sameCard = true;
+    // The slot's events from here on are news about this reading.
     DeleteSlots();
     SlotStruct* record = new SlotStruct;
     record->slotID = slot;
-    record->label = info.label;
+    record->label = listed.label;
     record->serial = serial;
     m_Slots.push_back(record);
+    m_ListedTokens.emplace_back(slot, listed);
     return OpenSession(0, readWrite);
 }
 

@@ -101,6 +101,30 @@ void takeAnswerToReset(acPKCS11& token, PFN_C_CardAttribute cardAttribute,
     token.SetAtr(buffer, length);
 }
 
+// The module's token information as the fixed-width record.
+void takeTokenInfo(const CK_TOKEN_INFO& tokenInfo, TokenInfoStruct& info)
+{
+    info.label = tokenimpl::fullField(tokenInfo.label, 32);
+    info.manufacturer = tokenimpl::fullField(tokenInfo.manufacturerID, 32);
+    info.model = tokenimpl::fullField(tokenInfo.model, 16);
+    info.serial = tokenimpl::fullField(tokenInfo.serialNumber, 16);
+    info.flags = tokenInfo.flags;
+}
+
+// C_GetTokenInfo of one slot into the fixed-width record.
+bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info)
+{
+    CK_TOKEN_INFO tokenInfo;
+    std::memset(&tokenInfo, 0, sizeof(tokenInfo));
+    CK_RV rv = callModule(getTokenInfo, id, &tokenInfo);
+    if (rv != CKR_OK) {
+        LogError("PKCS11 Proc_C_GetTokenInfo ERROR", rv);
+        return false;
+    }
+    takeTokenInfo(tokenInfo, info);
+    return true;
+}
+
 } // namespace
 
 bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots)
@@ -152,6 +176,9 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         slot->label = label;
         slot->serial = serial;
         m_Slots.push_back(slot);
+        TokenInfoStruct listed;
+        takeTokenInfo(tokenInfo, listed);
+        m_ListedTokens.emplace_back(id, listed);
     }
     slots = m_Slots;
     return true;
@@ -162,27 +189,11 @@ void acPKCS11::DeleteSlots()
     for (SlotStruct* slot : m_Slots)
         delete slot;
     m_Slots.clear();
+    m_ListedTokens.clear();
+    m_ChangedSlots.clear();
 }
 
 namespace {
-
-// C_GetTokenInfo of one slot into the fixed-width record.
-bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info)
-{
-    CK_TOKEN_INFO tokenInfo;
-    std::memset(&tokenInfo, 0, sizeof(tokenInfo));
-    CK_RV rv = callModule(getTokenInfo, id, &tokenInfo);
-    if (rv != CKR_OK) {
-        LogError("PKCS11 Proc_C_GetTokenInfo ERROR", rv);
-        return false;
-    }
-    info.label = tokenimpl::fullField(tokenInfo.label, 32);
-    info.manufacturer = tokenimpl::fullField(tokenInfo.manufacturerID, 32);
-    info.model = tokenimpl::fullField(tokenInfo.model, 16);
-    info.serial = tokenimpl::fullField(tokenInfo.serialNumber, 16);
-    info.flags = tokenInfo.flags;
-    return true;
-}
 
 // The record plus what the generation table tells about the card.
 void classify(const TokenInfoStruct& basic, TokenInfoStruct2& info)
@@ -239,6 +250,17 @@ bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info)
         return false;
     classify(basic, info);
     return true;
+}
+
+bool acPKCS11::ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info) const
+{
+    for (const std::pair<CK_SLOT_ID, TokenInfoStruct>& listed : m_ListedTokens) {
+        if (listed.first != slot)
+            continue;
+        classify(listed.second, info);
+        return true;
+    }
+    return false;
 }
 
 bool acPKCS11::GetPresentSlotIds(std::vector<CK_SLOT_ID>& ids)
@@ -308,6 +330,21 @@ bool acPKCS11::LoadCardType()
     }
     LogError("Unknown atr=" + atr);
     return false;
+}
+
+bool acPKCS11::TakeCardTypeOf(const TokenInfoStruct2& info)
+{
+    // The codes these generations' answers-to-reset give (see kAtrTypes).
+    switch (info.tokenType) {
+    case TOKEN_ECARD_G3A: m_CardType = 3; break;
+    case TOKEN_ECARD_G3B: m_CardType = 7; break;
+    case TOKEN_ECARD_G4: m_CardType = 8; break;
+    default: m_CardType = 0; return false;
+    }
+    // A remembered answer-to-reset may be another card's; the next reader
+    // of it asks this card.
+    m_Atr.clear();
+    return true;
 }
 
 } // namespace Korvex
