@@ -62,9 +62,13 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
         [=](Korvex::acPKCS11& p11) {
             // The module runs its own PIN dialogue inside these calls.
             pinWork->result = unblock ? p11.UnblockPIN(appl) : p11.ChangePIN(appl);
-            // The user sees at once what the attempt cost.
+            // The user sees at once what the attempt cost. The token flags,
+            // which tell an ACOS card's PIN state, may have changed; the
+            // e-cards only need their generation, known from the listing.
             Korvex::TokenInfoStruct2 info;
-            if (p11.GetTokenInfoForSlot(p11.GetSessionSlotId(), info))
+            const CK_SLOT_ID slot = p11.GetSessionSlotId();
+            if ((p11.ListedTokenInfo(slot, info) && info.tokenType > Korvex::TOKEN_ACOS_A05) ||
+                p11.GetTokenInfoForSlot(slot, info))
                 pinWork->pins = Korvex::ReadCardPinStates(p11, info);
         },
         [=](const std::string& number) {

@@ -38,6 +38,8 @@ struct Run {
     bool ok = false;
     double shownMs = 0;
     double filledMs = 0;
+    double selfFilledMs = 0;  // the program's own report of the filled list
+    double waitShownMs = 0;   // the wait dialog mapped
     int rows = -1;
     long peakKb = 0;
 };
@@ -70,6 +72,7 @@ public:
                     shownNs = now;
                 } else if (m_second == 0 && event.xmap.window != m_frame) {
                     m_second = event.xmap.window;
+                    waitShownNs = now;
                 }
             } else if (event.type == UnmapNotify && m_second != 0 && event.xunmap.window == m_second &&
                        filledNs == 0) {
@@ -80,6 +83,7 @@ public:
     int Fd() const { return ConnectionNumber(m_display); }
 
     long long shownNs = 0;
+    long long waitShownNs = 0;
     long long filledNs = 0;
 
 private:
@@ -149,7 +153,10 @@ Run RunOnce(Display* display, const std::string& program, const std::map<std::st
     run.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0 && watch.shownNs > 0;
     run.shownMs = (watch.shownNs - start) / 1e6;
     run.filledMs = watch.filledNs > 0 ? (watch.filledNs - start) / 1e6 : 0;
+    run.waitShownMs = watch.waitShownNs > 0 ? (watch.waitShownNs - start) / 1e6 : 0;
     run.rows = static_cast<int>(Field(output, "rows"));
+    const long long selfFilled = Field(output, "filled_ns");
+    run.selfFilledMs = selfFilled > 0 ? (selfFilled - start) / 1e6 : 0;
     run.peakKb = usage.ru_maxrss;
     if (!run.ok)
         std::fprintf(stderr, "run of %s failed (status %d): %s\n", program.c_str(), status, output.c_str());
@@ -177,7 +184,7 @@ struct Case {
     const char* label;
     std::string program;
     std::map<std::string, std::string> env;
-    std::vector<double> shown, filled, peak;
+    std::vector<double> shown, filled, selfFilled, waitShown, peak;
     int rows = -1;
 
     void Add(const Run& run)
@@ -186,14 +193,18 @@ struct Case {
             return;
         shown.push_back(run.shownMs);
         filled.push_back(run.filledMs);
+        selfFilled.push_back(run.selfFilledMs);
+        waitShown.push_back(run.waitShownMs);
         peak.push_back(run.peakKb / 1024.0);
         rows = run.rows;
     }
     Summary Report() const
     {
         const Summary summary{Median(shown), Median(filled), Median(peak), rows, shown.size()};
-        std::printf("%-22s shown %7.1f ms   list filled %7.1f ms   rows %3d   peak RSS %6.1f MB   (%zu runs)\n",
-                    label, summary.shownMs, summary.filledMs, summary.rows, summary.peakMb, summary.runs);
+        std::printf("%-22s shown %7.1f ms   wait dialog %7.1f ms   list filled %7.1f ms (in-process %7.1f)   "
+                    "rows %3d   peak RSS %6.1f MB   (%zu runs)\n",
+                    label, summary.shownMs, Median(waitShown), summary.filledMs, Median(selfFilled), summary.rows,
+                    summary.peakMb, summary.runs);
         return summary;
     }
 };
