@@ -84,9 +84,12 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
 {
     ++m_CommandDepth;
     MyEnable(false);
-    m_Wait.Centre(wxBOTH);
-    m_Wait.Show();
-    const bool started = m_CardWork.Start(std::move(work), [this, done = std::move(done)] {
+    // The card work starts before the wait dialog is put up, so the card's
+    // first call does not wait for the dialog to be drawn. Should showing it
+    // let the work's end through, the dialog goes again at once.
+    auto finished = std::make_shared<bool>(false);
+    const bool started = m_CardWork.Start(std::move(work), [this, finished, done = std::move(done)] {
+        *finished = true;
         if (!IsClosing()) {
             m_Wait.Hide();
             MyEnable(true);
@@ -97,10 +100,14 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
         }
         --m_CommandDepth;
     });
-    if (started)
+    if (started) {
+        m_Wait.Centre(wxBOTH);
+        m_Wait.Show();
+        if (*finished)
+            m_Wait.Hide();
         return true;
+    }
     AppLog()->LogError("cannot start card work thread");
-    m_Wait.Hide();
     MyEnable(true);
     --m_CommandDepth;
     return false;
