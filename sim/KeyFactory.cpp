@@ -8,6 +8,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -48,6 +49,15 @@ X509Ptr loadCertificate(const std::string& path) {
     if (!readWholeFile(path, der) || der.empty()) return nullptr;
     const unsigned char* cursor = der.data();
     return X509Ptr(d2i_X509(nullptr, &cursor, static_cast<long>(der.size())));
+}
+
+std::vector<unsigned char> nameDer(const X509_NAME* name) {
+    int size = i2d_X509_NAME(name, nullptr);
+    if (size <= 0) return {};
+    std::vector<unsigned char> der(static_cast<size_t>(size));
+    unsigned char* cursor = der.data();
+    i2d_X509_NAME(name, &cursor);
+    return der;
 }
 
 std::vector<unsigned char> derOf(X509* certificate) {
@@ -211,6 +221,11 @@ bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const Ke
     }
     out.key = sharePkey(std::move(key));
     out.certificate = derOf(certificate.get());
+    out.subject = nameDer(X509_get_subject_name(certificate.get()));
+    out.issuer = nameDer(X509_get_issuer_name(certificate.get()));
+    const ASN1_INTEGER* serial = X509_get0_serialNumber(certificate.get());
+    const unsigned char* magnitude = ASN1_STRING_get0_data(serial);
+    out.serialMagnitude.assign(magnitude, magnitude + std::max(ASN1_STRING_length(serial), 0));
     return true;
 }
 

@@ -14,6 +14,9 @@ namespace VessaSim {
 struct KeyMaterial {
     SharedPkey key;                        // private key (public part included)
     std::vector<unsigned char> certificate;  // DER
+    // What the card's objects repeat of that certificate, taken while it is
+    // decoded anyway: subject and issuer (DER names), serial number magnitude.
+    std::vector<unsigned char> subject, issuer, serialMagnitude;
 };
 
 struct CardKeys {
