@@ -2,6 +2,7 @@
 // that lives in the key directory next to them.
 #include "sim/KeyFactory.h"
 
+#include "sim/KeyNumbers.h"
 #include "sim/SimPaths.h"
 
 #include <openssl/core_names.h>
@@ -36,12 +37,18 @@ std::string pemOf(EVP_PKEY* key) {
     return size > 0 ? std::string(data, static_cast<size_t>(size)) : "";
 }
 
+// The PEM file stays what decides; its numbers beside it only spare the
+// decoding (see KeyNumbers.h), and are written after the first decode.
 PkeyPtr loadKey(const std::string& path) {
     std::vector<unsigned char> pem;
     if (!readWholeFile(path, pem) || pem.empty()) return nullptr;
+    const std::string numbersPath = path + ".numbers";
+    if (PkeyPtr known = loadKeyNumbers(numbersPath, pem)) return known;
     BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
     if (!bio) return nullptr;
-    return PkeyPtr(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+    PkeyPtr key(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+    if (key) saveKeyNumbers(numbersPath, key.get(), pem);
+    return key;
 }
 
 X509Ptr loadCertificate(const std::string& path) {
