@@ -2,11 +2,13 @@
 // that lives in the key directory next to them.
 #include "sim/KeyFactory.h"
 
+#include "sim/CardData.h"
 #include "sim/KeyNumbers.h"
 #include "sim/SimPaths.h"
 
 #include <openssl/core_names.h>
 #include <openssl/pem.h>
+#include <openssl/sha.h>
 #include <openssl/x509v3.h>
 
 #include <algorithm>
@@ -237,6 +239,25 @@ bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const Ke
 }
 
 } // namespace
+
+std::vector<unsigned char> keptCaSignature(const std::string& serial, const CardKeys& keys,
+                                           const std::vector<unsigned char>& data) {
+    std::vector<unsigned char> signedFor = keys.caCertificate;
+    signedFor.insert(signedFor.end(), data.begin(), data.end());
+    unsigned char digest[SHA256_DIGEST_LENGTH];
+    SHA256(signedFor.data(), signedFor.size(), digest);
+    const std::string path = cardKeyDirectory(serial) + "/identity-link.sig";
+    std::vector<unsigned char> kept;
+    if (readWholeFile(path, kept) && kept.size() > sizeof(digest) &&
+        std::memcmp(kept.data(), digest, sizeof(digest)) == 0) {
+        return std::vector<unsigned char>(kept.begin() + sizeof(digest), kept.end());
+    }
+    std::vector<unsigned char> signature = signWithCa(keys.caKey.get(), data);
+    kept.assign(digest, digest + sizeof(digest));
+    kept.insert(kept.end(), signature.begin(), signature.end());
+    writeFileAtomically(path, kept);
+    return signature;
+}
 
 bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& keySpec) {
     if (keySpec.algorithm == KeyAlgorithm::Rsa) {

@@ -30,6 +30,13 @@ struct CardKeys {
 // whatever is missing or does not fit the card (algorithm, size, holder).
 bool loadOrCreateCardKeys(const CardSpec& card, CardKeys& out, std::string& error);
 
+// The test CA's signature of `data` for the card with this serial, kept in
+// the card's key directory (tied to the CA and the data by their digest):
+// signing with the CA's RSA key would cost each process's first session on
+// the card about a millisecond.
+std::vector<unsigned char> keptCaSignature(const std::string& serial, const CardKeys& keys,
+                                           const std::vector<unsigned char>& data);
+
 // Exposed for tests: whether a key has the algorithm and size that KeySpec asks for.
 bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& keySpec);
 

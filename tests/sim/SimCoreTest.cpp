@@ -8,7 +8,9 @@
 #include "sim/ControlFile.h"
 #include "sim/Der.h"
 #include "sim/FaultRules.h"
+#include "sim/KeyFactory.h"
 #include "sim/KeyNumbers.h"
+#include "sim/SimPaths.h"
 #include "sim/PinEntry.h"
 #include "sim/PinState.h"
 
@@ -188,6 +190,22 @@ TEST(SimPinState, ChecksFormatBeforeTouchingTheCounter) {
     EXPECT_EQ(unblockPin(pin, "12345678", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_LOCKED));
     pin.hasPuk = false;
     EXPECT_EQ(unblockPin(pin, "12345678", "5678", "5678"), static_cast<CK_RV>(CKR_FUNCTION_NOT_SUPPORTED));
+}
+
+TEST(SimIdentityLink, TheKeptCaSignatureIsKeptForItsOwnBytesOnly) {
+    CardKeys keys;
+    keys.caKey = sharePkey(PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{1024})));
+    keys.caCertificate = {1, 2, 3};
+    const std::string serial = "9900000000000999";
+    ASSERT_TRUE(makeDirectories(cardKeyDirectory(serial)));
+    const Bytes data = {4, 5, 6}, other = {7};
+    EXPECT_EQ(keptCaSignature(serial, keys, data), signWithCa(keys.caKey.get(), data));
+    Bytes kept;
+    ASSERT_TRUE(readWholeFile(cardKeyDirectory(serial) + "/identity-link.sig", kept));
+    kept.back() ^= 1;  // what is read back is what is handed out
+    ASSERT_TRUE(writeFileAtomically(cardKeyDirectory(serial) + "/identity-link.sig", kept));
+    EXPECT_NE(keptCaSignature(serial, keys, data), signWithCa(keys.caKey.get(), data));
+    EXPECT_EQ(keptCaSignature(serial, keys, other), signWithCa(keys.caKey.get(), other));
 }
 
 TEST(SimKeyNumbers, GiveTheSameKeyBackOnlyForTheirOwnPem) {
