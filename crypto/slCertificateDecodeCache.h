@@ -1,4 +1,4 @@
-// The last few DER certificate decodes of the process, kept for reuse. A card
+// The recent DER certificate decodes of the process, kept for reuse. A card
 // list refresh decodes each card's certificate once in the token layer and
 // again for the holder's name; the second decode of the same bytes shares the
 // first one's X509 (one more reference) instead of parsing it again.
@@ -10,9 +10,9 @@
 
 namespace Korvex {
 
-// Enough for one card's certificate to be reused right after it was read,
-// and for a handful of cards to be known on the next refresh.
-constexpr size_t kCertificateDecodeCacheEntries = 8;
+// Both certificates of 128 cards: a reload of that many cards finds every
+// one decoded by the refresh before, instead of parsing each again.
+constexpr size_t kCertificateDecodeCacheEntries = 256;
 
 // The certificate decoded from len bytes at data (one object read through a
 // memory stream); null for null data or bytes that do not decode. The caller

@@ -62,9 +62,12 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
         [=](Korvex::acPKCS11& p11) {
             // The module runs its own PIN dialogue inside these calls.
             pinWork->result = unblock ? p11.UnblockPIN(appl) : p11.ChangePIN(appl);
-            // The user sees at once what the attempt cost.
+            // The user sees at once what the attempt cost. The generation is
+            // known from the listing; the token flags, which tell an ACOS
+            // card's PIN state, may have changed and are read afresh.
             Korvex::TokenInfoStruct2 info;
-            if (p11.GetTokenInfoForSlot(p11.GetSessionSlotId(), info))
+            const CK_SLOT_ID slot = p11.GetSessionSlotId();
+            if (p11.ListedTokenInfo(slot, info) || p11.GetTokenInfoForSlot(slot, info))
                 pinWork->pins = Korvex::ReadCardPinStates(p11, info);
         },
         [=](const std::string& number) {
@@ -80,9 +83,12 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
 {
     ++m_CommandDepth;
     MyEnable(false);
-    m_Wait.Centre(wxBOTH);
-    m_Wait.Show();
-    const bool started = m_CardWork.Start(std::move(work), [this, done = std::move(done)] {
+    // The card work starts before the wait dialog is put up, so the card's
+    // first call does not wait for the dialog to be drawn. Should showing it
+    // let the work's end through, the dialog goes again at once.
+    auto finished = std::make_shared<bool>(false);
+    const bool started = m_CardWork.Start(std::move(work), [this, finished, done = std::move(done)] {
+        *finished = true;
         if (!IsClosing()) {
             m_Wait.Hide();
             MyEnable(true);
@@ -93,10 +99,14 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
         }
         --m_CommandDepth;
     });
-    if (started)
+    if (started) {
+        m_Wait.Centre(wxBOTH);
+        m_Wait.Show();
+        if (*finished)
+            m_Wait.Hide();
         return true;
+    }
     AppLog()->LogError("cannot start card work thread");
-    m_Wait.Hide();
     MyEnable(true);
     --m_CommandDepth;
     return false;

@@ -78,7 +78,9 @@ void MainFrame::RunSignatureTest(const wxString& title, Korvex::ApplType appl)
     RunOnSelectedCard(
         [read](Korvex::acPKCS11& p11) {
             read->slot = p11.GetSessionSlotId();
-            p11.GetTokenInfoForSlot(read->slot, read->info);
+            // Opening the session has read it, or knew it unchanged.
+            if (!p11.ListedTokenInfo(read->slot, read->info))
+                p11.GetTokenInfoForSlot(read->slot, read->info);
         },
         [this, read, title, appl](const std::string& number) {
             // Still inside the command: the watch keeps away while the

@@ -87,15 +87,19 @@ void RefreshCardThread::DoWork(std::vector<Korvex::SlotStruct*> slots)
         }
 
         // By the slot, not by the position in this list: positions count
-        // every slot with a token, built-in ones included.
+        // every slot with a token, built-in ones included. The slot listing
+        // of this refresh has read it already; the card is asked only for a
+        // slot that listing did not keep.
         Korvex::TokenInfoStruct2 info;
         wxString typeName;
-        if (m_P11->GetTokenInfoForSlot(slots[i]->slotID, info))
+        if (m_P11->ListedTokenInfo(slots[i]->slotID, info) || m_P11->GetTokenInfoForSlot(slots[i]->slotID, info))
             typeName = TokenTypeDisplayName(info.tokenType);
 
         std::shared_ptr<ListEntryData> entry = std::make_shared<ListEntryData>();
         entry->slotId = slots[i]->slotID;
-        entry->pins = Korvex::ReadCardPinStates(*m_P11, info);
+        Korvex::TokenState listedState;
+        const bool stateListed = m_P11->ListedTokenState(slots[i]->slotID, listedState);
+        entry->pins = Korvex::ReadCardPinStates(*m_P11, info, stateListed ? &listedState : nullptr);
         if (certificateLoaded) {
             unsigned short y, mo, d, h, mi, s;
             certificate.ValidFrom(y, mo, d, h, mi, s);

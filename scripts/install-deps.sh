@@ -13,6 +13,8 @@ PACKAGES=(
   clang libclang-rt-14-dev
   # run and test the GUI without a display
   xvfb xauth
+  # Xlib for the start-up benchmark, which watches the windows from outside
+  libx11-dev
   # standard PKCS#11 tool used to check the simulated module from outside
   opensc
   # command-line openssl for test fixtures and the digest benchmark

@@ -116,7 +116,10 @@ void Card::installObjects() {
     }
     if (!keys) return;
     for (auto& object : buildKeyObjects(*keys)) addObject(std::move(object));
-    m_factoryIdentityLink = m_spec.identityLink ? buildIdentityLink(m_spec, keys->caKey.get()) : Bytes();
+    m_factoryIdentityLink =
+        m_spec.identityLink
+            ? buildIdentityLink(m_spec, [&](const Bytes& data) { return keptCaSignature(m_spec.serial, *keys, data); })
+            : Bytes();
     syncDataObjects();
     m_objectsReady = true;
 }

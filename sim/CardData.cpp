@@ -33,6 +33,14 @@ std::string cutUtf8(const std::string& text, size_t limit) {
     return text.substr(0, end);
 }
 
+// "1975-04-12" -> "120475"
+std::string birthDigits(const std::string& birth) {
+    if (birth.size() != 10) return "010170";
+    return birth.substr(8, 2) + birth.substr(5, 2) + birth.substr(2, 2);
+}
+
+} // namespace
+
 Bytes signWithCa(EVP_PKEY* caKey, const Bytes& data) {
     MdCtxPtr context(EVP_MD_CTX_new());
     size_t size = 0;
@@ -49,19 +57,15 @@ Bytes signWithCa(EVP_PKEY* caKey, const Bytes& data) {
     return signature;
 }
 
-// "1975-04-12" -> "120475"
-std::string birthDigits(const std::string& birth) {
-    if (birth.size() != 10) return "010170";
-    return birth.substr(8, 2) + birth.substr(5, 2) + birth.substr(2, 2);
-}
-
-} // namespace
-
 std::string defaultBaseId(const std::string& serial) {
     return Korvex::b64Encode(sha1(textBytes("vessa-sim-stammzahl:" + serial)));
 }
 
 Bytes buildIdentityLink(const CardSpec& card, EVP_PKEY* caKey) {
+    return buildIdentityLink(card, [caKey](const Bytes& data) { return signWithCa(caKey, data); });
+}
+
+Bytes buildIdentityLink(const CardSpec& card, const std::function<Bytes(const Bytes&)>& sign) {
     const std::string baseId = card.baseId.empty() ? defaultBaseId(card.serial) : card.baseId;
     // The reader expects the person data in one short-form SEQUENCE, so the
     // names are cut if a card set gives very long ones.
@@ -74,7 +78,7 @@ Bytes buildIdentityLink(const CardSpec& card, EVP_PKEY* caKey) {
     const std::string issueInstant = "2024-03-01T10:15:00+01:00";
     Bytes citizenKeyReferences = Der::concat({Der::context(0, Der::integer(1)),
                                               Der::context(0, Der::integer(2))});
-    Bytes signature = signWithCa(caKey, personData);
+    Bytes signature = sign(personData);
     return Der::sequence({
         Der::integer(1),
         Der::utf8(issuerTemplate),

@@ -7,6 +7,7 @@
 
 #include <openssl/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,10 @@ std::string defaultBaseId(const std::string& serial);
 // DER identity link of the holder, signed by the test CA (deterministic for
 // a given CA key, so a factory reset restores the same bytes).
 Bytes buildIdentityLink(const CardSpec& card, EVP_PKEY* caKey);
+// The same with the CA's signature of the person data from `sign`.
+Bytes buildIdentityLink(const CardSpec& card, const std::function<Bytes(const Bytes&)>& sign);
+// The test CA's signature of data (SHA-256, the key's own scheme).
+Bytes signWithCa(EVP_PKEY* caKey, const Bytes& data);
 
 // The holder's social-insurance number (10 digits).
 std::string insuranceNumber(const CardSpec& card);

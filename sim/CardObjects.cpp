@@ -2,7 +2,6 @@
 // reports them.
 #include "sim/CardObjects.h"
 
-#include "crypto/slCertificate.h"
 #include "sim/Der.h"
 
 #include <openssl/core_names.h>
@@ -82,27 +81,13 @@ struct CertificateParts {
     Bytes serial;  // DER INTEGER
 };
 
-CertificateParts certificateParts(const Bytes& der) {
+// Taken when the certificate was loaded: decoding it again here would cost
+// a card's first session another public key decode.
+CertificateParts certificateParts(const KeyMaterial& material) {
     CertificateParts parts;
-    Korvex::slCertificate certificate;
-    if (!certificate.LoadFromBuffer(der)) return parts;
-    unsigned int length = 0;
-    if (certificate.GetSubjectDER(nullptr, length)) {
-        parts.subject.resize(length);
-        if (!certificate.GetSubjectDER(parts.subject.data(), length)) parts.subject.clear();
-    }
-    length = 0;
-    if (certificate.GetIssuerDER(nullptr, length)) {
-        parts.issuer.resize(length);
-        if (!certificate.GetIssuerDER(parts.issuer.data(), length)) parts.issuer.clear();
-    }
-    length = 0;
-    if (certificate.GetSerialNumberDER(nullptr, length)) {
-        Bytes magnitude(length);
-        if (certificate.GetSerialNumberDER(magnitude.data(), length)) {
-            parts.serial = Der::unsignedInteger(magnitude);
-        }
-    }
+    parts.subject = material.subject;
+    parts.issuer = material.issuer;
+    if (!material.serialMagnitude.empty()) parts.serial = Der::unsignedInteger(material.serialMagnitude);
     return parts;
 }
 
@@ -110,7 +95,12 @@ void addKeyObjects(std::vector<SimObject>& out, const KeyMaterial& material, con
                    unsigned char id, PinIndex pin) {
     EVP_PKEY* key = material.key.get();
     const bool rsa = EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA;
-    const CertificateParts parts = certificateParts(material.certificate);
+    const CertificateParts parts = certificateParts(material);
+    // Both key objects repeat the public values; each is encoded once.
+    const Bytes publicKeyInfo = subjectPublicKeyInfo(key);
+    const Bytes modulus = rsa ? bignumParam(key, OSSL_PKEY_PARAM_RSA_N) : Bytes();
+    const Bytes exponent = rsa ? bignumParam(key, OSSL_PKEY_PARAM_RSA_E) : Bytes();
+    const Bytes curve = rsa ? Bytes() : ecParams(key);
 
     SimObject privateKey;
     privateKey.role = ObjectRole::PrivateKey;
@@ -133,17 +123,17 @@ void addKeyObjects(std::vector<SimObject>& out, const KeyMaterial& material, con
     privateKey.setBool(CKA_UNWRAP, false);
     privateKey.setBool(CKA_WRAP_WITH_TRUSTED, false);
     privateKey.setBool(CKA_ALWAYS_AUTHENTICATE, true);
-    privateKey.setBytes(CKA_PUBLIC_KEY_INFO, subjectPublicKeyInfo(key));
+    privateKey.setBytes(CKA_PUBLIC_KEY_INFO, publicKeyInfo);
     if (rsa) {
-        privateKey.setBytes(CKA_MODULUS, bignumParam(key, OSSL_PKEY_PARAM_RSA_N));
-        privateKey.setBytes(CKA_PUBLIC_EXPONENT, bignumParam(key, OSSL_PKEY_PARAM_RSA_E));
+        privateKey.setBytes(CKA_MODULUS, modulus);
+        privateKey.setBytes(CKA_PUBLIC_EXPONENT, exponent);
         for (CK_ATTRIBUTE_TYPE secret : {CKA_PRIVATE_EXPONENT, CKA_PRIME_1, CKA_PRIME_2, CKA_EXPONENT_1,
                                          CKA_EXPONENT_2, CKA_COEFFICIENT}) {
             privateKey.setBytes(secret, {});
             privateKey.sensitive.insert(secret);
         }
     } else {
-        privateKey.setBytes(CKA_EC_PARAMS, ecParams(key));
+        privateKey.setBytes(CKA_EC_PARAMS, curve);
         privateKey.setBytes(CKA_VALUE, {});
         privateKey.sensitive.insert(CKA_VALUE);
     }
@@ -165,13 +155,13 @@ void addKeyObjects(std::vector<SimObject>& out, const KeyMaterial& material, con
     publicKey.setBool(CKA_ENCRYPT, false);
     publicKey.setBool(CKA_WRAP, false);
     publicKey.setBool(CKA_TRUSTED, false);
-    publicKey.setBytes(CKA_PUBLIC_KEY_INFO, subjectPublicKeyInfo(key));
+    publicKey.setBytes(CKA_PUBLIC_KEY_INFO, publicKeyInfo);
     if (rsa) {
-        publicKey.setBytes(CKA_MODULUS, bignumParam(key, OSSL_PKEY_PARAM_RSA_N));
+        publicKey.setBytes(CKA_MODULUS, modulus);
         publicKey.setUlong(CKA_MODULUS_BITS, static_cast<CK_ULONG>(EVP_PKEY_get_bits(key)));
-        publicKey.setBytes(CKA_PUBLIC_EXPONENT, bignumParam(key, OSSL_PKEY_PARAM_RSA_E));
+        publicKey.setBytes(CKA_PUBLIC_EXPONENT, exponent);
     } else {
-        publicKey.setBytes(CKA_EC_PARAMS, ecParams(key));
+        publicKey.setBytes(CKA_EC_PARAMS, curve);
         publicKey.setBytes(CKA_EC_POINT, ecPoint(key));
     }
     out.push_back(publicKey);

@@ -227,7 +227,9 @@ CK_RV signInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_OBJECT_H
 
 CK_RV sign(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR signature,
            CK_ULONG_PTR signatureLength) {
-    Call call("C_Sign", true, 2);
+    // The size query is answered from the key length the module knows: it
+    // reaches no card, as on a real reader.
+    Call call("C_Sign", signature != nullptr, signature != nullptr ? 2 : 0);
     Session* session = nullptr;
     CK_RV rv = call.beginSession(handle, session);
     if (rv != CKR_OK) return rv;
@@ -257,7 +259,7 @@ CK_RV signUpdate(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length) {
 }
 
 CK_RV signFinal(CK_SESSION_HANDLE handle, CK_BYTE_PTR signature, CK_ULONG_PTR signatureLength) {
-    Call call("C_SignFinal", true, 2);
+    Call call("C_SignFinal", signature != nullptr, signature != nullptr ? 2 : 0);
     Session* session = nullptr;
     CK_RV rv = call.beginSession(handle, session);
     if (rv != CKR_OK) return rv;

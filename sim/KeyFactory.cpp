@@ -2,12 +2,16 @@
 // that lives in the key directory next to them.
 #include "sim/KeyFactory.h"
 
+#include "sim/CardData.h"
+#include "sim/KeyNumbers.h"
 #include "sim/SimPaths.h"
 
 #include <openssl/core_names.h>
 #include <openssl/pem.h>
+#include <openssl/sha.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -35,12 +39,18 @@ std::string pemOf(EVP_PKEY* key) {
     return size > 0 ? std::string(data, static_cast<size_t>(size)) : "";
 }
 
+// The PEM file stays what decides; its numbers beside it only spare the
+// decoding (see KeyNumbers.h), and are written after the first decode.
 PkeyPtr loadKey(const std::string& path) {
     std::vector<unsigned char> pem;
     if (!readWholeFile(path, pem) || pem.empty()) return nullptr;
+    const std::string numbersPath = path + ".numbers";
+    if (PkeyPtr known = loadKeyNumbers(numbersPath, pem)) return known;
     BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
     if (!bio) return nullptr;
-    return PkeyPtr(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+    PkeyPtr key(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+    if (key) saveKeyNumbers(numbersPath, key.get(), pem);
+    return key;
 }
 
 X509Ptr loadCertificate(const std::string& path) {
@@ -48,6 +58,15 @@ X509Ptr loadCertificate(const std::string& path) {
     if (!readWholeFile(path, der) || der.empty()) return nullptr;
     const unsigned char* cursor = der.data();
     return X509Ptr(d2i_X509(nullptr, &cursor, static_cast<long>(der.size())));
+}
+
+std::vector<unsigned char> nameDer(const X509_NAME* name) {
+    int size = i2d_X509_NAME(name, nullptr);
+    if (size <= 0) return {};
+    std::vector<unsigned char> der(static_cast<size_t>(size));
+    unsigned char* cursor = der.data();
+    i2d_X509_NAME(name, &cursor);
+    return der;
 }
 
 std::vector<unsigned char> derOf(X509* certificate) {
@@ -211,10 +230,34 @@ bool loadOrCreateKeyPair(const CardSpec& card, const std::string& role, const Ke
     }
     out.key = sharePkey(std::move(key));
     out.certificate = derOf(certificate.get());
+    out.subject = nameDer(X509_get_subject_name(certificate.get()));
+    out.issuer = nameDer(X509_get_issuer_name(certificate.get()));
+    const ASN1_INTEGER* serial = X509_get0_serialNumber(certificate.get());
+    const unsigned char* magnitude = ASN1_STRING_get0_data(serial);
+    out.serialMagnitude.assign(magnitude, magnitude + std::max(ASN1_STRING_length(serial), 0));
     return true;
 }
 
 } // namespace
+
+std::vector<unsigned char> keptCaSignature(const std::string& serial, const CardKeys& keys,
+                                           const std::vector<unsigned char>& data) {
+    std::vector<unsigned char> signedFor = keys.caCertificate;
+    signedFor.insert(signedFor.end(), data.begin(), data.end());
+    unsigned char digest[SHA256_DIGEST_LENGTH];
+    SHA256(signedFor.data(), signedFor.size(), digest);
+    const std::string path = cardKeyDirectory(serial) + "/identity-link.sig";
+    std::vector<unsigned char> kept;
+    if (readWholeFile(path, kept) && kept.size() > sizeof(digest) &&
+        std::memcmp(kept.data(), digest, sizeof(digest)) == 0) {
+        return std::vector<unsigned char>(kept.begin() + sizeof(digest), kept.end());
+    }
+    std::vector<unsigned char> signature = signWithCa(keys.caKey.get(), data);
+    kept.assign(digest, digest + sizeof(digest));
+    kept.insert(kept.end(), signature.begin(), signature.end());
+    writeFileAtomically(path, kept);
+    return signature;
+}
 
 bool keyMatchesSpec(EVP_PKEY* key, const KeySpec& keySpec) {
     if (keySpec.algorithm == KeyAlgorithm::Rsa) {

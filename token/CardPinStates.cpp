@@ -46,17 +46,17 @@ bool CardPinStates::NeedsAttention() const
     return false;
 }
 
-CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info)
+CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info, const TokenState* known)
 {
     CardPinStates states;
     switch (info.tokenType) {
     case TOKEN_ECARD_G3A:
     case TOKEN_ECARD_G3B:
     case TOKEN_ECARD_G4:
-        // These generations report their counters; the type code that
-        // allows the query comes from this card's own answer-to-reset.
-        token.ReadATR(true);
-        if (token.LoadCardType()) {
+        // These generations report their counters. The type code that
+        // allows the query follows from the token information already read;
+        // their answer-to-reset would only say the same at a card call.
+        if (token.TakeCardTypeOf(info)) {
             states.pins[APPL_SIGNATURE] = FromStatusAttribute(token, APPL_SIGNATURE);
             states.pins[APPL_ENCRYPTION] = FromStatusAttribute(token, APPL_ENCRYPTION);
         }
@@ -68,7 +68,11 @@ CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info)
         // card in the session's slot tell its counters.
         if (token.GetSessionHandle() != 0) {
             TokenState state;
-            if (token.GetTokenState(token.GetSessionSlotId(), state) && (state.flags & CKF_TOKEN_INITIALIZED))
+            if (known != nullptr)
+                state = *known;
+            else if (!token.GetTokenState(token.GetSessionSlotId(), state))
+                break;
+            if (state.flags & CKF_TOKEN_INITIALIZED)
                 states.pins[APPL_IDENTITY_LINK] = FromTokenFlags(state.flags);
         }
         break;

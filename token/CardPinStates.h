@@ -24,7 +24,9 @@ struct CardPinStates {
 };
 
 // Reads the states through the open session of `token` on the card that
-// `info` describes; the token flags come from the session's slot.
-CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info);
+// `info` describes. The token flags are `known` where the caller has just read
+// them (a refresh's listing), else they are read from the session's slot.
+CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info,
+                                const TokenState* known = nullptr);
 
 } // namespace Korvex

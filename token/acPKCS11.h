@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Korvex {
@@ -68,6 +69,12 @@ public:
     bool GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info);
     // The token flags of the card in the slot with this identifier.
     bool GetTokenState(CK_SLOT_ID slot, TokenState& state);
+    // What the last GetSlots (or OpenSessionOnCard) read of this slot's token,
+    // without asking the card again: nothing on a card changes between two
+    // reads of one refresh. False when that listing did not keep the slot.
+    bool ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info) const;
+    // The token flags that same listing read, on the same terms.
+    bool ListedTokenState(CK_SLOT_ID slot, TokenState& state) const;
     // One non-blocking C_WaitForSlotEvent; `slot` names the slot of an event.
     SlotEventPoll PollSlotEvent(CK_SLOT_ID& slot);
     // Identifiers of the slots with a token, for modules without slot events.
@@ -78,14 +85,20 @@ public:
     void SetAtr(const unsigned char* atr, unsigned long length);
     std::string Reset();
     bool LoadCardType();
+    // The card type code of the open session's card from its token
+    // information instead of its answer-to-reset, for the generations whose
+    // model names it (e-Card G3A, G3B, G4); false (code 0) for the others.
+    bool TakeCardTypeOf(const TokenInfoStruct2& info);
     int32_t GetCardType() const { return m_CardType; }
 
     // ---- sessions and object search ----
     bool OpenSession(int32_t position, bool readWrite);
     // A session on the card with this number in the slot a refresh found it
-    // in: one token query instead of a scan of every slot. False when the
-    // slot holds no card or another one (`sameCard` says which) or the
-    // session does not open. Afterwards the slot records hold this one slot.
+    // in: one token query instead of a scan of every slot, and none when the
+    // module's slot events say that slot has not changed since its token
+    // information was read. False when the slot holds no card or another one
+    // (`sameCard` says which) or the session does not open. Afterwards the
+    // slot records hold this one slot, and ListedTokenInfo answers for it.
     bool OpenSessionOnCard(CK_SLOT_ID slot, const std::string& serial, bool readWrite, bool& sameCard);
     bool CloseSession();
     int32_t findSlotForCin(const std::string& cin);
@@ -191,6 +204,12 @@ private:
     bool findCertificateObject(bool signatureCertificate, CK_OBJECT_HANDLE& handle,
                                std::vector<unsigned char>& value, bool& failed);
     bool takeCertificateTexts(const std::vector<unsigned char>& der);
+    // One look for a slot event; a reported slot is remembered as changed.
+    SlotEventPoll askSlotEvent(CK_SLOT_ID& slot);
+    // Whether the module reports slot events and none came for this slot
+    // since its token information was read (pending ones are collected, and
+    // kept for PollSlotEvent).
+    bool slotUnchangedSinceListing(CK_SLOT_ID slot);
     bool findDataObject(const std::string& label, CK_OBJECT_HANDLE& handle);
     bool readDataObject(const std::string& label, std::vector<unsigned char>& value,
                         bool* isPrivate);
@@ -252,6 +271,18 @@ private:
 
     // ---- per-object state ----
     std::vector<SlotStruct*> m_Slots;
+    // The token information each listed slot answered with, as read.
+    struct ListedToken {
+        CK_SLOT_ID slot;
+        TokenInfoStruct info;
+        TokenState state;
+    };
+    std::vector<ListedToken> m_ListedTokens;
+    const ListedToken* findListed(CK_SLOT_ID slot) const;
+    // Slots a card came to or went from since m_ListedTokens was read, and
+    // events taken from the module by a check but not yet by PollSlotEvent.
+    std::vector<CK_SLOT_ID> m_ChangedSlots;
+    std::vector<CK_SLOT_ID> m_HeldSlotEvents;
     void* m_hModule = nullptr;
     std::string m_Manufacturer;
     std::string m_Description;

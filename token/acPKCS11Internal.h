@@ -3,6 +3,7 @@
 #pragma once
 
 #include "token/acPKCS11Log.h"
+#include "token/acPKCS11Types.h"
 
 #include <p11-kit/pkcs11.h>
 
@@ -69,6 +70,11 @@ inline bool startsWith(const std::string& text, const char* prefix)
     size_t length = std::strlen(prefix);
     return text.size() >= length && text.compare(0, length, prefix) == 0;
 }
+
+// C_GetTokenInfo of one slot into the fixed-width record and, when asked,
+// the token flags; a failure is logged with the token call's error line.
+bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info,
+                   TokenState* state = nullptr);
 
 } // namespace tokenimpl
 } // namespace Korvex

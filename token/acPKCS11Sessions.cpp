@@ -38,17 +38,29 @@ bool acPKCS11::OpenSession(int32_t position, bool readWrite)
 bool acPKCS11::OpenSessionOnCard(CK_SLOT_ID slot, const std::string& serial, bool readWrite, bool& sameCard)
 {
     sameCard = false;
-    TokenInfoStruct2 info;
-    // Read as the slot scan reads it: up to a NUL byte, padding kept.
-    if (!GetTokenInfoForSlot(slot, info) || std::string(info.serial.c_str()) != serial)
-        return false;
+    // What the last listing read of the slot, while no card has come or gone
+    // there since; read as the slot scan reads it: up to a NUL byte.
+    ListedToken listed{slot, {}, {}};
+    bool known = false;
+    const ListedToken* entry = findListed(slot);
+    if (entry != nullptr && std::string(entry->info.serial.c_str()) == serial) {
+        listed = *entry;
+        known = slotUnchangedSinceListing(slot);
+    }
+    if (!known) {
+        if (!tokenimpl::readTokenInfo(Proc_C_GetTokenInfo, slot, listed.info, &listed.state) ||
+            std::string(listed.info.serial.c_str()) != serial)
+            return false;
+    }
     sameCard = true;
+    // The slot's events from here on are news about this reading.
     DeleteSlots();
     SlotStruct* record = new SlotStruct;
     record->slotID = slot;
-    record->label = info.label;
+    record->label = listed.info.label;
     record->serial = serial;
     m_Slots.push_back(record);
+    m_ListedTokens.push_back(listed);
     return OpenSession(0, readWrite);
 }
 

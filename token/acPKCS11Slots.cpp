@@ -101,7 +101,33 @@ void takeAnswerToReset(acPKCS11& token, PFN_C_CardAttribute cardAttribute,
     token.SetAtr(buffer, length);
 }
 
+// The module's token information as the fixed-width record.
+void takeTokenInfo(const CK_TOKEN_INFO& tokenInfo, TokenInfoStruct& info, TokenState* state = nullptr)
+{
+    info.label = tokenimpl::fullField(tokenInfo.label, 32);
+    info.manufacturer = tokenimpl::fullField(tokenInfo.manufacturerID, 32);
+    info.model = tokenimpl::fullField(tokenInfo.model, 16);
+    info.serial = tokenimpl::fullField(tokenInfo.serialNumber, 16);
+    if (state != nullptr)
+        state->flags = tokenInfo.flags;
+}
+
 } // namespace
+
+// C_GetTokenInfo of one slot into the fixed-width record.
+bool tokenimpl::readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info,
+                              TokenState* state)
+{
+    CK_TOKEN_INFO tokenInfo;
+    std::memset(&tokenInfo, 0, sizeof(tokenInfo));
+    CK_RV rv = callModule(getTokenInfo, id, &tokenInfo);
+    if (rv != CKR_OK) {
+        LogError("PKCS11 Proc_C_GetTokenInfo ERROR", rv);
+        return false;
+    }
+    takeTokenInfo(tokenInfo, info, state);
+    return true;
+}
 
 bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots)
 {
@@ -152,6 +178,9 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         slot->label = label;
         slot->serial = serial;
         m_Slots.push_back(slot);
+        ListedToken listed{id, {}, {}};
+        takeTokenInfo(tokenInfo, listed.info, &listed.state);
+        m_ListedTokens.push_back(listed);
     }
     slots = m_Slots;
     return true;
@@ -162,29 +191,11 @@ void acPKCS11::DeleteSlots()
     for (SlotStruct* slot : m_Slots)
         delete slot;
     m_Slots.clear();
+    m_ListedTokens.clear();
+    m_ChangedSlots.clear();
 }
 
 namespace {
-
-// C_GetTokenInfo of one slot into the fixed-width record.
-bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info,
-                   TokenState* state = nullptr)
-{
-    CK_TOKEN_INFO tokenInfo;
-    std::memset(&tokenInfo, 0, sizeof(tokenInfo));
-    CK_RV rv = callModule(getTokenInfo, id, &tokenInfo);
-    if (rv != CKR_OK) {
-        LogError("PKCS11 Proc_C_GetTokenInfo ERROR", rv);
-        return false;
-    }
-    info.label = tokenimpl::fullField(tokenInfo.label, 32);
-    info.manufacturer = tokenimpl::fullField(tokenInfo.manufacturerID, 32);
-    info.model = tokenimpl::fullField(tokenInfo.model, 16);
-    info.serial = tokenimpl::fullField(tokenInfo.serialNumber, 16);
-    if (state != nullptr)
-        state->flags = tokenInfo.flags;
-    return true;
-}
 
 // The record plus what the generation table tells about the card.
 void classify(const TokenInfoStruct& basic, TokenInfoStruct2& info)
@@ -221,7 +232,7 @@ bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct& info)
     // no slot there (nor when the list shrank between the two calls).
     if (position >= ids.size())
         return false;
-    return readTokenInfo(Proc_C_GetTokenInfo, ids[position], info);
+    return tokenimpl::readTokenInfo(Proc_C_GetTokenInfo, ids[position], info);
 }
 
 bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct2& info)
@@ -236,7 +247,7 @@ bool acPKCS11::GetTokenInfo(unsigned long position, TokenInfoStruct2& info)
 bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info)
 {
     TokenInfoStruct basic;
-    if (!readTokenInfo(Proc_C_GetTokenInfo, slot, basic))
+    if (!tokenimpl::readTokenInfo(Proc_C_GetTokenInfo, slot, basic))
         return false;
     classify(basic, info);
     return true;
@@ -245,7 +256,31 @@ bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info)
 bool acPKCS11::GetTokenState(CK_SLOT_ID slot, TokenState& state)
 {
     TokenInfoStruct ignored;
-    return readTokenInfo(Proc_C_GetTokenInfo, slot, ignored, &state);
+    return tokenimpl::readTokenInfo(Proc_C_GetTokenInfo, slot, ignored, &state);
+}
+
+const acPKCS11::ListedToken* acPKCS11::findListed(CK_SLOT_ID slot) const
+{
+    for (const ListedToken& listed : m_ListedTokens)
+        if (listed.slot == slot)
+            return &listed;
+    return nullptr;
+}
+
+bool acPKCS11::ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info) const
+{
+    const ListedToken* listed = findListed(slot);
+    if (listed != nullptr)
+        classify(listed->info, info);
+    return listed != nullptr;
+}
+
+bool acPKCS11::ListedTokenState(CK_SLOT_ID slot, TokenState& state) const
+{
+    const ListedToken* listed = findListed(slot);
+    if (listed != nullptr)
+        state = listed->state;
+    return listed != nullptr;
 }
 
 bool acPKCS11::GetPresentSlotIds(std::vector<CK_SLOT_ID>& ids)
@@ -315,6 +350,21 @@ bool acPKCS11::LoadCardType()
     }
     LogError("Unknown atr=" + atr);
     return false;
+}
+
+bool acPKCS11::TakeCardTypeOf(const TokenInfoStruct2& info)
+{
+    // The codes these generations' answers-to-reset give (see kAtrTypes).
+    switch (info.tokenType) {
+    case TOKEN_ECARD_G3A: m_CardType = 3; break;
+    case TOKEN_ECARD_G3B: m_CardType = 7; break;
+    case TOKEN_ECARD_G4: m_CardType = 8; break;
+    default: m_CardType = 0; return false;
+    }
+    // A remembered answer-to-reset may be another card's; the next reader
+    // of it asks this card.
+    m_Atr.clear();
+    return true;
 }
 
 } // namespace Korvex

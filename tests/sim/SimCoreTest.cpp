@@ -1,6 +1,6 @@
 // The simulator's parts on their own: the written forms of faults, control
 // file and card sets, the DER encoder, the identity-link builder against the
-// program's reader, Assuan escaping and the PIN rules.
+// program's reader, Assuan escaping, the PIN rules and the kept key numbers.
 #include "formats/Personenbindung.h"
 #include "sim/CardData.h"
 #include "sim/CardSet.h"
@@ -8,6 +8,9 @@
 #include "sim/ControlFile.h"
 #include "sim/Der.h"
 #include "sim/FaultRules.h"
+#include "sim/KeyFactory.h"
+#include "sim/KeyNumbers.h"
+#include "sim/SimPaths.h"
 #include "sim/PinEntry.h"
 #include "sim/PinState.h"
 
@@ -187,6 +190,45 @@ TEST(SimPinState, ChecksFormatBeforeTouchingTheCounter) {
     EXPECT_EQ(unblockPin(pin, "12345678", "5678", "5678"), static_cast<CK_RV>(CKR_PIN_LOCKED));
     pin.hasPuk = false;
     EXPECT_EQ(unblockPin(pin, "12345678", "5678", "5678"), static_cast<CK_RV>(CKR_FUNCTION_NOT_SUPPORTED));
+}
+
+TEST(SimIdentityLink, TheKeptCaSignatureIsKeptForItsOwnBytesOnly) {
+    CardKeys keys;
+    keys.caKey = sharePkey(PkeyPtr(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{1024})));
+    keys.caCertificate = {1, 2, 3};
+    const std::string serial = "9900000000000999";
+    ASSERT_TRUE(makeDirectories(cardKeyDirectory(serial)));
+    const Bytes data = {4, 5, 6}, other = {7};
+    EXPECT_EQ(keptCaSignature(serial, keys, data), signWithCa(keys.caKey.get(), data));
+    Bytes kept;
+    ASSERT_TRUE(readWholeFile(cardKeyDirectory(serial) + "/identity-link.sig", kept));
+    kept.back() ^= 1;  // what is read back is what is handed out
+    ASSERT_TRUE(writeFileAtomically(cardKeyDirectory(serial) + "/identity-link.sig", kept));
+    EXPECT_NE(keptCaSignature(serial, keys, data), signWithCa(keys.caKey.get(), data));
+    EXPECT_EQ(keptCaSignature(serial, keys, other), signWithCa(keys.caKey.get(), other));
+}
+
+TEST(SimKeyNumbers, GiveTheSameKeyBackOnlyForTheirOwnPem) {
+    const std::vector<unsigned char> pem = {'k', 'e', 'y'}, other = {'o', 't', 'h', 'e', 'r'};
+    const std::string path = ::testing::TempDir() + "/key.numbers";
+    const unsigned char data[] = "signed by the imported key";
+    for (EVP_PKEY* made : {EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{1024}),
+                           EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "prime256v1")}) {
+        PkeyPtr key(made);
+        ASSERT_TRUE(key);
+        saveKeyNumbers(path, key.get(), pem);
+        PkeyPtr again = loadKeyNumbers(path, pem);
+        ASSERT_TRUE(again);
+        EXPECT_FALSE(loadKeyNumbers(path, other));
+        // The private half too: what the import signs, the original verifies.
+        unsigned char signature[512];
+        size_t length = sizeof(signature);
+        MdCtxPtr sign(EVP_MD_CTX_new()), verify(EVP_MD_CTX_new());
+        ASSERT_EQ(EVP_DigestSignInit(sign.get(), nullptr, EVP_sha256(), nullptr, again.get()), 1);
+        ASSERT_EQ(EVP_DigestSign(sign.get(), signature, &length, data, sizeof(data)), 1);
+        ASSERT_EQ(EVP_DigestVerifyInit(verify.get(), nullptr, EVP_sha256(), nullptr, key.get()), 1);
+        EXPECT_EQ(EVP_DigestVerify(verify.get(), signature, length, data, sizeof(data)), 1);
+    }
 }
 
 } // namespace

@@ -85,6 +85,15 @@ TEST_F(TokenSlotsTest, CardTypeCodesComeFromTheAtr)
         Korvex::HashAlgorithm ecHash = card.cardTypeCode >= 5 ? Korvex::HashSha256 : Korvex::HashRipemd160;
         EXPECT_EQ(p11->GetHashAlgorithm(Korvex::SIGN_KEY_EC), ecHash);
         EXPECT_EQ(p11->GetHashAlgorithm(Korvex::SIGN_KEY_RSA), Korvex::HashRipemd160);
+        // The listing's token information names the same code where the
+        // generation counts PIN tries, without asking the card.
+        Korvex::TokenInfoStruct2 listed;
+        ASSERT_TRUE(p11->ListedTokenInfo(p11->GetSessionSlotId(), listed));
+        EXPECT_EQ(listed.tokenType, card.type);
+        const bool countsTries = card.type >= Korvex::TOKEN_ECARD_G3A && card.type <= Korvex::TOKEN_ECARD_G4;
+        EXPECT_EQ(p11->TakeCardTypeOf(listed), countsTries);
+        EXPECT_EQ(p11->GetCardType(), countsTries ? card.cardTypeCode : 0);
+        previousAtr = p11->ReadATR(false);
         p11->CloseSession();
     }
     EXPECT_TRUE(Log::errors().empty());
