@@ -6,6 +6,7 @@
 #include "app/ProgramConfig.h"
 #include "app/VessaCardsLogger.h"
 #include "base/Config.h"
+#include "gui/CardList.h"
 #include "gui/CardStatusText.h"
 #include "gui/Images.h"
 #include "gui/LocalizedBanner.h"
@@ -51,10 +52,9 @@ wxBEGIN_EVENT_TABLE(MainFrame, wxFrame)
     EVT_TIMER(ID_START_TIMER, MainFrame::evt_OnTimer)
     EVT_TIMER(ID_FADE_TIMER, MainFrame::evt_OnFadeOut)
     EVT_TIMER(ID_WATCH_TIMER, MainFrame::evt_OnWatchTimer)
-    EVT_LIST_ITEM_SELECTED(ID_CARD_LIST, MainFrame::evt_ItemSelected)
-    EVT_LIST_ITEM_RIGHT_CLICK(ID_CARD_LIST, MainFrame::evt_ItemRightClick)
-    EVT_LIST_ITEM_ACTIVATED(ID_CARD_LIST, MainFrame::evt_ItemDoubleClick)
-    EVT_LIST_KEY_DOWN(ID_CARD_LIST, MainFrame::evt_ListKeyDown)
+    EVT_DATAVIEW_SELECTION_CHANGED(ID_CARD_LIST, MainFrame::evt_ItemSelected)
+    EVT_DATAVIEW_ITEM_CONTEXT_MENU(ID_CARD_LIST, MainFrame::evt_ItemRightClick)
+    EVT_DATAVIEW_ITEM_ACTIVATED(ID_CARD_LIST, MainFrame::evt_ItemDoubleClick)
     EVT_MENU(ID_THREAD_FINISHED, MainFrame::evt_ThreadFinished)
     EVT_CHAR_HOOK(MainFrame::OnCharHook)
 wxEND_EVENT_TABLE()
@@ -99,8 +99,9 @@ MainFrame::MainFrame(wxWindow* parent)
     sizer_enc_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Geheimhaltungszertifikat"));
     sizer_pers_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Infoboxbereich"));
     bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(LocalizedBanner()));
-    list_ctrl_cards = new wxListCtrl(panel_main, ID_CARD_LIST, wxDefaultPosition, wxDefaultSize,
-                                     wxLC_REPORT | wxLC_SINGLE_SEL | wxSUNKEN_BORDER);
+    list_ctrl_cards = new CardList(panel_main, ID_CARD_LIST);
+    // The list's key events stay with the list; Ctrl+C copies from there.
+    list_ctrl_cards->Bind(wxEVT_KEY_DOWN, &MainFrame::evt_ListKeyDown, this);
     button_reload = new wxBitmapButton(panel_main, ID_RELOAD, wxBitmap(XpmToImage(ButtonReload)));
     button_sig_change_pin = new wxButton(panel_main, ID_SIG_CHANGE_PIN, Tr("6 stellige PIN ändern"));
     button_sig_puk = new wxButton(panel_main, ID_SIG_PUK, Tr("6 stellige PIN entsperren"));
@@ -125,9 +126,7 @@ MainFrame::MainFrame(wxWindow* parent)
     m_ImageList = new wxImageList(kChipWidth, 22);
     m_ChipImageIndex = m_ImageList->Add(wxBitmap(XpmToImage(chip_small_xpm)));
     m_WarningImageIndex = m_ImageList->Add(WarningChip());
-    // The small list owns the image list; the normal one only borrows it.
-    list_ctrl_cards->SetImageList(m_ImageList, wxIMAGE_LIST_NORMAL);
-    list_ctrl_cards->AssignImageList(m_ImageList, wxIMAGE_LIST_SMALL);
+    list_ctrl_cards->AssignImageList(m_ImageList);
     bitmap_status->Hide();
     label_status->Hide();
 
@@ -139,10 +138,10 @@ MainFrame::MainFrame(wxWindow* parent)
     else
         SetTitle(wxString::Format("%s (%s)", Tr("Kartenverwaltung"), "x64"));
 
-    list_ctrl_cards->InsertColumn(0, Tr("Kartennummer"), wxLIST_FORMAT_LEFT, kNumberColumnWidth);
-    list_ctrl_cards->InsertColumn(1, Tr("Ausgestellt für"), wxLIST_FORMAT_LEFT, 350);
-    list_ctrl_cards->InsertColumn(2, Tr("Kartentyp"), wxLIST_FORMAT_LEFT, 190);
-    list_ctrl_cards->InsertColumn(3, Tr("Gültig bis"), wxLIST_FORMAT_LEFT, kValidUntilWidth);
+    list_ctrl_cards->AddColumn(Tr("Kartennummer"), kNumberColumnWidth);
+    list_ctrl_cards->AddColumn(Tr("Ausgestellt für"), 350);
+    list_ctrl_cards->AddColumn(Tr("Kartentyp"), 190);
+    list_ctrl_cards->AddColumn(Tr("Gültig bis"), kValidUntilWidth);
 
     m_P11 = new Korvex::acPKCS11();
     if (!m_P11->init()) {
@@ -199,7 +198,7 @@ void MainFrame::set_properties()
     list_ctrl_cards->SetMinSize(wxSize(714 + kValidUntilWidth, 200));
     // A sixteen-digit card number must fit its column next to the chip
     // image; shrink the list's font until it does.
-    const int numberSpace = kNumberColumnWidth - kChipWidth - 20;
+    const int numberSpace = kNumberColumnWidth - kChipWidth - 28;
     wxFont listFont = list_ctrl_cards->GetFont();
     int width = 0;
     for (;;) {

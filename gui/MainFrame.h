@@ -12,14 +12,15 @@
 #include "token/acPKCS11Types.h"
 
 #include <wx/frame.h>
-#include <wx/listctrl.h>
 #include <wx/timer.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
+class CardList;
 class RefreshCardThread;
+class wxDataViewEvent;
 class wxBitmapButton;
 class wxButton;
 class wxImageList;
@@ -88,10 +89,10 @@ public:
     virtual void evt_reload(wxCommandEvent& event);
     virtual void evt_OnTimer(wxTimerEvent& event);
     virtual void evt_OnFadeOut(wxTimerEvent& event);
-    virtual void evt_ItemSelected(wxListEvent& event);
-    virtual void evt_ItemRightClick(wxListEvent& event);
-    virtual void evt_ItemDoubleClick(wxListEvent& event);
-    virtual void evt_ListKeyDown(wxListEvent& event);
+    virtual void evt_ItemSelected(wxDataViewEvent& event);
+    virtual void evt_ItemRightClick(wxDataViewEvent& event);
+    virtual void evt_ItemDoubleClick(wxDataViewEvent& event);
+    virtual void evt_ListKeyDown(wxKeyEvent& event);
     virtual void evt_ThreadFinished(wxCommandEvent& event);
     virtual void evt_OnPopupClick(wxCommandEvent& event);
     // Looks for cards that came or went and refreshes the list when one did.
@@ -134,7 +135,7 @@ public:
     wxMenu* CreatePopupMenu(Korvex::TokenType type);
 
     // Parts of the window, for code that drives it without a mouse.
-    wxListCtrl* GetCardList() const { return list_ctrl_cards; }
+    CardList* GetCardList() const { return list_ctrl_cards; }
     wxStaticText* GetStatusText() const { return label_status; }
     wxStaticBitmap* GetStatusIcon() const { return bitmap_status; }
     wxStaticBitmap* GetBanner() const { return bitmap_banner; }
@@ -197,7 +198,7 @@ private:
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;
-    wxListCtrl* list_ctrl_cards = nullptr;
+    CardList* list_ctrl_cards = nullptr;
     wxBitmapButton* button_reload = nullptr;
     wxStaticBox* sizer_sig_staticbox = nullptr;
     wxStaticBox* sizer_enc_staticbox = nullptr;

@@ -5,6 +5,7 @@
 #include "gui/MainFrame.h"
 
 #include "app/VessaCardsLogger.h"
+#include "gui/CardList.h"
 #include "gui/CardSession.h"
 #include "gui/Translate.h"
 #include "token/CardPinStates.h"
@@ -104,13 +105,13 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
 
 void MainFrame::ApplyPinStates(const std::string& number, const Korvex::CardPinStates& pins)
 {
-    for (long item = 0; item < list_ctrl_cards->GetItemCount(); ++item) {
-        if (list_ctrl_cards->GetItemText(item, 0) != wxString::FromUTF8(number.c_str()))
+    for (int item = 0; item < list_ctrl_cards->GetItemCount(); ++item) {
+        if (list_ctrl_cards->RowText(item, 0) != wxString::FromUTF8(number.c_str()))
             continue;
         for (const std::shared_ptr<ListEntryData>& row : m_Rows)
-            if (row->number == list_ctrl_cards->GetItemText(item, 0))
+            if (row->number == list_ctrl_cards->RowText(item, 0))
                 row->pins = pins;
-        list_ctrl_cards->SetItemImage(item, pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);
+        list_ctrl_cards->SetRowImage(item, pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);
     }
     ShowSelectedCardState();
     ApplySelectionRules();

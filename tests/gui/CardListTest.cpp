@@ -7,7 +7,7 @@
 #include "sim/SimControl.h"
 
 #include <wx/bmpbuttn.h>
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 #include <wx/toplevel.h>
@@ -31,12 +31,8 @@ protected:
         EXPECT_EQ(RowText(row, 0), card.serial);
         EXPECT_EQ(RowText(row, 1), *card.holder ? card.holder : "unbekannt");
         EXPECT_EQ(RowText(row, 2), card.typeName);
-        EXPECT_EQ(static_cast<int>(frame->GetCardList()->GetItemData(row)), card.type);
-        wxListItem item;
-        item.SetId(row);
-        item.SetMask(wxLIST_MASK_IMAGE);
-        ASSERT_TRUE(frame->GetCardList()->GetItem(item));
-        EXPECT_EQ(item.GetImage(), 0) << "no chip image";
+        EXPECT_EQ(frame->GetCardList()->RowData(row), card.type);
+        EXPECT_EQ(frame->GetCardList()->RowImage(row), 0) << "no chip image";
     }
 
     // The four buttons the card-type rules touch; the rules leave the others on.
@@ -65,18 +61,16 @@ TEST_F(CardListTest, FirstRefreshFillsTheWindowLastCardReadOnTop)
     EXPECT_FALSE(frame->GetWaitDialog().IsShown());
     EXPECT_EQ(LayoutFaults(frame), std::vector<std::string>{});
 
-    wxListCtrl* list = frame->GetCardList();
+    CardList* list = frame->GetCardList();
     const char* titles[] = {"Kartennummer", "Ausgestellt f\xC3\xBCr", "Kartentyp", "G\xC3\xBCltig bis"};
     const int widths[] = {170, 350, 190, 170};
-    ASSERT_EQ(list->GetColumnCount(), 4);
-    for (int column = 0; column < 4; ++column) {
-        wxListItem header;
-        header.SetMask(wxLIST_MASK_TEXT);
-        ASSERT_TRUE(list->GetColumn(column, header));
-        EXPECT_EQ(header.GetText(), Utf8(titles[column]));
-        EXPECT_EQ(list->GetColumnWidth(column), widths[column]);
+    ASSERT_EQ(list->GetColumnCount(), 4u);
+    for (unsigned column = 0; column < 4; ++column) {
+        EXPECT_EQ(list->GetColumn(column)->GetTitle(), Utf8(titles[column]));
+        // The tree view indents its first column by a few pixels of its own.
+        EXPECT_NEAR(list->GetColumn(column)->GetWidth(), widths[column], column == 0 ? 2 : 0);
     }
-    EXPECT_TRUE(list->HasFlag(wxLC_SINGLE_SEL));
+    EXPECT_FALSE(list->HasFlag(wxDV_MULTIPLE));
     EXPECT_EQ(frame->GetTitle(), "Kartenverwaltung (x64)");
 
     const char* labels[] = {"6 stellige PIN \xC3\xA4ndern", "6 stellige PIN entsperren", "Zertifikat anzeigen",
@@ -146,7 +140,7 @@ TEST_F(CardListTest, ModuleFailuresDuringARefreshLeaveOutWhatCannotBeReadAndSayW
 
 TEST_F(CardListTest, CommandWithoutSelectionActsOnTheFirstRow)
 {
-    frame->GetCardList()->SetItemState(0, 0, wxLIST_STATE_SELECTED);
+    frame->GetCardList()->UnselectAll();
     ASSERT_EQ(SelectedRow(), -1);
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;

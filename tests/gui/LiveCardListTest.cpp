@@ -6,7 +6,7 @@
 #include "base/Config.h"
 #include "sim/SimControl.h"
 
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 #include <filesystem>
 #include <wx/stattext.h>
 
@@ -29,10 +29,7 @@ protected:
     }
     int RowImage(long row) const
     {
-        wxListItem item;
-        item.SetId(row);
-        item.SetMask(wxLIST_MASK_IMAGE);
-        return frame->GetCardList()->GetItem(item) ? item.GetImage() : -1;
+        return frame->GetCardList()->RowImage(row);
     }
     void RunPinCommand(int id, const Lines& answers)
     {

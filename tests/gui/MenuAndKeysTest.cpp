@@ -8,7 +8,7 @@
 
 #include <wx/clipbrd.h>
 #include <wx/dataobj.h>
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 #include <wx/menu.h>
 #include <wx/textctrl.h>
 #include <wx/timer.h>
@@ -92,7 +92,7 @@ protected:
         wxTimer closer;
         closer.Bind(wxEVT_TIMER, [](wxTimerEvent&) { wxUIActionSimulator().Char(WXK_ESCAPE); });
         closer.Start(400);
-        wxListEvent rightClick(wxEVT_LIST_ITEM_RIGHT_CLICK, MainFrame::ID_CARD_LIST);
+        wxDataViewEvent rightClick(wxEVT_DATAVIEW_ITEM_CONTEXT_MENU, frame->GetCardList(), wxDataViewItem());
         frame->GetEventHandler()->ProcessEvent(rightClick);
         closer.Stop();
         return *shown;
@@ -111,7 +111,7 @@ protected:
 
     void DoubleClick()
     {
-        wxListEvent activate(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
+        wxDataViewEvent activate(wxEVT_DATAVIEW_ITEM_ACTIVATED, frame->GetCardList(), wxDataViewItem());
         frame->GetEventHandler()->ProcessEvent(activate);
     }
 };
