@@ -16,19 +16,36 @@ wxString LocalDate(std::time_t when, const char* format)
 
 } // namespace
 
-wxString PinStatusText(const Korvex::PinStatus& status)
+PinActions PinActionsFor(int tokenType, Korvex::ApplType appl)
 {
+    PinActions actions;
+    // The e-card generations have no PUK; ACOS 04 and 05 keep their
+    // identity-link PIN out of this window.
+    if (tokenType >= Korvex::TOKEN_ECARD_G2)
+        actions.unblock = false;
+    if (appl == Korvex::APPL_IDENTITY_LINK && tokenType != Korvex::TOKEN_ACOS_A03)
+        actions.unblock = actions.change = false;
+    return actions;
+}
+
+wxString PinStatusText(const Korvex::PinStatus& status, PinActions actions)
+{
+    if (status.unreadable)
+        return Tr("PIN-Status unbekannt");
     if (!status.known)
         return wxString();
-    if (status.locked)
-        return Tr("PIN gesperrt – mit PUK entsperren");
+    if (status.locked) {
+        if (actions.unblock)
+            return Tr("PIN gesperrt – mit PUK entsperren");
+        return actions.change ? Tr("PIN gesperrt – neue Karte beim Kartenaussteller anfordern") : Tr("PIN gesperrt");
+    }
     if (status.triesLeft == 1 || status.finalTry)
         return Tr("PIN: nur noch 1 Versuch");
     if (status.triesLeft > 1)
         return wxString::Format(Tr("PIN: noch %d Versuche"), status.triesLeft);
     if (status.countLow)
         return Tr("PIN: schon falsch eingegeben");
-    return Tr("PIN: in Ordnung");
+    return actions.change ? Tr("PIN: in Ordnung") : Tr("PIN: hier nicht änderbar");
 }
 
 ValidityMark CertificateValidity(const ListEntryData& row, std::time_t now)

@@ -195,6 +195,9 @@ private:
     // the thread could not start (the window is unlocked again).
     bool StartCardWork(std::function<void()> work, std::function<void()> done);
     void ShowRows(const ListEntryVector& rows, const std::string& keepSelected);
+    // Marks the PIN states of cards whose objects could not be read as
+    // unknown; their numbers, or empty when every card was read.
+    static wxString MarkCardsWithUnreadData(const ListEntryVector& rows);
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;

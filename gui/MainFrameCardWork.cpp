@@ -8,6 +8,8 @@
 #include "gui/CardList.h"
 #include "gui/CardSession.h"
 #include "gui/Translate.h"
+
+#include <wx/stattext.h>
 #include "token/CardPinStates.h"
 #include "token/acPKCS11.h"
 
@@ -56,6 +58,7 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
 {
     struct PinWork {
         Korvex::PKCS11Return result = Korvex::PKCS11_ERROR;
+        CK_RV rv = CKR_OK;
         Korvex::CardPinStates pins;
     };
     auto pinWork = std::make_shared<PinWork>();
@@ -63,6 +66,7 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
         [=](Korvex::acPKCS11& p11) {
             // The module runs its own PIN dialogue inside these calls.
             pinWork->result = unblock ? p11.UnblockPIN(appl) : p11.ChangePIN(appl);
+            pinWork->rv = p11.LastPinCommandRv();
             // The user sees at once what the attempt cost.
             Korvex::TokenInfoStruct2 info;
             if (p11.GetTokenInfoForSlot(p11.GetSessionSlotId(), info))
@@ -74,6 +78,13 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
                 SetStatusPinUnblock(pinWork->result);
             else
                 SetStatusPinChange(pinWork->result);
+            // The module could not show its PIN dialogue (no desktop session,
+            // no pinentry): the defined text stays, the reason follows it.
+            if (pinWork->result == Korvex::PKCS11_ERROR && pinWork->rv == CKR_FUNCTION_FAILED) {
+                AppLog()->LogMessage("PIN dialogue could not be shown (CKR_FUNCTION_FAILED)");
+                SetStatus(GetStatusText()->GetLabel() + "\n" + Tr("Der PIN-Dialog konnte nicht angezeigt werden."),
+                          true);
+            }
         });
 }
 

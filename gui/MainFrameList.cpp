@@ -289,10 +289,14 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
     if (IsClosing())
         return;
 
+    const wxString dataUnread = MarkCardsWithUnreadData(rows);
     ShowRows(rows, m_SelectedBeforeRefresh);
-    if (thread->SlotListFailed() || thread->UnreadableCards() > 0) {
+    const bool cardUnread = thread->UnreadableCards() > 0 || m_P11->UnreadSlotCount() > 0;
+    if (thread->SlotListFailed() || cardUnread || !dataUnread.empty()) {
         SetStatus(thread->SlotListFailed() ? Tr("Die Kartenliste konnte nicht gelesen werden.")
-                                           : Tr("Eine Karte konnte nicht gelesen werden."),
+                  : cardUnread             ? Tr("Eine Karte konnte nicht gelesen werden.")
+                                           : wxString::Format(Tr("Die Daten der Karte %s konnten nicht gelesen werden."),
+                                                              dataUnread),
                   true);
         // A one-off failure goes away with the next try.
         m_RetryDelayMs = m_RetryDelayMs == 0 ? kFirstRetryMs : std::min(2 * m_RetryDelayMs, kLongestRetryMs);
@@ -305,6 +309,24 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
 
     MyEnable(true);
     m_Wait.Hide();
+}
+
+wxString MainFrame::MarkCardsWithUnreadData(const ListEntryVector& rows)
+{
+    // A personalised card always carries its certificates: without one its
+    // objects could not be read, and what it said of its PINs is not vouched
+    // for either.
+    wxString numbers;
+    for (const std::shared_ptr<ListEntryData>& row : rows) {
+        if (row->holder != wxString::FromUTF8("unbekannt") || row->number == wxString::FromUTF8(EMPTY_CARD.c_str()))
+            continue;
+        for (Korvex::PinStatus& pin : row->pins.pins) {
+            pin = Korvex::PinStatus();
+            pin.unreadable = true;
+        }
+        numbers += (numbers.empty() ? "" : ", ") + row->number;
+    }
+    return numbers;
 }
 
 void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSelected)

@@ -69,7 +69,9 @@ void MainFrame::ShowSelectedCardState()
     const ListEntryData* row = SelectedCardData();
     for (int appl = Korvex::APPL_SIGNATURE; appl <= Korvex::APPL_IDENTITY_LINK; ++appl) {
         const Korvex::PinStatus* pin = row != nullptr ? &row->pins.pins[appl] : nullptr;
-        label_pin_state[appl]->SetLabel(pin != nullptr ? PinStatusText(*pin) : wxString());
+        const PinActions actions = row != nullptr ? PinActionsFor(row->type, static_cast<Korvex::ApplType>(appl))
+                                                  : PinActions();
+        label_pin_state[appl]->SetLabel(pin != nullptr ? PinStatusText(*pin, actions) : wxString());
         // Locked or one try left: the line must catch the eye before a try.
         const bool warn = pin != nullptr && pin->known && (pin->locked || pin->finalTry);
         label_pin_state[appl]->SetForegroundColour(warn ? wxColour(176, 0, 0) : wxNullColour);

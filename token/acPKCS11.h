@@ -60,6 +60,9 @@ public:
     // GetSlots, DeleteSlots or the object's destruction.
     bool GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial);
     bool GetSlots(std::vector<SlotStruct*>& slots);
+    // Slots of the last GetSlots whose token or slot information could not
+    // be read: their cards are missing from its list.
+    size_t UnreadSlotCount() const { return m_UnreadSlots; }
     void DeleteSlots();
     // position: index into the list of slots with a token present
     bool GetTokenInfo(unsigned long position, TokenInfoStruct& info);
@@ -104,6 +107,9 @@ public:
     // ---- PIN commands and PIN status (the module runs the dialogues) ----
     PKCS11Return ChangePIN(ApplType appl);
     PKCS11Return UnblockPIN(ApplType appl);
+    // The module's answer to the last PIN change or unblock (CKR_OK when it
+    // was not asked): tells a failed PIN dialogue from other failures.
+    CK_RV LastPinCommandRv() const { return m_LastPinCommandRv; }
     PKCS11Return InitPIN(ApplType appl);
     PKCS11Return GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command);
     PKCS11Return GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command, bool value,
@@ -250,6 +256,8 @@ private:
 
     // ---- per-object state ----
     std::vector<SlotStruct*> m_Slots;
+    size_t m_UnreadSlots = 0;
+    CK_RV m_LastPinCommandRv = CKR_OK;
     void* m_hModule = nullptr;
     std::string m_Manufacturer;
     std::string m_Description;

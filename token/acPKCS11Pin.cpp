@@ -54,6 +54,7 @@ PKCS11Return acPKCS11::InitPIN(ApplType appl)
 
 PKCS11Return acPKCS11::GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command)
 {
+    m_LastPinCommandRv = CKR_OK;
     CK_OBJECT_HANDLE object = CK_INVALID_HANDLE;
     if (!findProtectedObject(*this, appl, object))
         return PKCS11_ERROR;
@@ -62,6 +63,7 @@ PKCS11Return acPKCS11::GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE comman
     CK_BBOOL value = CK_FALSE;
     CK_ATTRIBUTE attribute = {command, &value, 1};
     CK_RV rv = callModule(Proc_C_SetAttributeValue, m_hSession, object, &attribute, 1);
+    m_LastPinCommandRv = rv;
     switch (rv) {
     case CKR_OK:
         return PKCS11_OK;

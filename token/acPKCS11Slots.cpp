@@ -113,6 +113,7 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
     LogMessage("PKCS11 GetSlots");
     slots.clear();
     DeleteSlots();
+    m_UnreadSlots = 0;
 
     std::vector<CK_SLOT_ID> ids;
     if (!listTokenSlots(Proc_C_GetSlotList, "PKCS11 Proc_C_GetSlotList ERROR",
@@ -125,6 +126,7 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         CK_RV rv = callModule(Proc_C_GetTokenInfo, id, &tokenInfo);
         if (rv != CKR_OK) {
             LogError("PKCS11 Proc_C_GetTokenInfo ERROR (continue)", rv);
+            ++m_UnreadSlots;
             continue;
         }
         CK_SLOT_INFO slotInfo;
@@ -133,6 +135,7 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         if (rv != CKR_OK) {
             // Same text as above: the log names the token call for either.
             LogError("PKCS11 Proc_C_GetTokenInfo ERROR (continue)", rv);
+            ++m_UnreadSlots;
             continue;
         }
         // Built-in tokens (no removable reader) are not citizen cards.

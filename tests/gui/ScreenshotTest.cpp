@@ -68,7 +68,11 @@ void ExpectNoGerman(const std::vector<wxString>& texts)
 
 TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
 {
-    EXPECT_EQ(frame->GetTitle(), "Card manager (x64)");
+    EXPECT_EQ(frame->GetTitle(), "Card Manager (x64)");
+    // The desktop entry names the program as the window does.
+    const std::string entry = ReadText(SourceDir() + "/data/org.korvex.VessaCards.desktop");
+    EXPECT_NE(entry.find("\nName=" + frame->GetTitle().BeforeFirst('(').Trim().ToStdString() + "\n"),
+              std::string::npos);
     SelectRow(4); // Max: a signature PIN on its last try
     EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_SIGNATURE)->GetLabel(), "PIN: only 1 try left");
     EXPECT_TRUE(wxString(RowText(3, 3)).EndsWith("(expired)")) << RowText(3, 3);
