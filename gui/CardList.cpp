@@ -4,6 +4,26 @@
 
 #include <wx/tooltip.h>
 
+#include <dlfcn.h>
+
+namespace {
+
+// GTK's overlay scrollbars show only while the pointer moves over the list:
+// a holder who does not know more cards are listed would never see them.
+// Called by name, since the toolkit's own headers are not at hand.
+void ShowScrollbarsAlways(wxWindow* list)
+{
+#ifdef __WXGTK__
+    using SetOverlay = void (*)(void* scrolledWindow, int overlay);
+    if (auto set = reinterpret_cast<SetOverlay>(dlsym(RTLD_DEFAULT, "gtk_scrolled_window_set_overlay_scrolling")))
+        set(list->GetHandle(), 0);
+#else
+    (void)list;
+#endif
+}
+
+} // namespace
+
 // Keeps a background colour per row beside the values the list store holds.
 class CardList::Store : public wxDataViewListStore {
 public:
@@ -25,6 +45,7 @@ CardList::CardList(wxWindow* parent, wxWindowID id)
     m_Store = new Store;
     AssociateModel(m_Store);
     m_Store->DecRef();
+    ShowScrollbarsAlways(this);
     // A typed letter would open the view's search box, which then takes the
     // keys the window itself uses (Ctrl+C copies the card number).
     Bind(wxEVT_CHAR, [](wxKeyEvent& event) {

@@ -30,6 +30,7 @@
 #include <wx/stattext.h>
 #include <wx/utils.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
@@ -66,6 +67,10 @@ const int kStartDelayMs = 2;
 const int kNumberColumnWidth = 170;
 const int kChipWidth = 31;
 const int kValidUntilWidth = 170;
+// The smallest list still shows its header and four rows; the columns scroll.
+const int kSmallestListWidth = 560;
+const int kSmallestListHeight = 140;
+const int kSmallestBannerHeight = 40;
 // Often enough that a card shows within a second of its insertion, seldom
 // enough that the look costs nothing noticeable.
 const int kWatchIntervalMs = 200;
@@ -98,7 +103,8 @@ MainFrame::MainFrame(wxWindow* parent)
     sizer_sig_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Signaturzertifikat"));
     sizer_enc_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Geheimhaltungszertifikat"));
     sizer_pers_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Infoboxbereich"));
-    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(LocalizedBanner()));
+    m_BannerImage = LocalizedBanner();
+    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(m_BannerImage));
     list_ctrl_cards = new CardList(panel_main, ID_CARD_LIST);
     // The list's key events stay with the list; Ctrl+C copies from there.
     list_ctrl_cards->Bind(wxEVT_KEY_DOWN, &MainFrame::evt_ListKeyDown, this);
@@ -119,6 +125,7 @@ MainFrame::MainFrame(wxWindow* parent)
                                     wxDefaultSize, wxALIGN_CENTRE_HORIZONTAL);
     for (wxStaticText*& label : label_pin_state)
         label = new wxStaticText(panel_main, wxID_ANY, wxEmptyString);
+    label_list_hint = new wxStaticText(panel_main, wxID_ANY, wxEmptyString);
 
     set_properties();
     do_layout();
@@ -129,6 +136,7 @@ MainFrame::MainFrame(wxWindow* parent)
     list_ctrl_cards->AssignImageList(m_ImageList);
     bitmap_status->Hide();
     label_status->Hide();
+    label_list_hint->Hide();
 
     wxIcon icon;
     icon.CopyFromBitmap(wxBitmap(XpmToImage(IconXpm)));
@@ -194,7 +202,7 @@ void MainFrame::set_properties()
 {
     button_reload->SetToolTip(Tr("Kartenliste neu laden"));
     label_status->SetFont(wxFont(11, wxFONTFAMILY_DEFAULT, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_BOLD));
-    // Room for six rows.
+    // Room for six rows and every column at the size the window opens with.
     list_ctrl_cards->SetMinSize(wxSize(714 + kValidUntilWidth, 200));
     // A sixteen-digit card number must fit its column next to the chip
     // image; shrink the list's font until it does.
@@ -216,7 +224,10 @@ void MainFrame::do_layout()
     sizer_main->Add(bitmap_banner, 0, wxALIGN_CENTER_HORIZONTAL | wxBOTTOM, 6);
 
     wxBoxSizer* sizer_list = new wxBoxSizer(wxHORIZONTAL);
-    sizer_list->Add(list_ctrl_cards, 1, wxEXPAND | wxRIGHT, 6);
+    wxBoxSizer* sizer_list_column = new wxBoxSizer(wxVERTICAL);
+    sizer_list_column->Add(list_ctrl_cards, 1, wxEXPAND);
+    sizer_list_column->Add(label_list_hint, 0, wxEXPAND | wxTOP, 4);
+    sizer_list->Add(sizer_list_column, 1, wxEXPAND | wxRIGHT, 6);
     sizer_list->Add(button_reload, 0, wxALIGN_TOP);
     sizer_main->Add(sizer_list, 1, wxEXPAND | wxLEFT | wxRIGHT, 10);
 
@@ -247,8 +258,50 @@ void MainFrame::do_layout()
     panel_main->SetSizer(sizer_main);
     wxBoxSizer* sizer_frame = new wxBoxSizer(wxVERTICAL);
     sizer_frame->Add(panel_main, 1, wxEXPAND);
-    SetSizerAndFit(sizer_frame);
+    // Not SetSizerAndFit: the toolkit would fit the window again when it is
+    // shown, to the smallest layout below.
+    SetSizer(sizer_frame);
+    SetClientSize(sizer_frame->GetMinSize());
+    const wxSize comfortable = GetSize();
+
+    // Smaller than that, the list keeps four rows and the banner gives way,
+    // scaled as a whole.
+    list_ctrl_cards->SetMinSize(wxSize(kSmallestListWidth, kSmallestListHeight));
+    ScaleBanner(kSmallestBannerHeight);
+    SetMinClientSize(sizer_main->CalcMin());
+    ScaleBanner(m_BannerImage.GetHeight());
+    SetSize(comfortable);
+    Bind(wxEVT_SIZE, [this](wxSizeEvent& event) {
+        FitBanner();
+        event.Skip();
+    });
     Layout();
+}
+
+void MainFrame::ScaleBanner(int height)
+{
+    height = std::max(1, std::min(height, m_BannerImage.GetHeight()));
+    if (bitmap_banner->GetBitmap().IsOk() && bitmap_banner->GetBitmap().GetHeight() == height)
+        return;
+    const int width = m_BannerImage.GetWidth() * height / m_BannerImage.GetHeight();
+    bitmap_banner->SetBitmap(height == m_BannerImage.GetHeight()
+                                 ? wxBitmap(m_BannerImage)
+                                 : wxBitmap(m_BannerImage.Scale(width, height, wxIMAGE_QUALITY_HIGH)));
+    bitmap_banner->SetMinSize(wxSize(width, height));
+}
+
+void MainFrame::FitBanner()
+{
+    if (panel_main == nullptr || panel_main->GetSizer() == nullptr)
+        return;
+    // What the window has beyond the smallest layout goes to the banner
+    // first, up to its own size; the list takes the rest.
+    const wxSize client = GetClientSize();
+    const int current = bitmap_banner->GetMinSize().y;
+    const int others = panel_main->GetSizer()->CalcMin().y - current;
+    int height = std::max(kSmallestBannerHeight, client.y - others);
+    height = std::min(height, client.x * m_BannerImage.GetHeight() / m_BannerImage.GetWidth());
+    ScaleBanner(height);
 }
 
 void MainFrame::MyEnable(bool enable)

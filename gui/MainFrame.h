@@ -12,6 +12,7 @@
 #include "token/acPKCS11Types.h"
 
 #include <wx/frame.h>
+#include <wx/image.h>
 #include <wx/timer.h>
 
 #include <functional>
@@ -148,6 +149,8 @@ public:
     // A command's card work runs on its worker thread (the window is locked).
     bool IsCardWorkRunning() const { return m_CardWork.Running(); }
     wxTimer& GetWatchTimer() { return m_WatchTimer; }
+    // The line under an empty card list that says why it is empty.
+    wxStaticText* GetListHint() const { return label_list_hint; }
     // The PIN state line of an application's box.
     wxStaticText* GetPinStateText(Korvex::ApplType appl) const;
     // The row of the selected card as the last refresh read it; null when none.
@@ -162,6 +165,10 @@ public:
 private:
     void set_properties();
     void do_layout();
+    // The banner at `height` pixels (its own height at most), scaled whole.
+    void ScaleBanner(int height);
+    // The banner as large as the window's room allows.
+    void FitBanner();
     // Remembers the modifiers of the key being pressed, before the list sees it.
     void OnCharHook(wxKeyEvent& event);
     // Runs a PIN change or unblock on the selected card's application.
@@ -198,6 +205,9 @@ private:
     // Marks the PIN states of cards whose objects could not be read as
     // unknown; their numbers, or empty when every card was read.
     static wxString MarkCardsWithUnreadData(const ListEntryVector& rows);
+    // Under an empty list: no reader, or no card in one. Hidden otherwise,
+    // and when the slot list itself could not be read (the status says so).
+    void ShowEmptyListHint(bool slotListRead);
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;
@@ -220,8 +230,10 @@ private:
     wxStaticBitmap* bitmap_status = nullptr;
     wxStaticText* label_status = nullptr;
     wxStaticText* label_pin_state[3] = {nullptr, nullptr, nullptr};
+    wxStaticText* label_list_hint = nullptr;
 
     wxImageList* m_ImageList = nullptr;
+    wxImage m_BannerImage;
     int m_ChipImageIndex = -1;
     int m_WarningImageIndex = -1;
 

@@ -16,6 +16,8 @@
 #include <wx/clipbrd.h>
 #include <wx/dataobj.h>
 #include <wx/menu.h>
+#include <wx/panel.h>
+#include <wx/stattext.h>
 #include <wx/utils.h>
 
 #include <algorithm>
@@ -267,6 +269,7 @@ void MainFrame::evt_reload(wxCommandEvent& /*event*/)
     // No row, no PIN lines: what they said belonged to the list just emptied.
     m_Rows.clear();
     ShowSelectedCardState();
+    ShowEmptyListHint(false);
     // From here until the thread-finished event only the thread uses the
     // token object; the locked window keeps every command away from it.
     if (StartRefreshThread())
@@ -291,6 +294,7 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
 
     const wxString dataUnread = MarkCardsWithUnreadData(rows);
     ShowRows(rows, m_SelectedBeforeRefresh);
+    ShowEmptyListHint(!thread->SlotListFailed());
     const bool cardUnread = thread->UnreadableCards() > 0 || m_P11->UnreadSlotCount() > 0;
     if (thread->SlotListFailed() || cardUnread || !dataUnread.empty()) {
         SetStatus(thread->SlotListFailed() ? Tr("Die Kartenliste konnte nicht gelesen werden.")
@@ -327,6 +331,18 @@ wxString MainFrame::MarkCardsWithUnreadData(const ListEntryVector& rows)
         numbers += (numbers.empty() ? "" : ", ") + row->number;
     }
     return numbers;
+}
+
+void MainFrame::ShowEmptyListHint(bool slotListRead)
+{
+    wxString hint;
+    size_t readers = 0;
+    if (slotListRead && list_ctrl_cards->GetItemCount() == 0 && m_P11->CountReaders(readers))
+        hint = readers == 0 ? Tr("Kein Kartenleser gefunden. Bitte schließen Sie einen Kartenleser an.")
+                            : Tr("Keine Karte gefunden. Bitte stecken Sie Ihre Karte in den Kartenleser.");
+    label_list_hint->SetLabel(hint);
+    label_list_hint->Show(!hint.empty());
+    panel_main->Layout();
 }
 
 void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSelected)

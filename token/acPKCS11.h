@@ -63,6 +63,9 @@ public:
     // Slots of the last GetSlots whose token or slot information could not
     // be read: their cards are missing from its list.
     size_t UnreadSlotCount() const { return m_UnreadSlots; }
+    // Card readers the module offers (removable slots, with or without a
+    // card); false when the module's slot list cannot be read.
+    bool CountReaders(size_t& readers);
     void DeleteSlots();
     // position: index into the list of slots with a token present
     bool GetTokenInfo(unsigned long position, TokenInfoStruct& info);

@@ -5,6 +5,7 @@
 #include "base/Conversion.h"
 #include "token/acPKCS11Internal.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace Korvex {
@@ -157,6 +158,26 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         m_Slots.push_back(slot);
     }
     slots = m_Slots;
+    return true;
+}
+
+bool acPKCS11::CountReaders(size_t& readers)
+{
+    readers = 0;
+    CK_ULONG count = 0;
+    if (callModule(Proc_C_GetSlotList, CK_FALSE, nullptr, &count) != CKR_OK)
+        return false;
+    std::vector<CK_SLOT_ID> ids(std::min<CK_ULONG>(count, tokenimpl::kMaxSlotCount));
+    CK_ULONG returned = ids.size();
+    if (callModule(Proc_C_GetSlotList, CK_FALSE, ids.data(), &returned) != CKR_OK)
+        return false;
+    ids.resize(std::min<CK_ULONG>(returned, ids.size()));
+    for (CK_SLOT_ID id : ids) {
+        CK_SLOT_INFO info;
+        std::memset(&info, 0, sizeof(info));
+        if (callModule(Proc_C_GetSlotInfo, id, &info) == CKR_OK && (info.flags & CKF_REMOVABLE_DEVICE) != 0)
+            ++readers;
+    }
     return true;
 }
 

@@ -3,13 +3,13 @@
 #include "tests/gui/WindowTestSupport.h"
 
 #include "app/I18N.h"
+#include "gui/CardList.h"
 #include "gui/Images.h"
 #include "gui/XpmImage.h"
 #include "sim/SimControl.h"
 
 #include <wx/image.h>
 #include <wx/intl.h>
-#include "gui/CardList.h"
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
@@ -45,6 +45,46 @@ protected:
         I18N::Destroy();
     }
 };
+
+// Dark grey pixels along the list's right edge, below its header: the
+// vertical scrollbar's slider, when one shows.
+int ScrollbarPixels(MainFrame* frame, const std::string& shot)
+{
+    EXPECT_TRUE(SaveScreenshot(frame, shot));
+    wxImage picture;
+    if (!picture.LoadFile(Utf8((shot + ".png").c_str())))
+        return -1;
+    const wxRect list(frame->ScreenToClient(frame->GetCardList()->GetScreenPosition()),
+                      frame->GetCardList()->GetSize());
+    int dark = 0;
+    for (int y = list.y + 40; y < list.GetBottom() - 20; ++y)
+        for (int x = list.GetRight() - 12; x < list.GetRight() - 2; ++x)
+            dark += std::abs(picture.GetRed(x, y) - picture.GetBlue(x, y)) < 12 && picture.GetBlue(x, y) < 180;
+    return dark;
+}
+
+TEST_F(DemoWindowTest, TheListStaysUsableFromTheSmallestWindowToSevenCards)
+{
+    const std::string shots = BinaryDir() + "/screenshots";
+    std::filesystem::create_directories(shots);
+    ASSERT_EQ(Sim::InsertCard(5, "anna"), static_cast<CK_RV>(CKR_OK));
+    ASSERT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 7; }));
+    CardList* list = frame->GetCardList();
+    const wxRect lastRow = list->GetItemRect(list->RowToItem(6));
+    EXPECT_EQ(ScrollbarPixels(frame, shots + "/main-window-seven-cards"), 0) << "no row hidden, no scrollbar";
+
+    // Every row shows at the size the window opens with.
+    EXPECT_LE(lastRow.GetBottom(), list->GetClientSize().y);
+
+    frame->SetSize(640, 480);
+    Pump(300);
+    EXPECT_EQ(frame->GetSize(), wxSize(640, 480));
+    EXPECT_GT(ScrollbarPixels(frame, shots + "/main-window-smallest"), 20) << "rows hidden without a scrollbar";
+    EXPECT_GE(list->GetClientSize().y, 4 * lastRow.height) << "fewer than four rows show";
+    const wxRect banner = frame->GetBanner()->GetScreenRect();
+    EXPECT_TRUE(frame->GetScreenRect().Contains(banner)) << "the banner is cut off";
+    EXPECT_EQ(LayoutFaults(frame), std::vector<std::string>{});
+}
 
 // Every label and title of the window and its children, and the text fields.
 void CollectTexts(wxWindow* window, std::vector<wxString>& texts)
