@@ -3,6 +3,7 @@
 #include "gui/CardList.h"
 
 #include <wx/tooltip.h>
+#include <wx/utils.h>
 
 #include <dlfcn.h>
 
@@ -53,8 +54,10 @@ CardList::CardList(wxWindow* parent, wxWindowID id)
         if (typed == WXK_NONE || typed < ' ' || event.HasAnyModifiers())
             event.Skip();
     });
+    // The motion event counts from below the header, the hit test from the
+    // list's top: the pointer's own position suits the hit test.
     Bind(wxEVT_MOTION, [this](wxMouseEvent& event) {
-        ShowToolTipAt(event.GetPosition());
+        ShowToolTipAt(ScreenToClient(wxGetMousePosition()));
         event.Skip();
     });
     Bind(wxEVT_LEAVE_WINDOW, [this](wxMouseEvent& event) {

@@ -11,6 +11,8 @@
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 #include <wx/toplevel.h>
+#include <wx/tooltip.h>
+#include <wx/uiaction.h>
 
 namespace WindowTests {
 namespace {
@@ -155,6 +157,43 @@ TEST_F(CardListTest, ModuleFailuresDuringARefreshLeaveOutWhatCannotBeReadAndSayW
     for (int id : kCommandButtons)
         EXPECT_TRUE(IsEnabled(id)) << id;
     EXPECT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 4; }, 10.0));
+}
+
+TEST_F(CardListTest, TheTooltipBelongsToTheRowUnderThePointer)
+{
+    SelectCard(kMaria);
+    CardList* list = frame->GetCardList();
+    wxUIActionSimulator mouse;
+    for (const TestCard* card : {&kErika, &kJohann}) {
+        SCOPED_TRACE(card->id);
+        const wxRect row = list->GetItemRect(list->RowToItem(RowOf(*card)));
+        mouse.MouseMove(list->ClientToScreen(row.GetPosition() + wxPoint(row.width / 2, row.height / 2)));
+        Pump(200);
+        EXPECT_TRUE(list->GetToolTipText().Contains(wxString(RowText(RowOf(*card), 3)).Left(10)))
+            << list->GetToolTipText();
+    }
+    // Below the last row nothing covers the list.
+    mouse.MouseMove(list->ClientToScreen(wxPoint(list->GetClientSize().x / 2, list->GetClientSize().y - 8)));
+    Pump(200);
+    EXPECT_EQ(list->GetToolTip(), nullptr);
+}
+
+TEST_F(CardListTest, AnEmptyListSaysWhetherTheCardOrTheReaderIsMissing)
+{
+    EXPECT_FALSE(frame->GetListHint()->IsShown());
+    for (CK_SLOT_ID reader = 0; reader < 4; ++reader)
+        ASSERT_EQ(Sim::RemoveCard(reader), static_cast<CK_RV>(CKR_OK));
+    ASSERT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().empty(); }));
+    EXPECT_TRUE(frame->GetListHint()->IsShown());
+    EXPECT_EQ(frame->GetListHint()->GetLabel(),
+              Utf8("Keine Karte gefunden. Bitte stecken Sie Ihre Karte in den Kartenleser."));
+
+    TearDown();
+    cardSet = R"(<cardset><reader name="Vessa Internal Slot" removable="false">
+                   <card id="internal" generation="INTERNAL" serial="0000000000000001"/></reader></cardset>)";
+    SetUp();
+    EXPECT_EQ(frame->GetListHint()->GetLabel(),
+              Utf8("Kein Kartenleser gefunden. Bitte schlie\xC3\x9F" "en Sie einen Kartenleser an."));
 }
 
 TEST_F(CardListTest, CommandWithoutSelectionActsOnTheFirstRow)

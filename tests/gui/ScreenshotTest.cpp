@@ -10,6 +10,7 @@
 
 #include <wx/image.h>
 #include <wx/intl.h>
+#include <wx/regex.h>
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
@@ -116,6 +117,8 @@ TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
     SelectRow(4); // Max: a signature PIN on its last try
     EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_SIGNATURE)->GetLabel(), "PIN: only 1 try left");
     EXPECT_TRUE(wxString(RowText(3, 3)).EndsWith("(expired)")) << RowText(3, 3);
+    // No English locale is installed here: year-month-day, not dd.mm.yyyy.
+    EXPECT_TRUE(wxRegEx("^[0-9]{4}-[0-9]{2}-[0-9]{2} ").Matches(RowText(3, 3))) << RowText(3, 3);
     std::vector<wxString> texts;
     CollectTexts(frame, texts);
     CardList* list = frame->GetCardList();

@@ -89,7 +89,10 @@ std::vector<std::string> ViewedCertificates()
 
 void MainWindowTest::SetUp()
 {
-    UseTestCardSet(UsesTestCardSet());
+    if (cardSet.empty())
+        UseTestCardSet(UsesTestCardSet());
+    else
+        UseCardSet(cardSet);
     frame = new MainFrame(nullptr);
     // Counts the refreshes once the window's own handler has shown the rows.
     frame->Bind(
