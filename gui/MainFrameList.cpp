@@ -173,8 +173,13 @@ wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
     return menu;
 }
 
-void MainFrame::evt_ItemRightClick(wxDataViewEvent& /*event*/)
+void MainFrame::evt_ItemRightClick(wxDataViewEvent& event)
 {
+    // The tree view leaves the selection alone on a right click; the menu is
+    // for the row clicked, as in a list.
+    const int clicked = list_ctrl_cards->ItemToRow(event.GetItem());
+    if (clicked != wxNOT_FOUND && clicked != list_ctrl_cards->GetSelectedRow())
+        list_ctrl_cards->ChooseRow(clicked);
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
     GetSelectedItem(number, type);

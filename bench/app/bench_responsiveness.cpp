@@ -8,6 +8,7 @@
 // dialogue. Needs an X display (xvfb-run). Prints figures; asserts nothing.
 //
 //   bench_responsiveness [call_ms [apdu_ms]]
+#include "gui/CardList.h"
 #include "gui/InfoboxBereich.h"
 #include "gui/MainFrame.h"
 #include "gui/TestDialog.h"
@@ -16,7 +17,6 @@
 #include <wx/app.h>
 #include <wx/evtloop.h>
 #include <wx/listbox.h>
-#include <wx/listctrl.h>
 #include <wx/timer.h>
 
 #include <sys/stat.h>
@@ -135,9 +135,9 @@ private:
     }
     void SelectJohann()
     {
-        for (long row = 0; row < Rows(); ++row)
-            if (m_frame->GetCardList()->GetItemText(row, 0) == "1203000000001111")
-                m_frame->GetCardList()->SetItemState(row, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+        for (int row = 0; row < Rows(); ++row)
+            if (m_frame->GetCardList()->RowText(row, 0) == "1203000000001111")
+                m_frame->GetCardList()->ChooseRow(row);
     }
 
     void Tick()
