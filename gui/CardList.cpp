@@ -51,7 +51,7 @@ CardList::CardList(wxWindow* parent, wxWindowID id)
     // keys the window itself uses (Ctrl+C copies the card number).
     Bind(wxEVT_CHAR, [](wxKeyEvent& event) {
         const wxChar typed = event.GetUnicodeKey();
-        if (typed == WXK_NONE || typed < ' ' || event.HasAnyModifiers())
+        if (typed == WXK_NONE || typed <= ' ' || event.ControlDown() || event.AltDown())
             event.Skip();
     });
     // The motion event counts from below the header, the hit test from the
