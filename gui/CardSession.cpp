@@ -4,6 +4,7 @@
 #include "app/VessaCardsLogger.h"
 #include "token/acPKCS11.h"
 
+#include <algorithm>
 #include <vector>
 
 CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKnown, const std::string& number,
@@ -27,5 +28,16 @@ CardSession OpenCardSession(Korvex::acPKCS11& p11, CK_SLOT_ID slot, bool slotKno
         return CardSession::SESSION_FAILED;
     }
     AppLog()->LogError("cannot load card list");
-    return listed ? CardSession::CARD_GONE : CardSession::LIST_UNREADABLE;
+    if (!listed)
+        return CardSession::LIST_UNREADABLE;
+    // Gone only when its reader holds no card any more or holds another one:
+    // a reader whose card did not answer is not in the list either.
+    bool readerListed = false;
+    for (const Korvex::SlotStruct* listedSlot : slots)
+        readerListed = readerListed || listedSlot->slotID == slot;
+    std::vector<CK_SLOT_ID> present;
+    if (slotKnown && !readerListed &&
+        (!p11.GetPresentSlotIds(present) || std::find(present.begin(), present.end(), slot) != present.end()))
+        return CardSession::SESSION_FAILED;
+    return CardSession::CARD_GONE;
 }

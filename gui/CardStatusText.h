@@ -9,9 +9,17 @@
 
 #include <ctime>
 
-// "PIN: noch 2 Versuche", "PIN gesperrt – mit PUK entsperren", ...; empty
-// when the card did not tell.
-wxString PinStatusText(const Korvex::PinStatus& status);
+// What the holder can do about a PIN in this window.
+struct PinActions {
+    bool unblock = true; // a PUK unblocks it
+    bool change = true;  // it is changed here
+};
+PinActions PinActionsFor(int tokenType, Korvex::ApplType appl);
+
+// "PIN: noch 2 Versuche", "PIN gesperrt – mit PUK entsperren", ...; a locked
+// PIN says what the holder can do about it; "PIN-Status unbekannt" when the
+// card's answer could not be read; empty when the card does not tell.
+wxString PinStatusText(const Korvex::PinStatus& status, PinActions actions = PinActions());
 
 enum ValidityMark { VALIDITY_UNKNOWN, VALIDITY_GOOD, VALIDITY_EXPIRES_SOON, VALIDITY_NOT_VALID };
 

@@ -6,6 +6,7 @@
 #include "app/ProgramConfig.h"
 #include "app/VessaCardsLogger.h"
 #include "base/Config.h"
+#include "gui/CardList.h"
 #include "gui/CardStatusText.h"
 #include "gui/Images.h"
 #include "gui/LocalizedBanner.h"
@@ -29,6 +30,7 @@
 #include <wx/stattext.h>
 #include <wx/utils.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
@@ -51,10 +53,9 @@ wxBEGIN_EVENT_TABLE(MainFrame, wxFrame)
     EVT_TIMER(ID_START_TIMER, MainFrame::evt_OnTimer)
     EVT_TIMER(ID_FADE_TIMER, MainFrame::evt_OnFadeOut)
     EVT_TIMER(ID_WATCH_TIMER, MainFrame::evt_OnWatchTimer)
-    EVT_LIST_ITEM_SELECTED(ID_CARD_LIST, MainFrame::evt_ItemSelected)
-    EVT_LIST_ITEM_RIGHT_CLICK(ID_CARD_LIST, MainFrame::evt_ItemRightClick)
-    EVT_LIST_ITEM_ACTIVATED(ID_CARD_LIST, MainFrame::evt_ItemDoubleClick)
-    EVT_LIST_KEY_DOWN(ID_CARD_LIST, MainFrame::evt_ListKeyDown)
+    EVT_DATAVIEW_SELECTION_CHANGED(ID_CARD_LIST, MainFrame::evt_ItemSelected)
+    EVT_DATAVIEW_ITEM_CONTEXT_MENU(ID_CARD_LIST, MainFrame::evt_ItemRightClick)
+    EVT_DATAVIEW_ITEM_ACTIVATED(ID_CARD_LIST, MainFrame::evt_ItemDoubleClick)
     EVT_MENU(ID_THREAD_FINISHED, MainFrame::evt_ThreadFinished)
     EVT_CHAR_HOOK(MainFrame::OnCharHook)
 wxEND_EVENT_TABLE()
@@ -66,6 +67,10 @@ const int kStartDelayMs = 2;
 const int kNumberColumnWidth = 170;
 const int kChipWidth = 31;
 const int kValidUntilWidth = 170;
+// The smallest list still shows its header and four rows; the columns scroll.
+const int kSmallestListWidth = 560;
+const int kSmallestListHeight = 140;
+const int kSmallestBannerHeight = 40;
 // Often enough that a card shows within a second of its insertion, seldom
 // enough that the look costs nothing noticeable.
 const int kWatchIntervalMs = 200;
@@ -98,9 +103,11 @@ MainFrame::MainFrame(wxWindow* parent)
     sizer_sig_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Signaturzertifikat"));
     sizer_enc_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Geheimhaltungszertifikat"));
     sizer_pers_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Infoboxbereich"));
-    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(LocalizedBanner()));
-    list_ctrl_cards = new wxListCtrl(panel_main, ID_CARD_LIST, wxDefaultPosition, wxDefaultSize,
-                                     wxLC_REPORT | wxLC_SINGLE_SEL | wxSUNKEN_BORDER);
+    m_BannerImage = LocalizedBanner();
+    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(m_BannerImage));
+    list_ctrl_cards = new CardList(panel_main, ID_CARD_LIST);
+    // The list's key events stay with the list; Ctrl+C copies from there.
+    list_ctrl_cards->Bind(wxEVT_KEY_DOWN, &MainFrame::evt_ListKeyDown, this);
     button_reload = new wxBitmapButton(panel_main, ID_RELOAD, wxBitmap(XpmToImage(ButtonReload)));
     button_sig_change_pin = new wxButton(panel_main, ID_SIG_CHANGE_PIN, Tr("6 stellige PIN ändern"));
     button_sig_puk = new wxButton(panel_main, ID_SIG_PUK, Tr("6 stellige PIN entsperren"));
@@ -118,6 +125,7 @@ MainFrame::MainFrame(wxWindow* parent)
                                     wxDefaultSize, wxALIGN_CENTRE_HORIZONTAL);
     for (wxStaticText*& label : label_pin_state)
         label = new wxStaticText(panel_main, wxID_ANY, wxEmptyString);
+    label_list_hint = new wxStaticText(panel_main, wxID_ANY, wxEmptyString);
 
     set_properties();
     do_layout();
@@ -125,11 +133,10 @@ MainFrame::MainFrame(wxWindow* parent)
     m_ImageList = new wxImageList(kChipWidth, 22);
     m_ChipImageIndex = m_ImageList->Add(wxBitmap(XpmToImage(chip_small_xpm)));
     m_WarningImageIndex = m_ImageList->Add(WarningChip());
-    // The small list owns the image list; the normal one only borrows it.
-    list_ctrl_cards->SetImageList(m_ImageList, wxIMAGE_LIST_NORMAL);
-    list_ctrl_cards->AssignImageList(m_ImageList, wxIMAGE_LIST_SMALL);
+    list_ctrl_cards->AssignImageList(m_ImageList);
     bitmap_status->Hide();
     label_status->Hide();
+    label_list_hint->Hide();
 
     wxIcon icon;
     icon.CopyFromBitmap(wxBitmap(XpmToImage(IconXpm)));
@@ -139,10 +146,10 @@ MainFrame::MainFrame(wxWindow* parent)
     else
         SetTitle(wxString::Format("%s (%s)", Tr("Kartenverwaltung"), "x64"));
 
-    list_ctrl_cards->InsertColumn(0, Tr("Kartennummer"), wxLIST_FORMAT_LEFT, kNumberColumnWidth);
-    list_ctrl_cards->InsertColumn(1, Tr("Ausgestellt für"), wxLIST_FORMAT_LEFT, 350);
-    list_ctrl_cards->InsertColumn(2, Tr("Kartentyp"), wxLIST_FORMAT_LEFT, 190);
-    list_ctrl_cards->InsertColumn(3, Tr("Gültig bis"), wxLIST_FORMAT_LEFT, kValidUntilWidth);
+    list_ctrl_cards->AddColumn(Tr("Kartennummer"), kNumberColumnWidth);
+    list_ctrl_cards->AddColumn(Tr("Ausgestellt für"), 350);
+    list_ctrl_cards->AddColumn(Tr("Kartentyp"), 190);
+    list_ctrl_cards->AddColumn(Tr("Gültig bis"), kValidUntilWidth);
 
     m_P11 = new Korvex::acPKCS11();
     if (!m_P11->init()) {
@@ -195,11 +202,11 @@ void MainFrame::set_properties()
 {
     button_reload->SetToolTip(Tr("Kartenliste neu laden"));
     label_status->SetFont(wxFont(11, wxFONTFAMILY_DEFAULT, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_BOLD));
-    // Room for six rows.
+    // Room for six rows and every column at the size the window opens with.
     list_ctrl_cards->SetMinSize(wxSize(714 + kValidUntilWidth, 200));
     // A sixteen-digit card number must fit its column next to the chip
     // image; shrink the list's font until it does.
-    const int numberSpace = kNumberColumnWidth - kChipWidth - 20;
+    const int numberSpace = kNumberColumnWidth - kChipWidth - 28;
     wxFont listFont = list_ctrl_cards->GetFont();
     int width = 0;
     for (;;) {
@@ -217,7 +224,10 @@ void MainFrame::do_layout()
     sizer_main->Add(bitmap_banner, 0, wxALIGN_CENTER_HORIZONTAL | wxBOTTOM, 6);
 
     wxBoxSizer* sizer_list = new wxBoxSizer(wxHORIZONTAL);
-    sizer_list->Add(list_ctrl_cards, 1, wxEXPAND | wxRIGHT, 6);
+    wxBoxSizer* sizer_list_column = new wxBoxSizer(wxVERTICAL);
+    sizer_list_column->Add(list_ctrl_cards, 1, wxEXPAND);
+    sizer_list_column->Add(label_list_hint, 0, wxEXPAND | wxTOP, 4);
+    sizer_list->Add(sizer_list_column, 1, wxEXPAND | wxRIGHT, 6);
     sizer_list->Add(button_reload, 0, wxALIGN_TOP);
     sizer_main->Add(sizer_list, 1, wxEXPAND | wxLEFT | wxRIGHT, 10);
 
@@ -248,8 +258,50 @@ void MainFrame::do_layout()
     panel_main->SetSizer(sizer_main);
     wxBoxSizer* sizer_frame = new wxBoxSizer(wxVERTICAL);
     sizer_frame->Add(panel_main, 1, wxEXPAND);
-    SetSizerAndFit(sizer_frame);
+    // Not SetSizerAndFit: the toolkit would fit the window again when it is
+    // shown, to the smallest layout below.
+    SetSizer(sizer_frame);
+    SetClientSize(sizer_frame->GetMinSize());
+    const wxSize comfortable = GetSize();
+
+    // Smaller than that, the list keeps four rows and the banner gives way,
+    // scaled as a whole.
+    list_ctrl_cards->SetMinSize(wxSize(kSmallestListWidth, kSmallestListHeight));
+    ScaleBanner(kSmallestBannerHeight);
+    SetMinClientSize(sizer_main->CalcMin());
+    ScaleBanner(m_BannerImage.GetHeight());
+    SetSize(comfortable);
+    Bind(wxEVT_SIZE, [this](wxSizeEvent& event) {
+        FitBanner();
+        event.Skip();
+    });
     Layout();
+}
+
+void MainFrame::ScaleBanner(int height)
+{
+    height = std::max(1, std::min(height, m_BannerImage.GetHeight()));
+    if (bitmap_banner->GetBitmap().IsOk() && bitmap_banner->GetBitmap().GetHeight() == height)
+        return;
+    const int width = m_BannerImage.GetWidth() * height / m_BannerImage.GetHeight();
+    bitmap_banner->SetBitmap(height == m_BannerImage.GetHeight()
+                                 ? wxBitmap(m_BannerImage)
+                                 : wxBitmap(m_BannerImage.Scale(width, height, wxIMAGE_QUALITY_HIGH)));
+    bitmap_banner->SetMinSize(wxSize(width, height));
+}
+
+void MainFrame::FitBanner()
+{
+    if (panel_main == nullptr || panel_main->GetSizer() == nullptr)
+        return;
+    // What the window has beyond the smallest layout goes to the banner
+    // first, up to its own size; the list takes the rest.
+    const wxSize client = GetClientSize();
+    const int current = bitmap_banner->GetMinSize().y;
+    const int others = panel_main->GetSizer()->CalcMin().y - current;
+    int height = std::max(kSmallestBannerHeight, client.y - others);
+    height = std::min(height, client.x * m_BannerImage.GetHeight() / m_BannerImage.GetWidth());
+    ScaleBanner(height);
 }
 
 void MainFrame::MyEnable(bool enable)

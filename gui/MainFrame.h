@@ -12,14 +12,16 @@
 #include "token/acPKCS11Types.h"
 
 #include <wx/frame.h>
-#include <wx/listctrl.h>
+#include <wx/image.h>
 #include <wx/timer.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
+class CardList;
 class RefreshCardThread;
+class wxDataViewEvent;
 class wxBitmapButton;
 class wxButton;
 class wxImageList;
@@ -88,10 +90,10 @@ public:
     virtual void evt_reload(wxCommandEvent& event);
     virtual void evt_OnTimer(wxTimerEvent& event);
     virtual void evt_OnFadeOut(wxTimerEvent& event);
-    virtual void evt_ItemSelected(wxListEvent& event);
-    virtual void evt_ItemRightClick(wxListEvent& event);
-    virtual void evt_ItemDoubleClick(wxListEvent& event);
-    virtual void evt_ListKeyDown(wxListEvent& event);
+    virtual void evt_ItemSelected(wxDataViewEvent& event);
+    virtual void evt_ItemRightClick(wxDataViewEvent& event);
+    virtual void evt_ItemDoubleClick(wxDataViewEvent& event);
+    virtual void evt_ListKeyDown(wxKeyEvent& event);
     virtual void evt_ThreadFinished(wxCommandEvent& event);
     virtual void evt_OnPopupClick(wxCommandEvent& event);
     // Looks for cards that came or went and refreshes the list when one did.
@@ -134,7 +136,7 @@ public:
     wxMenu* CreatePopupMenu(Korvex::TokenType type);
 
     // Parts of the window, for code that drives it without a mouse.
-    wxListCtrl* GetCardList() const { return list_ctrl_cards; }
+    CardList* GetCardList() const { return list_ctrl_cards; }
     wxStaticText* GetStatusText() const { return label_status; }
     wxStaticBitmap* GetStatusIcon() const { return bitmap_status; }
     wxStaticBitmap* GetBanner() const { return bitmap_banner; }
@@ -147,6 +149,8 @@ public:
     // A command's card work runs on its worker thread (the window is locked).
     bool IsCardWorkRunning() const { return m_CardWork.Running(); }
     wxTimer& GetWatchTimer() { return m_WatchTimer; }
+    // The line under an empty card list that says why it is empty.
+    wxStaticText* GetListHint() const { return label_list_hint; }
     // The PIN state line of an application's box.
     wxStaticText* GetPinStateText(Korvex::ApplType appl) const;
     // The row of the selected card as the last refresh read it; null when none.
@@ -161,6 +165,10 @@ public:
 private:
     void set_properties();
     void do_layout();
+    // The banner at `height` pixels (its own height at most), scaled whole.
+    void ScaleBanner(int height);
+    // The banner as large as the window's room allows.
+    void FitBanner();
     // Remembers the modifiers of the key being pressed, before the list sees it.
     void OnCharHook(wxKeyEvent& event);
     // Runs a PIN change or unblock on the selected card's application.
@@ -194,10 +202,16 @@ private:
     // the thread could not start (the window is unlocked again).
     bool StartCardWork(std::function<void()> work, std::function<void()> done);
     void ShowRows(const ListEntryVector& rows, const std::string& keepSelected);
+    // Marks the PIN states of cards whose objects could not be read as
+    // unknown; their numbers, or empty when every card was read.
+    static wxString MarkCardsWithUnreadData(const ListEntryVector& rows);
+    // Under an empty list: no reader, or no card in one. Hidden otherwise,
+    // and when the slot list itself could not be read (the status says so).
+    void ShowEmptyListHint(bool slotListRead);
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;
-    wxListCtrl* list_ctrl_cards = nullptr;
+    CardList* list_ctrl_cards = nullptr;
     wxBitmapButton* button_reload = nullptr;
     wxStaticBox* sizer_sig_staticbox = nullptr;
     wxStaticBox* sizer_enc_staticbox = nullptr;
@@ -216,8 +230,10 @@ private:
     wxStaticBitmap* bitmap_status = nullptr;
     wxStaticText* label_status = nullptr;
     wxStaticText* label_pin_state[3] = {nullptr, nullptr, nullptr};
+    wxStaticText* label_list_hint = nullptr;
 
     wxImageList* m_ImageList = nullptr;
+    wxImage m_BannerImage;
     int m_ChipImageIndex = -1;
     int m_WarningImageIndex = -1;
 

@@ -5,8 +5,11 @@
 #include "gui/MainFrame.h"
 
 #include "app/VessaCardsLogger.h"
+#include "gui/CardList.h"
 #include "gui/CardSession.h"
 #include "gui/Translate.h"
+
+#include <wx/stattext.h>
 #include "token/CardPinStates.h"
 #include "token/acPKCS11.h"
 
@@ -55,6 +58,7 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
 {
     struct PinWork {
         Korvex::PKCS11Return result = Korvex::PKCS11_ERROR;
+        CK_RV rv = CKR_OK;
         Korvex::CardPinStates pins;
     };
     auto pinWork = std::make_shared<PinWork>();
@@ -62,6 +66,7 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
         [=](Korvex::acPKCS11& p11) {
             // The module runs its own PIN dialogue inside these calls.
             pinWork->result = unblock ? p11.UnblockPIN(appl) : p11.ChangePIN(appl);
+            pinWork->rv = p11.LastPinCommandRv();
             // The user sees at once what the attempt cost. The generation is
             // known from the listing; the token flags, which tell an ACOS
             // card's PIN state, may have changed and are read afresh.
@@ -76,6 +81,13 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
                 SetStatusPinUnblock(pinWork->result);
             else
                 SetStatusPinChange(pinWork->result);
+            // The module could not show its PIN dialogue (no desktop session,
+            // no pinentry): the defined text stays, the reason follows it.
+            if (pinWork->result == Korvex::PKCS11_ERROR && pinWork->rv == CKR_FUNCTION_FAILED) {
+                AppLog()->LogMessage("PIN dialogue could not be shown (CKR_FUNCTION_FAILED)");
+                SetStatus(GetStatusText()->GetLabel() + "\n" + Tr("Der PIN-Dialog konnte nicht angezeigt werden."),
+                          true);
+            }
         });
 }
 
@@ -114,13 +126,13 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
 
 void MainFrame::ApplyPinStates(const std::string& number, const Korvex::CardPinStates& pins)
 {
-    for (long item = 0; item < list_ctrl_cards->GetItemCount(); ++item) {
-        if (list_ctrl_cards->GetItemText(item, 0) != wxString::FromUTF8(number.c_str()))
+    for (int item = 0; item < list_ctrl_cards->GetItemCount(); ++item) {
+        if (list_ctrl_cards->RowText(item, 0) != wxString::FromUTF8(number.c_str()))
             continue;
         for (const std::shared_ptr<ListEntryData>& row : m_Rows)
-            if (row->number == list_ctrl_cards->GetItemText(item, 0))
+            if (row->number == list_ctrl_cards->RowText(item, 0))
                 row->pins = pins;
-        list_ctrl_cards->SetItemImage(item, pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);
+        list_ctrl_cards->SetRowImage(item, pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);
     }
     ShowSelectedCardState();
     ApplySelectionRules();

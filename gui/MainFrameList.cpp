@@ -4,6 +4,7 @@
 
 #include "app/VessaCardsLogger.h"
 #include "base/wxHelper.h"
+#include "gui/CardList.h"
 #include "gui/CardStatusText.h"
 #include "gui/RefreshCardThread.h"
 #include "gui/Translate.h"
@@ -15,6 +16,8 @@
 #include <wx/clipbrd.h>
 #include <wx/dataobj.h>
 #include <wx/menu.h>
+#include <wx/panel.h>
+#include <wx/stattext.h>
 #include <wx/utils.h>
 
 #include <algorithm>
@@ -36,19 +39,19 @@ const int kLongestRetryMs = 60000;
 void MainFrame::GetSelectedItem(std::string& number, Korvex::TokenType& type)
 {
     number.clear();
-    long item = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
-    if (item == -1) {
-        item = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_DONTCARE);
-        if (item == -1)
+    int item = list_ctrl_cards->GetSelectedRow();
+    if (item == wxNOT_FOUND) {
+        if (list_ctrl_cards->GetItemCount() == 0)
             return;
-        list_ctrl_cards->SetItemState(item, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+        item = 0;
+        list_ctrl_cards->SelectRow(item);
         wxYieldIfNeeded();
         // The yield may have run a handler that emptied the list.
         if (item >= list_ctrl_cards->GetItemCount())
             return;
     }
-    number = Korvex::WxStr2MB(list_ctrl_cards->GetItemText(item, 0));
-    type = static_cast<Korvex::TokenType>(list_ctrl_cards->GetItemData(item));
+    number = Korvex::WxStr2MB(list_ctrl_cards->RowText(item, 0));
+    type = static_cast<Korvex::TokenType>(list_ctrl_cards->RowData(item));
 }
 
 bool MainFrame::GetSlotIdxForSelectedCard(int& slotIdx, Korvex::TokenType& type)
@@ -86,7 +89,7 @@ void MainFrame::ReportCardUnreachable(CardUnreachable why)
     RefreshWhenIdle();
 }
 
-void MainFrame::evt_ItemSelected(wxListEvent& /*event*/)
+void MainFrame::evt_ItemSelected(wxDataViewEvent& /*event*/)
 {
     ApplySelectionRules();
     ShowSelectedCardState();
@@ -170,8 +173,13 @@ wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
     return menu;
 }
 
-void MainFrame::evt_ItemRightClick(wxListEvent& /*event*/)
+void MainFrame::evt_ItemRightClick(wxDataViewEvent& event)
 {
+    // The tree view leaves the selection alone on a right click; the menu is
+    // for the row clicked, as in a list.
+    const int clicked = list_ctrl_cards->ItemToRow(event.GetItem());
+    if (clicked != wxNOT_FOUND && clicked != list_ctrl_cards->GetSelectedRow())
+        list_ctrl_cards->ChooseRow(clicked);
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
     GetSelectedItem(number, type);
@@ -200,7 +208,7 @@ void MainFrame::evt_OnPopupClick(wxCommandEvent& event)
     }
 }
 
-void MainFrame::evt_ItemDoubleClick(wxListEvent& /*event*/)
+void MainFrame::evt_ItemDoubleClick(wxDataViewEvent& /*event*/)
 {
     // The encryption certificate, else the signature certificate.
     ShowCertificate({false, true});
@@ -212,10 +220,10 @@ void MainFrame::OnCharHook(wxKeyEvent& event)
     event.Skip();
 }
 
-void MainFrame::evt_ListKeyDown(wxListEvent& event)
+void MainFrame::evt_ListKeyDown(wxKeyEvent& event)
 {
     const int key = event.GetKeyCode();
-    const bool control = m_ControlWithLastKey || wxGetKeyState(WXK_CONTROL);
+    const bool control = event.ControlDown() || m_ControlWithLastKey || wxGetKeyState(WXK_CONTROL);
     if ((key == 'C' || key == 'c') && control) {
         std::string number;
         Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
@@ -256,14 +264,17 @@ void MainFrame::evt_reload(wxCommandEvent& /*event*/)
         return;
     AppLog()->LogMessage("evt_reload");
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
-    const long selected = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
     m_SelectedBeforeRefresh.clear();
-    if (selected != -1)
+    if (list_ctrl_cards->GetSelectedRow() != wxNOT_FOUND)
         GetSelectedItem(m_SelectedBeforeRefresh, type);
     MyEnable(false);
     m_Wait.Centre(wxBOTH);
     m_Wait.Show();
-    list_ctrl_cards->DeleteAllItems();
+    list_ctrl_cards->DeleteAllRows();
+    // No row, no PIN lines: what they said belonged to the list just emptied.
+    m_Rows.clear();
+    ShowSelectedCardState();
+    ShowEmptyListHint(false);
     // From here until the thread-finished event only the thread uses the
     // token object; the locked window keeps every command away from it.
     if (StartRefreshThread())
@@ -286,10 +297,15 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
     if (IsClosing())
         return;
 
+    const wxString dataUnread = MarkCardsWithUnreadData(rows);
     ShowRows(rows, m_SelectedBeforeRefresh);
-    if (thread->SlotListFailed() || thread->UnreadableCards() > 0) {
+    ShowEmptyListHint(!thread->SlotListFailed());
+    const bool cardUnread = thread->UnreadableCards() > 0 || m_P11->UnreadSlotCount() > 0;
+    if (thread->SlotListFailed() || cardUnread || !dataUnread.empty()) {
         SetStatus(thread->SlotListFailed() ? Tr("Die Kartenliste konnte nicht gelesen werden.")
-                                           : Tr("Eine Karte konnte nicht gelesen werden."),
+                  : cardUnread             ? Tr("Eine Karte konnte nicht gelesen werden.")
+                                           : wxString::Format(Tr("Die Daten der Karte %s konnten nicht gelesen werden."),
+                                                              dataUnread),
                   true);
         // A one-off failure goes away with the next try.
         m_RetryDelayMs = m_RetryDelayMs == 0 ? kFirstRetryMs : std::min(2 * m_RetryDelayMs, kLongestRetryMs);
@@ -304,35 +320,65 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
     m_Wait.Hide();
 }
 
+wxString MainFrame::MarkCardsWithUnreadData(const ListEntryVector& rows)
+{
+    // A personalised card always carries its certificates: without one its
+    // objects could not be read, and what it said of its PINs is not vouched
+    // for either.
+    wxString numbers;
+    for (const std::shared_ptr<ListEntryData>& row : rows) {
+        if (row->holder != wxString::FromUTF8("unbekannt") || row->number == wxString::FromUTF8(EMPTY_CARD.c_str()))
+            continue;
+        for (Korvex::PinStatus& pin : row->pins.pins) {
+            pin = Korvex::PinStatus();
+            pin.unreadable = true;
+        }
+        numbers += (numbers.empty() ? "" : ", ") + row->number;
+    }
+    return numbers;
+}
+
+void MainFrame::ShowEmptyListHint(bool slotListRead)
+{
+    wxString hint;
+    size_t readers = 0;
+    if (slotListRead && list_ctrl_cards->GetItemCount() == 0 && m_P11->CountReaders(readers))
+        hint = readers == 0 ? Tr("Kein Kartenleser gefunden. Bitte schließen Sie einen Kartenleser an.")
+                            : Tr("Keine Karte gefunden. Bitte stecken Sie Ihre Karte in den Kartenleser.");
+    label_list_hint->SetLabel(hint);
+    label_list_hint->Show(!hint.empty());
+    panel_main->Layout();
+}
+
 void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSelected)
 {
     m_Rows = rows;
     const std::time_t now = std::time(nullptr);
     // Every row goes in at the position of the one before, so the last card
     // read ends up on top.
-    long index = 0;
+    int index = 0;
     for (const std::shared_ptr<ListEntryData>& row : rows) {
-        const int image = row->pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex;
-        index = list_ctrl_cards->InsertItem(index, row->number, image);
+        CardList::Row contents;
         // The placeholder is the only holder text of the program's own.
-        list_ctrl_cards->SetItem(index, 1, row->holder == wxString::FromUTF8("unbekannt") ? Tr("unbekannt") : row->holder);
-        list_ctrl_cards->SetItem(index, 2, row->typeName);
-        list_ctrl_cards->SetItem(index, 3, ValidUntilText(*row, now));
-        list_ctrl_cards->SetItemData(index, row->type);
+        const wxString holder = row->holder == wxString::FromUTF8("unbekannt") ? Tr("unbekannt") : row->holder;
+        contents.texts = {row->number, holder, row->typeName, ValidUntilText(*row, now)};
+        contents.image = row->pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex;
+        contents.data = row->type;
         const ValidityMark mark = CertificateValidity(*row, now);
         if (mark == VALIDITY_NOT_VALID)
-            list_ctrl_cards->SetItemBackgroundColour(index, kNotValidBackground);
+            contents.background = kNotValidBackground;
         else if (mark == VALIDITY_EXPIRES_SOON)
-            list_ctrl_cards->SetItemBackgroundColour(index, kExpiresSoonBackground);
+            contents.background = kExpiresSoonBackground;
+        contents.toolTip = CertificateDetails(*row);
+        index = list_ctrl_cards->InsertRow(index, contents);
     }
     // The card selected before stays selected while it is there.
-    long selected = 0;
-    for (long row = 0; row < list_ctrl_cards->GetItemCount(); ++row)
-        if (!keepSelected.empty() && Korvex::WxStr2MB(list_ctrl_cards->GetItemText(row, 0)) == keepSelected)
+    int selected = 0;
+    for (int row = 0; row < list_ctrl_cards->GetItemCount(); ++row)
+        if (!keepSelected.empty() && Korvex::WxStr2MB(list_ctrl_cards->RowText(row, 0)) == keepSelected)
             selected = row;
     if (list_ctrl_cards->GetItemCount() > 0)
-        list_ctrl_cards->SetItemState(selected, wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED,
-                                      wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED);
+        list_ctrl_cards->ChooseRow(selected);
     else
         ShowSelectedCardState();
 }

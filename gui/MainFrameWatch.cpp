@@ -4,6 +4,7 @@
 #include "gui/MainFrame.h"
 
 #include "base/wxHelper.h"
+#include "gui/CardList.h"
 #include "gui/CardStatusText.h"
 #include "token/acPKCS11.h"
 
@@ -43,10 +44,10 @@ void MainFrame::evt_OnWatchTimer(wxTimerEvent& /*event*/)
 
 const ListEntryData* MainFrame::SelectedCardData() const
 {
-    const long item = list_ctrl_cards->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
-    if (item == -1)
+    const int item = list_ctrl_cards->GetSelectedRow();
+    if (item == wxNOT_FOUND)
         return nullptr;
-    const wxString number = list_ctrl_cards->GetItemText(item, 0);
+    const wxString number = list_ctrl_cards->RowText(item, 0);
     for (const std::shared_ptr<ListEntryData>& row : m_Rows)
         if (row->number == number)
             return row.get();
@@ -68,11 +69,12 @@ void MainFrame::ShowSelectedCardState()
     const ListEntryData* row = SelectedCardData();
     for (int appl = Korvex::APPL_SIGNATURE; appl <= Korvex::APPL_IDENTITY_LINK; ++appl) {
         const Korvex::PinStatus* pin = row != nullptr ? &row->pins.pins[appl] : nullptr;
-        label_pin_state[appl]->SetLabel(pin != nullptr ? PinStatusText(*pin) : wxString());
+        const PinActions actions = row != nullptr ? PinActionsFor(row->type, static_cast<Korvex::ApplType>(appl))
+                                                  : PinActions();
+        label_pin_state[appl]->SetLabel(pin != nullptr ? PinStatusText(*pin, actions) : wxString());
         // Locked or one try left: the line must catch the eye before a try.
         const bool warn = pin != nullptr && pin->known && (pin->locked || pin->finalTry);
         label_pin_state[appl]->SetForegroundColour(warn ? wxColour(176, 0, 0) : wxNullColour);
     }
-    list_ctrl_cards->SetToolTip(row != nullptr ? CertificateDetails(*row) : wxString());
     panel_main->Layout();
 }

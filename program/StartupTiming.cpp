@@ -1,9 +1,8 @@
 // Start-up measurement hook; see StartupTiming.h.
 #include "program/StartupTiming.h"
 
+#include "gui/CardList.h"
 #include "gui/MainFrame.h"
-
-#include <wx/listctrl.h>
 
 #include <cstdio>
 #include <cstdlib>

@@ -3,9 +3,21 @@
 
 #include "token/acPKCS11.h"
 
+#include <vector>
+
 namespace Korvex {
 
 namespace {
+
+const unsigned char kSignaturePinReference = 0x81;
+const unsigned char kEncryptionPinReference = 0x82;
+
+PinStatus Unreadable()
+{
+    PinStatus status;
+    status.unreadable = true;
+    return status;
+}
 
 PinStatus FromStatusAttribute(acPKCS11& token, ApplType appl)
 {
@@ -13,7 +25,7 @@ PinStatus FromStatusAttribute(acPKCS11& token, ApplType appl)
     PINState state = PIN_STATE_UNKNOWN;
     int32_t tries = -1;
     if (token.GetPINStatus(appl, state, tries) != PKCS11_OK || state == PIN_STATE_UNKNOWN)
-        return status;
+        return Unreadable();
     status.known = true;
     status.triesLeft = state == PIN_STATE_NO_TRIES ? 0 : tries;
     status.locked = status.triesLeft == 0;
@@ -33,6 +45,28 @@ PinStatus FromTokenFlags(CK_FLAGS flags)
         status.triesLeft = 0;
     else if (status.finalTry)
         status.triesLeft = 1;
+    return status;
+}
+
+// A VERIFY without PIN data costs no try: the card answers with the tries
+// left (63Cx), locked (6983) or, when verified already, 9000.
+PinStatus FromVerifyStatus(acPKCS11& token, unsigned char reference)
+{
+    std::vector<unsigned char> answer;
+    if (!token.SendAPDU({0x00, 0x20, 0x00, reference}, answer) || answer.size() < 2)
+        return Unreadable();
+    const unsigned char sw1 = answer[answer.size() - 2];
+    const unsigned char sw2 = answer[answer.size() - 1];
+    PinStatus status;
+    status.known = true;
+    if (sw1 == 0x63 && (sw2 & 0xF0) == 0xC0)
+        status.triesLeft = sw2 & 0x0F;
+    else if (sw1 == 0x69 && sw2 == 0x83)
+        status.triesLeft = 0;
+    else if (!(sw1 == 0x90 && sw2 == 0x00))
+        return Unreadable();
+    status.locked = status.triesLeft == 0;
+    status.finalTry = status.triesLeft == 1;
     return status;
 }
 
@@ -59,21 +93,28 @@ CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info, c
         if (token.TakeCardTypeOf(info)) {
             states.pins[APPL_SIGNATURE] = FromStatusAttribute(token, APPL_SIGNATURE);
             states.pins[APPL_ENCRYPTION] = FromStatusAttribute(token, APPL_ENCRYPTION);
+        } else {
+            states.pins[APPL_SIGNATURE] = states.pins[APPL_ENCRYPTION] = Unreadable();
         }
         break;
     case TOKEN_ACOS_A03:
     case TOKEN_ACOS_A04:
     case TOKEN_ACOS_A05:
-        // Their login PIN is the identity-link PIN; the token flags of the
-        // card in the session's slot tell its counters.
+        // Their login PIN is the identity-link PIN, told by the token flags
+        // of the card in the session's slot; the key PINs answer a status
+        // query.
         if (token.GetSessionHandle() != 0) {
             TokenState state;
             if (known != nullptr)
                 state = *known;
             else if (!token.GetTokenState(token.GetSessionSlotId(), state))
-                break;
+                state.flags = 0;
             if (state.flags & CKF_TOKEN_INITIALIZED)
                 states.pins[APPL_IDENTITY_LINK] = FromTokenFlags(state.flags);
+        }
+        if (acPKCS11::HasCardTransmit()) {
+            states.pins[APPL_SIGNATURE] = FromVerifyStatus(token, kSignaturePinReference);
+            states.pins[APPL_ENCRYPTION] = FromVerifyStatus(token, kEncryptionPinReference);
         }
         break;
     default:

@@ -1,6 +1,6 @@
 // What a card tells about its three PINs: exact tries left where the module
-// reports them (GetPINStatus), otherwise the standard token flags, otherwise
-// nothing. Read by the card-list refresh and again after a PIN command.
+// reports them (GetPINStatus) or the card answers a VERIFY without a PIN,
+// otherwise the standard token flags, otherwise nothing. Read by the card-list refresh and again after a PIN command.
 #pragma once
 
 #include "token/acPKCS11Types.h"
@@ -15,6 +15,7 @@ struct PinStatus {
     bool locked = false;
     bool finalTry = false;
     bool countLow = false; // a wrong entry since the last right one
+    bool unreadable = false; // the card was asked, but its answer could not be read
 };
 
 struct CardPinStates {

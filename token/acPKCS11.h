@@ -61,6 +61,12 @@ public:
     // GetSlots, DeleteSlots or the object's destruction.
     bool GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial);
     bool GetSlots(std::vector<SlotStruct*>& slots);
+    // Slots of the last GetSlots whose token or slot information could not
+    // be read: their cards are missing from its list.
+    size_t UnreadSlotCount() const { return m_UnreadSlots; }
+    // Card readers the module offers (removable slots, with or without a
+    // card); false when the module's slot list cannot be read.
+    bool CountReaders(size_t& readers);
     void DeleteSlots();
     // position: index into the list of slots with a token present
     bool GetTokenInfo(unsigned long position, TokenInfoStruct& info);
@@ -119,6 +125,9 @@ public:
     // ---- PIN commands and PIN status (the module runs the dialogues) ----
     PKCS11Return ChangePIN(ApplType appl);
     PKCS11Return UnblockPIN(ApplType appl);
+    // The module's answer to the last PIN change or unblock (CKR_OK when it
+    // was not asked): tells a failed PIN dialogue from other failures.
+    CK_RV LastPinCommandRv() const { return m_LastPinCommandRv; }
     PKCS11Return InitPIN(ApplType appl);
     PKCS11Return GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command);
     PKCS11Return GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command, bool value,
@@ -283,6 +292,8 @@ private:
     // events taken from the module by a check but not yet by PollSlotEvent.
     std::vector<CK_SLOT_ID> m_ChangedSlots;
     std::vector<CK_SLOT_ID> m_HeldSlotEvents;
+    size_t m_UnreadSlots = 0;
+    CK_RV m_LastPinCommandRv = CKR_OK;
     void* m_hModule = nullptr;
     std::string m_Manufacturer;
     std::string m_Description;
@@ -302,11 +313,5 @@ private:
     std::shared_ptr<const TokenCertificateTexts> m_CertTexts;
     std::map<std::vector<unsigned char>, std::shared_ptr<const TokenCertificateTexts>> m_CertTextCache;
 };
-
-// The module's answer to the last PIN change or unblock (ChangePIN,
-// UnblockPIN) on the calling thread, for a caller that tells the user more
-// than the command's result does: CKR_FUNCTION_FAILED means the module could
-// not show its PIN dialogue. CKR_OK when the module was not asked.
-CK_RV LastPinCommandResult();
 
 } // namespace Korvex

@@ -10,9 +10,6 @@ using tokenimpl::callModule;
 
 namespace {
 
-// The PIN commands run on the thread that asks; each thread sees its own.
-thread_local CK_RV g_lastPinCommandResult = CKR_OK;
-
 // Finds the object whose PIN an application uses, on the token's open session.
 bool findProtectedObject(acPKCS11& token, ApplType appl, CK_OBJECT_HANDLE& object)
 {
@@ -29,12 +26,10 @@ bool findProtectedObject(acPKCS11& token, ApplType appl, CK_OBJECT_HANDLE& objec
 
 } // namespace
 
-CK_RV LastPinCommandResult() { return g_lastPinCommandResult; }
-
 PKCS11Return acPKCS11::ChangePIN(ApplType appl)
 {
     LogMessage("ChangePIN");
-    g_lastPinCommandResult = CKR_OK;  // no answer of the module yet
+    m_LastPinCommandRv = CKR_OK;  // no answer of the module yet
     if (!tokenimpl::sessionIsOpen(m_hSession))
         return PKCS11_ERROR;
     return GenericPINCommand(appl, CKA_VENDOR_CHANGE_PIN);
@@ -43,7 +38,7 @@ PKCS11Return acPKCS11::ChangePIN(ApplType appl)
 PKCS11Return acPKCS11::UnblockPIN(ApplType appl)
 {
     LogMessage("UnblockPIN");
-    g_lastPinCommandResult = CKR_OK;
+    m_LastPinCommandRv = CKR_OK;
     if (!tokenimpl::sessionIsOpen(m_hSession))
         return PKCS11_ERROR;
     return GenericPINCommand(appl, CKA_VENDOR_UNBLOCK_PIN);
@@ -61,6 +56,7 @@ PKCS11Return acPKCS11::InitPIN(ApplType appl)
 
 PKCS11Return acPKCS11::GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE command)
 {
+    m_LastPinCommandRv = CKR_OK;
     CK_OBJECT_HANDLE object = CK_INVALID_HANDLE;
     if (!findProtectedObject(*this, appl, object))
         return PKCS11_ERROR;
@@ -69,7 +65,7 @@ PKCS11Return acPKCS11::GenericPINCommand(ApplType appl, CK_ATTRIBUTE_TYPE comman
     CK_BBOOL value = CK_FALSE;
     CK_ATTRIBUTE attribute = {command, &value, 1};
     CK_RV rv = callModule(Proc_C_SetAttributeValue, m_hSession, object, &attribute, 1);
-    g_lastPinCommandResult = rv;
+    m_LastPinCommandRv = rv;
     switch (rv) {
     case CKR_OK:
         return PKCS11_OK;

@@ -5,6 +5,7 @@
 #include "base/Conversion.h"
 #include "token/acPKCS11Internal.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace Korvex {
@@ -139,6 +140,7 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
     LogMessage("PKCS11 GetSlots");
     slots.clear();
     DeleteSlots();
+    m_UnreadSlots = 0;
 
     std::vector<CK_SLOT_ID> ids;
     if (!listTokenSlots(Proc_C_GetSlotList, "PKCS11 Proc_C_GetSlotList ERROR",
@@ -151,6 +153,7 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         CK_RV rv = callModule(Proc_C_GetTokenInfo, id, &tokenInfo);
         if (rv != CKR_OK) {
             LogError("PKCS11 Proc_C_GetTokenInfo ERROR (continue)", rv);
+            ++m_UnreadSlots;
             continue;
         }
         CK_SLOT_INFO slotInfo;
@@ -159,6 +162,7 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         if (rv != CKR_OK) {
             // Same text as above: the log names the token call for either.
             LogError("PKCS11 Proc_C_GetTokenInfo ERROR (continue)", rv);
+            ++m_UnreadSlots;
             continue;
         }
         // Built-in tokens (no removable reader) are not citizen cards.
@@ -183,6 +187,26 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         m_ListedTokens.push_back(listed);
     }
     slots = m_Slots;
+    return true;
+}
+
+bool acPKCS11::CountReaders(size_t& readers)
+{
+    readers = 0;
+    CK_ULONG count = 0;
+    if (callModule(Proc_C_GetSlotList, CK_FALSE, nullptr, &count) != CKR_OK)
+        return false;
+    std::vector<CK_SLOT_ID> ids(std::min<CK_ULONG>(count, tokenimpl::kMaxSlotCount));
+    CK_ULONG returned = ids.size();
+    if (callModule(Proc_C_GetSlotList, CK_FALSE, ids.data(), &returned) != CKR_OK)
+        return false;
+    ids.resize(std::min<CK_ULONG>(returned, ids.size()));
+    for (CK_SLOT_ID id : ids) {
+        CK_SLOT_INFO info;
+        std::memset(&info, 0, sizeof(info));
+        if (callModule(Proc_C_GetSlotInfo, id, &info) == CKR_OK && (info.flags & CKF_REMOVABLE_DEVICE) != 0)
+            ++readers;
+    }
     return true;
 }
 

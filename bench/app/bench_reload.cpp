@@ -6,11 +6,11 @@
 // compared. Needs an X display (xvfb-run). Prints figures; asserts nothing.
 //
 //   bench_reload [cards [rounds]]
+#include "gui/CardList.h"
 #include "gui/MainFrame.h"
 #include "token/LoadFreeLib.h"
 
 #include <wx/app.h>
-#include <wx/listctrl.h>
 #include <wx/timer.h>
 
 #include <unistd.h>
@@ -51,12 +51,7 @@ double Median(std::vector<double> values)
 }
 
 // One row as the list shows it.
-struct ShownRow {
-    wxString cells[4];
-    int image = -1;
-    wxUIntPtr data = 0;
-    wxColour background;
-};
+using ShownRow = CardList::Row;
 
 class BenchApp : public wxApp {
 public:
@@ -96,23 +91,16 @@ private:
     // card calls: lock, wait dialog, empty list, the rows, selection, unlock.
     double Floor(const std::vector<ShownRow>& rows)
     {
-        wxListCtrl* list = m_frame->GetCardList();
+        CardList* list = m_frame->GetCardList();
         const Clock::time_point start = Clock::now();
         m_frame->MyEnable(false);
         m_frame->GetWaitDialog().Centre(wxBOTH);
         m_frame->GetWaitDialog().Show();
-        list->DeleteAllItems();
-        long index = 0;
-        for (const ShownRow& row : rows) {
-            index = list->InsertItem(index, row.cells[0], row.image);
-            for (int column = 1; column < 4; ++column)
-                list->SetItem(index, column, row.cells[column]);
-            list->SetItemData(index, static_cast<long>(row.data));
-            if (row.background.IsOk())
-                list->SetItemBackgroundColour(index, row.background);
-        }
-        list->SetItemState(0, wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED,
-                           wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED);
+        list->DeleteAllRows();
+        int index = 0;
+        for (const ShownRow& row : rows)
+            index = list->InsertRow(index, row);
+        list->ChooseRow(0);
         m_frame->MyEnable(true);
         m_frame->GetWaitDialog().Hide();
         Yield(true);
@@ -121,19 +109,16 @@ private:
     // The rows in insertion order (the last row first), as ShowRows adds them.
     std::vector<ShownRow> Capture() const
     {
-        wxListCtrl* list = m_frame->GetCardList();
+        CardList* list = m_frame->GetCardList();
         std::vector<ShownRow> rows;
-        for (long item = list->GetItemCount() - 1; item >= 0; --item) {
+        for (int item = list->GetItemCount() - 1; item >= 0; --item) {
             ShownRow row;
             for (int column = 0; column < 4; ++column)
-                row.cells[column] = list->GetItemText(item, column);
-            wxListItem info;
-            info.SetId(item);
-            info.SetMask(wxLIST_MASK_IMAGE);
-            if (list->GetItem(info))
-                row.image = info.GetImage();
-            row.data = list->GetItemData(item);
-            row.background = list->GetItemBackgroundColour(item);
+                row.texts.push_back(list->RowText(item, column));
+            row.image = list->RowImage(item);
+            row.data = list->RowData(item);
+            row.background = list->RowBackground(item);
+            row.toolTip = list->RowToolTip(item);
             rows.push_back(row);
         }
         return rows;

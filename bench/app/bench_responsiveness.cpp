@@ -14,6 +14,7 @@
 // X display (xvfb-run). Prints figures; asserts nothing.
 //
 //   bench_responsiveness [call_ms [apdu_ms]]
+#include "gui/CardList.h"
 #include "gui/InfoboxBereich.h"
 #include "gui/MainFrame.h"
 #include "gui/TestDialog.h"
@@ -23,7 +24,6 @@
 #include <wx/app.h>
 #include <wx/evtloop.h>
 #include <wx/listbox.h>
-#include <wx/listctrl.h>
 #include <wx/timer.h>
 
 #include <dlfcn.h>
@@ -292,9 +292,9 @@ private:
     }
     void SelectJohann()
     {
-        for (long row = 0; row < Rows(); ++row)
-            if (m_frame->GetCardList()->GetItemText(row, 0) == "1203000000001111")
-                m_frame->GetCardList()->SetItemState(row, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
+        for (int row = 0; row < Rows(); ++row)
+            if (m_frame->GetCardList()->RowText(row, 0) == "1203000000001111")
+                m_frame->GetCardList()->ChooseRow(row);
     }
 
     void Tick()

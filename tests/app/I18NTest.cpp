@@ -73,7 +73,7 @@ protected:
         for (const char* folder : {"en", "en_US", "C", "POSIX"}) {
             const std::string dir = m_catalogFolder + "/" + folder;
             std::system(("mkdir -p '" + dir + "'").c_str());
-            WriteMoFile(dir + "/VessaClient.mo", {{"Kartenverwaltung", "Card manager"},
+            WriteMoFile(dir + "/VessaClient.mo", {{"Kartenverwaltung", "Card Manager"},
                                                   {"Infobox anzeigen", "Show infobox"}});
         }
     }
@@ -96,7 +96,7 @@ TEST_F(I18NTest, CatalogueOfTheDesktopLanguageTranslatesAndTheCLocaleStaysGerman
     const int result = I18N::GetHandle()->Initialize();
     // The C locale of the test machine may count as "not available".
     EXPECT_TRUE(result == I18N::I18N_OK || result == I18N::I18N_LANGUAGE_UNAVAILABLE) << result;
-    EXPECT_EQ(wxGetTranslation("Kartenverwaltung"), "Card manager");
+    EXPECT_EQ(wxGetTranslation("Kartenverwaltung"), "Card Manager");
     EXPECT_EQ(wxGetTranslation(wxString::FromUTF8("Ausgestellt für")), wxString::FromUTF8("Ausgestellt für"));
 }
 

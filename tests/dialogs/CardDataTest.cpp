@@ -6,7 +6,7 @@
 #include "tests/dialogs/GuiSupport.h"
 
 #include <wx/listbox.h>
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 #include <wx/stattext.h>
 #include <wx/timer.h>
 
@@ -108,7 +108,7 @@ TEST_F(CardDataTest, CertificatesGoToAPrivateFileAndTheViewer) {
     // encryption certificate cannot be found.
     std::remove(record.c_str());
     Sim::SetFault("C_FindObjectsInit", kJohann.serial, CKR_DEVICE_ERROR, 1);
-    wxListEvent doubleClick(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
+    wxDataViewEvent doubleClick(wxEVT_DATAVIEW_ITEM_ACTIVATED, Frame()->GetCardList(), wxDataViewItem());
     Frame()->evt_ItemDoubleClick(doubleClick);
     WaitForCardWork();
     EXPECT_EQ(ReadBytes(CertPath()), expected);

@@ -5,7 +5,7 @@
 #include "token/acPKCS11.h"
 
 #include <wx/image.h>
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 
 #include <cstdlib>
 
@@ -43,11 +43,10 @@ MainFrame* Frame() {
 Korvex::acPKCS11* Token() { return Frame()->GetP11(); }
 
 bool SelectCard(const Card& card) {
-    wxListCtrl* list = Frame()->GetCardList();
-    for (long row = 0; row < list->GetItemCount(); ++row) {
-        if (list->GetItemText(row, 0) == wxString::FromUTF8(card.serial)) {
-            list->SetItemState(row, wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED,
-                               wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED);
+    CardList* list = Frame()->GetCardList();
+    for (int row = 0; row < list->GetItemCount(); ++row) {
+        if (list->RowText(row, 0) == wxString::FromUTF8(card.serial)) {
+            list->ChooseRow(row);
             Pump(20);
             return true;
         }

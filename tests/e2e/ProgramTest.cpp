@@ -55,7 +55,7 @@ TEST_F(ProgramTest, TheDesktopLanguageChoosesTheTexts)
     const struct {
         const char* lang;
         const char* title;
-    } cases[] = {{"en_US.UTF-8", "Card manager (x64)"}, {"de_AT.UTF-8", kMainTitle}, {"C.UTF-8", kMainTitle}};
+    } cases[] = {{"en_US.UTF-8", "Card Manager (x64)"}, {"de_AT.UTF-8", kMainTitle}, {"C.UTF-8", kMainTitle}};
     for (const auto& language : cases) {
         ProgramRunner program(sandbox);
         program.SetEnv("LANG", language.lang);

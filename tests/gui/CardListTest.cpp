@@ -7,10 +7,12 @@
 #include "sim/SimControl.h"
 
 #include <wx/bmpbuttn.h>
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 #include <wx/toplevel.h>
+#include <wx/tooltip.h>
+#include <wx/uiaction.h>
 
 namespace WindowTests {
 namespace {
@@ -31,12 +33,8 @@ protected:
         EXPECT_EQ(RowText(row, 0), card.serial);
         EXPECT_EQ(RowText(row, 1), *card.holder ? card.holder : "unbekannt");
         EXPECT_EQ(RowText(row, 2), card.typeName);
-        EXPECT_EQ(static_cast<int>(frame->GetCardList()->GetItemData(row)), card.type);
-        wxListItem item;
-        item.SetId(row);
-        item.SetMask(wxLIST_MASK_IMAGE);
-        ASSERT_TRUE(frame->GetCardList()->GetItem(item));
-        EXPECT_EQ(item.GetImage(), 0) << "no chip image";
+        EXPECT_EQ(frame->GetCardList()->RowData(row), card.type);
+        EXPECT_EQ(frame->GetCardList()->RowImage(row), 0) << "no chip image";
     }
 
     // The four buttons the card-type rules touch; the rules leave the others on.
@@ -65,18 +63,19 @@ TEST_F(CardListTest, FirstRefreshFillsTheWindowLastCardReadOnTop)
     EXPECT_FALSE(frame->GetWaitDialog().IsShown());
     EXPECT_EQ(LayoutFaults(frame), std::vector<std::string>{});
 
-    wxListCtrl* list = frame->GetCardList();
+    CardList* list = frame->GetCardList();
     const char* titles[] = {"Kartennummer", "Ausgestellt f\xC3\xBCr", "Kartentyp", "G\xC3\xBCltig bis"};
     const int widths[] = {170, 350, 190, 170};
-    ASSERT_EQ(list->GetColumnCount(), 4);
-    for (int column = 0; column < 4; ++column) {
-        wxListItem header;
-        header.SetMask(wxLIST_MASK_TEXT);
-        ASSERT_TRUE(list->GetColumn(column, header));
-        EXPECT_EQ(header.GetText(), Utf8(titles[column]));
-        EXPECT_EQ(list->GetColumnWidth(column), widths[column]);
+    ASSERT_EQ(list->GetColumnCount(), 4u);
+    for (unsigned column = 0; column < 4; ++column) {
+        EXPECT_EQ(list->GetColumn(column)->GetTitle(), Utf8(titles[column]));
+        // The last column takes what room the view has left.
+        if (column < 3)
+            EXPECT_EQ(list->GetColumn(column)->GetWidth(), widths[column]);
+        else
+            EXPECT_GE(list->GetColumn(column)->GetWidth(), widths[column]);
     }
-    EXPECT_TRUE(list->HasFlag(wxLC_SINGLE_SEL));
+    EXPECT_FALSE(list->HasFlag(wxDV_MULTIPLE));
     EXPECT_EQ(frame->GetTitle(), "Kartenverwaltung (x64)");
 
     const char* labels[] = {"6 stellige PIN \xC3\xA4ndern", "6 stellige PIN entsperren", "Zertifikat anzeigen",
@@ -131,6 +130,22 @@ TEST_F(CardListTest, ModuleFailuresDuringARefreshLeaveOutWhatCannotBeReadAndSayW
     Click(MainFrame::ID_SIG_SHOW_CERT);
     ExpectStatus("Das Zertifikat konnte nicht gelesen werden.", true);
 
+    // Objects that cannot be read: the PIN states are not vouched for. A
+    // card whose token information cannot be read is missing: said too.
+    Sim::ClearFaults();
+    Sim::SetFault("C_GetAttributeValue", kMaria.serial, CKR_DEVICE_ERROR, VSIM_ALWAYS);
+    Reload();
+    ExpectStatus("Die Daten der Karte 1204000000004711 konnten nicht gelesen werden.", true);
+    SelectCard(kMaria);
+    EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_IDENTITY_LINK)->GetLabel(), "PIN-Status unbekannt");
+    Sim::ClearFaults();
+    Sim::SetFault("C_GetTokenInfo", kErika.serial, CKR_GENERAL_ERROR, VSIM_ALWAYS);
+    Reload();
+    EXPECT_EQ(RowNumbers().size(), 3u);
+    ExpectStatus("Eine Karte konnte nicht gelesen werden.", true);
+    Sim::ClearFaults();
+    Reload(); // a good read ends the waits between retries
+
     // A one-off failure of the slot list: the window says so, and the next
     // automatic try brings the cards back without the reload button.
     Sim::ClearFaults();
@@ -144,9 +159,46 @@ TEST_F(CardListTest, ModuleFailuresDuringARefreshLeaveOutWhatCannotBeReadAndSayW
     EXPECT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 4; }, 10.0));
 }
 
+TEST_F(CardListTest, TheTooltipBelongsToTheRowUnderThePointer)
+{
+    SelectCard(kMaria);
+    CardList* list = frame->GetCardList();
+    wxUIActionSimulator mouse;
+    for (const TestCard* card : {&kErika, &kJohann}) {
+        SCOPED_TRACE(card->id);
+        const wxRect row = list->GetItemRect(list->RowToItem(RowOf(*card)));
+        mouse.MouseMove(list->ClientToScreen(row.GetPosition() + wxPoint(row.width / 2, row.height / 2)));
+        Pump(200);
+        EXPECT_TRUE(list->GetToolTipText().Contains(wxString(RowText(RowOf(*card), 3)).Left(10)))
+            << list->GetToolTipText();
+    }
+    // Below the last row nothing covers the list.
+    mouse.MouseMove(list->ClientToScreen(wxPoint(list->GetClientSize().x / 2, list->GetClientSize().y - 8)));
+    Pump(200);
+    EXPECT_EQ(list->GetToolTip(), nullptr);
+}
+
+TEST_F(CardListTest, AnEmptyListSaysWhetherTheCardOrTheReaderIsMissing)
+{
+    EXPECT_FALSE(frame->GetListHint()->IsShown());
+    for (CK_SLOT_ID reader = 0; reader < 4; ++reader)
+        ASSERT_EQ(Sim::RemoveCard(reader), static_cast<CK_RV>(CKR_OK));
+    ASSERT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().empty(); }));
+    EXPECT_TRUE(frame->GetListHint()->IsShown());
+    EXPECT_EQ(frame->GetListHint()->GetLabel(),
+              Utf8("Keine Karte gefunden. Bitte stecken Sie Ihre Karte in den Kartenleser."));
+
+    TearDown();
+    cardSet = R"(<cardset><reader name="Vessa Internal Slot" removable="false">
+                   <card id="internal" generation="INTERNAL" serial="0000000000000001"/></reader></cardset>)";
+    SetUp();
+    EXPECT_EQ(frame->GetListHint()->GetLabel(),
+              Utf8("Kein Kartenleser gefunden. Bitte schlie\xC3\x9F" "en Sie einen Kartenleser an."));
+}
+
 TEST_F(CardListTest, CommandWithoutSelectionActsOnTheFirstRow)
 {
-    frame->GetCardList()->SetItemState(0, 0, wxLIST_STATE_SELECTED);
+    frame->GetCardList()->UnselectAll();
     ASSERT_EQ(SelectedRow(), -1);
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;

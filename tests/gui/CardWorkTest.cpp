@@ -7,7 +7,7 @@
 #include "gui/TestDialog.h"
 #include "sim/SimControl.h"
 
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 #include <wx/textctrl.h>
 #include <wx/timer.h>
 
@@ -92,7 +92,7 @@ TEST_F(CardWorkTest, ClosingTheWindowLetsThePinChangeFinish)
     ASSERT_TRUE(PumpUntil([next] { return !next->IsRefreshRunning() && next->GetCardList()->GetItemCount() == 4; }));
     EXPECT_EQ(Sim::PinTries(kJohann.serial, VSIM_PIN_ENCRYPTION), 3);
     SetPinAnswers({"1234", "1111", "1111"});
-    next->GetCardList()->SetItemState(3, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED); // Johann, read first
+    next->GetCardList()->ChooseRow(3); // Johann, read first
     wxCommandEvent click(wxEVT_BUTTON, MainFrame::ID_ENC_CHANGE_PIN);
     next->GetEventHandler()->ProcessEvent(click);
     ASSERT_TRUE(PumpUntil([next] { return !next->IsCardWorkRunning(); }, 30.0));

@@ -6,7 +6,7 @@
 #include "base/Config.h"
 #include "sim/SimControl.h"
 
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 #include <filesystem>
 #include <wx/stattext.h>
 
@@ -29,10 +29,7 @@ protected:
     }
     int RowImage(long row) const
     {
-        wxListItem item;
-        item.SetId(row);
-        item.SetMask(wxLIST_MASK_IMAGE);
-        return frame->GetCardList()->GetItem(item) ? item.GetImage() : -1;
+        return frame->GetCardList()->RowImage(row);
     }
     void RunPinCommand(int id, const Lines& answers)
     {
@@ -106,6 +103,21 @@ TEST_F(LiveCardListTest, WrongPinsCostVisibleTriesAndALockedPinCanOnlyBeUnblocke
     RunPinCommand(MainFrame::ID_SIG_CHANGE_PIN, {"999999", "111111", "111111"});
     EXPECT_EQ(PinLabel(Korvex::APPL_SIGNATURE), "PIN: nur noch 1 Versuch");
     EXPECT_EQ(RowImage(RowOf(kLukas)), 1) << "a PIN on its last try marks the row";
+    // Locked, it cannot be unblocked: the line says what the holder can do.
+    RunPinCommand(MainFrame::ID_SIG_CHANGE_PIN, {"999999", "111111", "111111"});
+    EXPECT_EQ(PinLabel(Korvex::APPL_SIGNATURE), "PIN gesperrt \xE2\x80\x93 neue Karte beim Kartenaussteller anfordern");
+    EXPECT_FALSE(IsEnabled(MainFrame::ID_SIG_CHANGE_PIN));
+
+    // An ACOS card's key PINs answer a status query; a locked one turns its
+    // change button off. Its identity-link PIN is not this window's to change.
+    SelectCard(kMaria);
+    EXPECT_EQ(PinLabel(Korvex::APPL_ENCRYPTION), "PIN: noch 3 Versuche");
+    EXPECT_EQ(PinLabel(Korvex::APPL_IDENTITY_LINK), "PIN: hier nicht \xC3\xA4nderbar");
+    for (int attempt = 0; attempt < 3; ++attempt)
+        RunPinCommand(MainFrame::ID_ENC_CHANGE_PIN, {"9999", "1111", "1111"});
+    EXPECT_EQ(PinLabel(Korvex::APPL_ENCRYPTION), kLocked);
+    EXPECT_FALSE(IsEnabled(MainFrame::ID_ENC_CHANGE_PIN));
+    EXPECT_TRUE(IsEnabled(MainFrame::ID_SIG_CHANGE_PIN));
 
     // An ACOS card's login PIN is its identity-link PIN (token flags): once
     // locked, its change button goes off and its unblock button stays on.
@@ -121,7 +133,6 @@ TEST_F(LiveCardListTest, WrongPinsCostVisibleTriesAndALockedPinCanOnlyBeUnblocke
     EXPECT_EQ(RowImage(RowOf(kJohann)), 1);
     // Another card selected and back: the buttons follow the card.
     SelectCard(kMaria);
-    EXPECT_EQ(PinLabel(Korvex::APPL_IDENTITY_LINK), "PIN: in Ordnung");
     SelectCard(kJohann);
     EXPECT_FALSE(IsEnabled(MainFrame::ID_PERS_CHANGE));
 
@@ -130,6 +141,15 @@ TEST_F(LiveCardListTest, WrongPinsCostVisibleTriesAndALockedPinCanOnlyBeUnblocke
     EXPECT_EQ(PinLabel(Korvex::APPL_IDENTITY_LINK), "PIN: in Ordnung");
     EXPECT_TRUE(IsEnabled(MainFrame::ID_PERS_CHANGE));
     EXPECT_EQ(RowImage(RowOf(kJohann)), 0);
+
+    // While a reload reads the cards, the list is empty and so are the lines.
+    Sim::SetLatency(300);
+    ClickWithoutWaiting(MainFrame::ID_RELOAD);
+    ASSERT_TRUE(PumpUntil([this] { return frame->IsRefreshRunning() && RowNumbers().empty(); }));
+    for (int appl : {Korvex::APPL_SIGNATURE, Korvex::APPL_ENCRYPTION, Korvex::APPL_IDENTITY_LINK})
+        EXPECT_EQ(PinLabel(appl), "") << appl;
+    Sim::SetLatency(0);
+    WaitForRefresh();
 }
 
 } // namespace

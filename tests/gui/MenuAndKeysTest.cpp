@@ -8,7 +8,7 @@
 
 #include <wx/clipbrd.h>
 #include <wx/dataobj.h>
-#include <wx/listctrl.h>
+#include "gui/CardList.h"
 #include <wx/menu.h>
 #include <wx/textctrl.h>
 #include <wx/timer.h>
@@ -81,7 +81,7 @@ class MenuAndKeysTest : public MainWindowTest {
 protected:
     // Right-clicks the card list and returns the popup menu that opened
     // (empty when none did); Escape closes it once it is up.
-    Lines RightClickMenu()
+    Lines RightClickMenu(long row = -1)
     {
         auto shown = std::make_shared<Lines>(); // the handler stays bound to the window
         frame->Bind(wxEVT_MENU_OPEN, [shown](wxMenuEvent& event) {
@@ -92,7 +92,9 @@ protected:
         wxTimer closer;
         closer.Bind(wxEVT_TIMER, [](wxTimerEvent&) { wxUIActionSimulator().Char(WXK_ESCAPE); });
         closer.Start(400);
-        wxListEvent rightClick(wxEVT_LIST_ITEM_RIGHT_CLICK, MainFrame::ID_CARD_LIST);
+        CardList* list = frame->GetCardList();
+        wxDataViewEvent rightClick(wxEVT_DATAVIEW_ITEM_CONTEXT_MENU, list,
+                                   row < 0 ? wxDataViewItem() : list->RowToItem(row));
         frame->GetEventHandler()->ProcessEvent(rightClick);
         closer.Stop();
         return *shown;
@@ -111,7 +113,7 @@ protected:
 
     void DoubleClick()
     {
-        wxListEvent activate(wxEVT_LIST_ITEM_ACTIVATED, MainFrame::ID_CARD_LIST);
+        wxDataViewEvent activate(wxEVT_DATAVIEW_ITEM_ACTIVATED, frame->GetCardList(), wxDataViewItem());
         frame->GetEventHandler()->ProcessEvent(activate);
     }
 };
@@ -127,8 +129,9 @@ TEST_F(MenuAndKeysTest, PopupOffersTheIdentityLinkOnlyForTypeZeroAndDisablesNoth
     }
     // The real menu on screen: for the selected card, and the type-0 menu
     // when the list is empty.
-    SelectCard(kErika);
-    EXPECT_EQ(RightClickMenu(), WithoutIdentityLink());
+    SelectCard(kJohann);
+    EXPECT_EQ(RightClickMenu(RowOf(kErika)), WithoutIdentityLink()) << "the menu is for the row clicked";
+    EXPECT_EQ(SelectedRow(), RowOf(kErika));
     Sim::SetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, VSIM_ALWAYS);
     Reload();
     EXPECT_EQ(RightClickMenu(), kTypeZeroMenu);

@@ -81,6 +81,19 @@ TEST_F(PinCommandTest, BlankOrPulledCardsRunNoDialogue)
     EXPECT_TRUE(recorder.seen.empty());
 }
 
+TEST_F(PinCommandTest, AFailingModuleOrPinDialogueIsNotAPulledCard)
+{
+    SelectCard(kJohann);
+    Sim::SetFault("*", kJohann.serial, CKR_GENERAL_ERROR, VSIM_ALWAYS);
+    Run(MainFrame::ID_SIG_CHANGE_PIN, {"123456", "654321", "654321"}, "Die Karte konnte nicht gelesen werden.", true);
+    Sim::ClearFaults();
+    WaitForRefresh();
+    // No pinentry to show the dialogue: the defined text, then the reason.
+    EnvGuard pinentry("VESSA_SIM_PINENTRY", "/nonexistent/pinentry");
+    Run(MainFrame::ID_ENC_CHANGE_PIN, {}, "Fehler beim PIN \xC3\x84ndern!\nDer PIN-Dialog konnte nicht angezeigt werden.",
+        true);
+}
+
 TEST_F(PinCommandTest, EveryResultCodeHasItsText)
 {
     const struct {

@@ -83,7 +83,7 @@ TEST_F(RefreshThreadTest, FixedSlotFirstEachRowDescribesItsOwnCardWithPinsAndVal
     EXPECT_FALSE(lukas.pins[APPL_IDENTITY_LINK].known);
     EXPECT_TRUE(lukas.NeedsAttention());
     const Korvex::CardPinStates& maria = rows[1]->pins;
-    EXPECT_FALSE(maria.pins[APPL_SIGNATURE].known) << "ACOS cards tell only their login PIN";
+    EXPECT_EQ(maria.pins[APPL_SIGNATURE].triesLeft, 3) << "ACOS key PINs answer a status query";
     EXPECT_TRUE(maria.pins[APPL_IDENTITY_LINK].known);
     EXPECT_FALSE(maria.NeedsAttention());
     for (const Korvex::PinStatus& pin : rows[2]->pins.pins)

@@ -3,13 +3,14 @@
 #include "tests/gui/WindowTestSupport.h"
 
 #include "app/I18N.h"
+#include "gui/CardList.h"
 #include "gui/Images.h"
 #include "gui/XpmImage.h"
 #include "sim/SimControl.h"
 
 #include <wx/image.h>
 #include <wx/intl.h>
-#include <wx/listctrl.h>
+#include <wx/regex.h>
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
@@ -46,6 +47,46 @@ protected:
     }
 };
 
+// Dark grey pixels along the list's right edge, below its header: the
+// vertical scrollbar's slider, when one shows.
+int ScrollbarPixels(MainFrame* frame, const std::string& shot)
+{
+    EXPECT_TRUE(SaveScreenshot(frame, shot));
+    wxImage picture;
+    if (!picture.LoadFile(Utf8((shot + ".png").c_str())))
+        return -1;
+    const wxRect list(frame->ScreenToClient(frame->GetCardList()->GetScreenPosition()),
+                      frame->GetCardList()->GetSize());
+    int dark = 0;
+    for (int y = list.y + 40; y < list.GetBottom() - 20; ++y)
+        for (int x = list.GetRight() - 12; x < list.GetRight() - 2; ++x)
+            dark += std::abs(picture.GetRed(x, y) - picture.GetBlue(x, y)) < 12 && picture.GetBlue(x, y) < 180;
+    return dark;
+}
+
+TEST_F(DemoWindowTest, TheListStaysUsableFromTheSmallestWindowToSevenCards)
+{
+    const std::string shots = BinaryDir() + "/screenshots";
+    std::filesystem::create_directories(shots);
+    ASSERT_EQ(Sim::InsertCard(5, "anna"), static_cast<CK_RV>(CKR_OK));
+    ASSERT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 7; }));
+    CardList* list = frame->GetCardList();
+    const wxRect lastRow = list->GetItemRect(list->RowToItem(6));
+    EXPECT_EQ(ScrollbarPixels(frame, shots + "/main-window-seven-cards"), 0) << "no row hidden, no scrollbar";
+
+    // Every row shows at the size the window opens with.
+    EXPECT_LE(lastRow.GetBottom(), list->GetClientSize().y);
+
+    frame->SetSize(640, 480);
+    Pump(300);
+    EXPECT_EQ(frame->GetSize(), wxSize(640, 480));
+    EXPECT_GT(ScrollbarPixels(frame, shots + "/main-window-smallest"), 20) << "rows hidden without a scrollbar";
+    EXPECT_GE(list->GetClientSize().y, 4 * lastRow.height) << "fewer than four rows show";
+    const wxRect banner = frame->GetBanner()->GetScreenRect();
+    EXPECT_TRUE(frame->GetScreenRect().Contains(banner)) << "the banner is cut off";
+    EXPECT_EQ(LayoutFaults(frame), std::vector<std::string>{});
+}
+
 // Every label and title of the window and its children, and the text fields.
 void CollectTexts(wxWindow* window, std::vector<wxString>& texts)
 {
@@ -68,19 +109,21 @@ void ExpectNoGerman(const std::vector<wxString>& texts)
 
 TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
 {
-    EXPECT_EQ(frame->GetTitle(), "Card manager (x64)");
+    EXPECT_EQ(frame->GetTitle(), "Card Manager (x64)");
+    // The desktop entry names the program as the window does.
+    const std::string entry = ReadText(SourceDir() + "/data/org.korvex.VessaCards.desktop");
+    EXPECT_NE(entry.find("\nName=" + frame->GetTitle().BeforeFirst('(').Trim().ToStdString() + "\n"),
+              std::string::npos);
     SelectRow(4); // Max: a signature PIN on its last try
     EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_SIGNATURE)->GetLabel(), "PIN: only 1 try left");
     EXPECT_TRUE(wxString(RowText(3, 3)).EndsWith("(expired)")) << RowText(3, 3);
+    // No English locale is installed here: year-month-day, not dd.mm.yyyy.
+    EXPECT_TRUE(wxRegEx("^[0-9]{4}-[0-9]{2}-[0-9]{2} ").Matches(RowText(3, 3))) << RowText(3, 3);
     std::vector<wxString> texts;
     CollectTexts(frame, texts);
-    wxListCtrl* list = frame->GetCardList();
-    for (int column = 0; column < list->GetColumnCount(); ++column) {
-        wxListItem header;
-        header.SetMask(wxLIST_MASK_TEXT);
-        list->GetColumn(column, header);
-        texts.push_back(header.GetText());
-    }
+    CardList* list = frame->GetCardList();
+    for (unsigned column = 0; column < list->GetColumnCount(); ++column)
+        texts.push_back(list->GetColumn(column)->GetTitle());
     EXPECT_GT(texts.size(), 15u);
     ExpectNoGerman(texts);
     for (const char* english : {"Card number", "Issued to", "Card type", "Valid until", "Change 6-digit PIN",

@@ -1,12 +1,12 @@
 // Card set and window fixture of the main-window tests.
 #include "tests/gui/WindowTestSupport.h"
 
+#include "gui/CardList.h"
 #include "gui/Images.h"
 
 #include <wx/app.h>
 #include <wx/bitmap.h>
 #include <wx/image.h>
-#include <wx/listctrl.h>
 #include <wx/statbmp.h>
 #include <wx/stattext.h>
 
@@ -89,7 +89,10 @@ std::vector<std::string> ViewedCertificates()
 
 void MainWindowTest::SetUp()
 {
-    UseTestCardSet(UsesTestCardSet());
+    if (cardSet.empty())
+        UseTestCardSet(UsesTestCardSet());
+    else
+        UseCardSet(cardSet);
     frame = new MainFrame(nullptr);
     // Counts the refreshes once the window's own handler has shown the rows.
     frame->Bind(
@@ -136,12 +139,12 @@ std::vector<std::string> MainWindowTest::RowNumbers() const
 
 std::string MainWindowTest::RowText(long row, int column) const
 {
-    return frame->GetCardList()->GetItemText(row, column).ToStdString(wxConvUTF8);
+    return frame->GetCardList()->RowText(row, column).ToStdString(wxConvUTF8);
 }
 
 long MainWindowTest::SelectedRow() const
 {
-    return frame->GetCardList()->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
+    return frame->GetCardList()->GetSelectedRow();
 }
 
 long MainWindowTest::RowOf(const TestCard& card) const
@@ -157,8 +160,7 @@ long MainWindowTest::RowOf(const TestCard& card) const
 
 void MainWindowTest::SelectRow(long row)
 {
-    frame->GetCardList()->SetItemState(row, wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED,
-                                       wxLIST_STATE_SELECTED | wxLIST_STATE_FOCUSED);
+    frame->GetCardList()->ChooseRow(row);
     Pump(20);
 }
 

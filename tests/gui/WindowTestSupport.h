@@ -71,6 +71,7 @@ protected:
     void ExpectStatus(const char* text, bool isError) const;
 
     MainFrame* frame = nullptr;
+    std::string cardSet; // a card set of the test's own for SetUp, when not empty
     int refreshes = 0; // refreshes whose rows the window has shown
 };
 

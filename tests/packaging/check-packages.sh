@@ -62,7 +62,7 @@ echo "de_AT: $german"
 [[ $german == *"rows=6 title=Kartenverwaltung (x64)"* ]] || fail "German start"
 english=$(run_demo en_US.UTF-8)
 echo "en_US: $english"
-[[ $english == *"rows=6 title=Card manager (x64)"* ]] || fail "English start"
+[[ $english == *"rows=6 title=Card Manager (x64)"* ]] || fail "English start"
 
 echo "--- remove, then purge"
 echo "<!-- changed by the administrator -->" >>"$ROOT/etc/korvex/vessaclient/config"

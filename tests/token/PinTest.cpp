@@ -55,7 +55,7 @@ TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
     EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
     EXPECT_EQ(Log::errors(), Lines{"Proc_C_SetAttributeValue returned 0x6"});
     EXPECT_TRUE(Log::hasMessage(Korvex::kPinDialogueNotShown));
-    EXPECT_EQ(Korvex::LastPinCommandResult(), CKR_FUNCTION_FAILED);
+    EXPECT_EQ(p11->LastPinCommandRv(), CKR_FUNCTION_FAILED);
 }
 
 TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)

@@ -1,0 +1,56 @@
+// The card list: a native list view (a tree view on GTK, which screen readers
+// can read) with one row per card. Rows carry the card type as item data, a
+// chip image, an optional background colour and their own tooltip, which
+// shows only while the pointer is over that row.
+#pragma once
+
+#include <wx/dataview.h>
+#include <wx/imaglist.h>
+
+#include <memory>
+#include <vector>
+
+class CardList : public wxDataViewListCtrl {
+public:
+    CardList(wxWindow* parent, wxWindowID id);
+
+    // Columns are text; the first also shows the row's image.
+    void AddColumn(const wxString& title, int width);
+    // Takes ownership; rows name their image by its index in this list.
+    void AssignImageList(wxImageList* images);
+
+    struct Row {
+        std::vector<wxString> texts; // one per column
+        int image = -1;
+        int data = 0;                // item data (the card type)
+        wxColour background;         // invalid: the default
+        wxString toolTip;            // empty: none
+    };
+    // Inserts before `row` (at the end when past it) and returns its index.
+    int InsertRow(int row, const Row& contents);
+    void DeleteAllRows();
+
+    wxString RowText(int row, int column) const;
+    int RowData(int row) const;
+    int RowImage(int row) const;
+    void SetRowImage(int row, int image);
+    wxColour RowBackground(int row) const;
+    wxString RowToolTip(int row) const;
+    // The row at a point of the list (its own coordinates); -1 when none.
+    int RowAt(const wxPoint& point) const;
+
+    // Selects a row as a click does: the selection event follows.
+    void ChooseRow(int row);
+
+    // The tooltip for the pointer at `point` (list coordinates): that row's
+    // text, or none where there is no row.
+    void ShowToolTipAt(const wxPoint& point);
+
+private:
+    class Store;
+    Store* m_Store = nullptr;
+    std::unique_ptr<wxImageList> m_Images;
+    std::vector<int> m_ImageOfRow;
+    std::vector<wxString> m_ToolTips;
+    int m_ToolTipRow = -1;
+};
