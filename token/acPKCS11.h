@@ -54,6 +54,8 @@ public:
     // Whether the module offers the vendor extensions.
     static bool HasCardTransmit() { return Proc_C_CardTransmit != nullptr; }
     static bool HasCardAttribute() { return Proc_C_CardAttribute != nullptr; }
+    // Whether the entry points came from the module's function table.
+    static bool FromFunctionTable() { return m_FromFunctionTable; }
 
     // ---- slots, tokens and card types ----
     // Slot records stay owned by this object; they are invalid after the next
@@ -247,6 +249,13 @@ private:
 
     static void resolveSymbols(void* module);
     static void forgetSymbols();
+    // A module that publishes only its function table (acPKCS11FunctionList.cpp).
+    static bool exportsStandardSymbols(void* module);
+    static bool resolveFromFunctionTable(void* module);
+    static bool m_FromFunctionTable;
+    // Not among the names resolved one by one; taken from the function table,
+    // else by name, for unblocking the user PIN of a standard token.
+    static CK_C_InitPIN Proc_C_InitPIN;
 
     // ---- per-object state ----
     std::vector<SlotStruct*> m_Slots;
