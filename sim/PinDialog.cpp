@@ -1,6 +1,8 @@
 // Runs one PIN dialogue through the pinentry program.
 #include "sim/PinDialog.h"
 
+#include <cstdlib>
+
 #include <atomic>
 
 namespace VessaSim {
@@ -37,7 +39,8 @@ DialogOutcome runPinDialog(DialogKind kind, const DialogTarget& target) {
     ++g_dialogs;
     DialogOutcome outcome;
     PinEntry entry;
-    if (!entry.start()) return outcome;
+    const char* program = std::getenv("VESSA_SIM_PINENTRY");
+    if (!entry.start(program != nullptr ? program : "")) return outcome;
 
     const std::string name = pinDisplayName(target.pin);
     const std::string digits = std::to_string(target.pinLength) + " Ziffern";

@@ -1,6 +1,7 @@
 // PIN states from the vendor's status attribute or the token flags.
 #include "token/CardPinStates.h"
 
+#include "token/TokenProfile.h"
 #include "token/acPKCS11.h"
 
 namespace Korvex {
@@ -49,10 +50,12 @@ bool CardPinStates::NeedsAttention() const
 CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info)
 {
     CardPinStates states;
-    switch (info.tokenType) {
-    case TOKEN_ECARD_G3A:
-    case TOKEN_ECARD_G3B:
-    case TOKEN_ECARD_G4:
+    const CardGeneration* generation = FindGeneration(info.tokenType);
+    if (generation == nullptr || !acPKCS11::HasCardAttribute()) {
+        // Any other token: its one user PIN, when it has one to log in with.
+        if (info.flags & CKF_LOGIN_REQUIRED)
+            states.pins[APPL_SIGNATURE] = FromTokenFlags(info.flags);
+    } else if (generation->countsTries) {
         // These generations report their counters; the type code that
         // allows the query comes from this card's own answer-to-reset.
         token.ReadATR(true);
@@ -60,16 +63,10 @@ CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info)
             states.pins[APPL_SIGNATURE] = FromStatusAttribute(token, APPL_SIGNATURE);
             states.pins[APPL_ENCRYPTION] = FromStatusAttribute(token, APPL_ENCRYPTION);
         }
-        break;
-    case TOKEN_ACOS_A03:
-    case TOKEN_ACOS_A04:
-    case TOKEN_ACOS_A05:
+    } else if (generation->loginPinIsIdentityLink) {
         // Their login PIN is the identity-link PIN.
         if (info.flags & CKF_TOKEN_INITIALIZED)
             states.pins[APPL_IDENTITY_LINK] = FromTokenFlags(info.flags);
-        break;
-    default:
-        break;
     }
     return states;
 }

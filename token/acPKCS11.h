@@ -181,7 +181,24 @@ public:
     bool WriteDataObject(const std::string& label, const std::vector<unsigned char>& value,
                          bool isPrivate);
 
+    // ---- standard tokens (acPKCS11Standard.cpp): standard calls only ----
+    bool GetStandardTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO& info);
+    // Every certificate of the token in the open session; hasPrivateKey
+    // marks the ones whose CKA_ID a private key shares.
+    bool ListTokenCertificates(std::vector<TokenObject>& certificates);
+    // Every private key that may sign (CKA_SIGN not false).
+    bool ListSigningKeys(std::vector<TokenObject>& keys);
+    bool GetMechanisms(CK_SLOT_ID slot, std::vector<CK_MECHANISM_TYPE>& mechanisms);
+    // Null PINs: the reader's PIN pad asks. C_SetPIN needs a read-write session.
+    PKCS11Return SetUserPin(const std::string* oldPin, const std::string* newPin);
+    // Security officer login with the PUK, C_InitPIN, logout.
+    PKCS11Return UnblockUserPin(const std::string* puk, const std::string* newPin);
+    PKCS11Return LoginUser(const std::string* pin);
+
 private:
+    bool readAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type, std::vector<unsigned char>& value);
+    bool findByClass(CK_OBJECT_CLASS objectClass, std::vector<CK_OBJECT_HANDLE>& handles);
+    bool sessionIsOpenHere() const;
     // Finds the private key with the wanted label among all private keys and
     // reads its key type; keyFound false when none matches.
     bool findSigningKey(bool signatureKey, CK_OBJECT_HANDLE& key, CK_KEY_TYPE& keyType,

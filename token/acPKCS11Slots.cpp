@@ -3,6 +3,8 @@
 #include "token/acPKCS11.h"
 
 #include "base/Conversion.h"
+#include "token/LoadFreeLib.h"
+#include "token/TokenProfile.h"
 #include "token/acPKCS11Internal.h"
 
 #include <cstring>
@@ -15,28 +17,6 @@ using tokenimpl::startsWith;
 namespace {
 
 const char kBlankSerial[] = "0000000000000000";
-
-// One row of the card-generation table: model prefix, optional label prefix
-// and what the generation tells about the card.
-struct GenerationRow {
-    const char* model;
-    const char* label;  // null: any label
-    TokenType type;
-    int32_t sigAlgo, sigLength, encAlgo, encLength;
-    bool extended;
-};
-
-// "Starcos SPK 3.4+" must come before "Starcos SPK 3.4", which is a prefix of
-// it. The e-Card G3A row leaves extended false on purpose.
-const GenerationRow kGenerations[] = {
-    {"ACOS EMV-A03", nullptr, TOKEN_ACOS_A03, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 192, false},
-    {"ACOS EMV-A04", nullptr, TOKEN_ACOS_A04, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
-    {"ACOS EMV-A05", nullptr, TOKEN_ACOS_A05, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
-    {"ATOS 5.3", "vessa premium e", TOKEN_ECARD_G4, KEY_ALGO_RSA, 2048, KEY_ALGO_EC, 256, true},
-    {"Starcos SPK 3.4+", "vessa premium e", TOKEN_ECARD_G3B, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
-    {"Starcos SPK 3.4", "vessa premium e", TOKEN_ECARD_G3A, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, false},
-    {"Starcos SPK 3.1", "vessa premium e", TOKEN_ECARD_G2, KEY_ALGO_EC, 192, KEY_ALGO_EC, 192, false},
-};
 
 struct AtrRow {
     const char* prefix;
@@ -135,8 +115,9 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
             LogError("PKCS11 Proc_C_GetTokenInfo ERROR (continue)", rv);
             continue;
         }
-        // Built-in tokens (no removable reader) are not citizen cards.
-        if ((slotInfo.flags & CKF_REMOVABLE_DEVICE) == 0)
+        // Built-in tokens (no removable reader) are not citizen cards; a
+        // module the user named is listed whole (SoftHSM2, a TPM).
+        if ((slotInfo.flags & CKF_REMOVABLE_DEVICE) == 0 && !IsNamedModule())
             continue;
 
         std::string label = tokenimpl::printedField(tokenInfo.label, 32);
@@ -193,7 +174,7 @@ void classify(const TokenInfoStruct& basic, TokenInfoStruct2& info)
     info.serial = basic.serial;
     info.flags = basic.flags;
     info.extended = false;
-    for (const GenerationRow& row : kGenerations) {
+    for (const CardGeneration& row : kCardGenerations) {
         if (!startsWith(info.model, row.model))
             continue;
         if (row.label != nullptr && !startsWith(info.label, row.label))

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace Korvex {
 
@@ -90,6 +91,16 @@ struct TokenInfoStruct2 {
     // Set for the generations that keep an infobox file instead of the three
     // fixed data objects.
     bool extended = false;
+};
+
+// An object of a standard token: a certificate (value: its DER) or a key.
+struct TokenObject {
+    CK_OBJECT_HANDLE handle = 0;
+    std::string label;
+    std::vector<unsigned char> id;
+    std::vector<unsigned char> value;
+    CK_KEY_TYPE keyType = CKK_RSA;
+    bool hasPrivateKey = false;
 };
 
 // What one non-blocking look for a slot event found.
