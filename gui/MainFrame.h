@@ -188,7 +188,7 @@ private:
     // then `done` with the card's number on the GUI thread; a card that
     // cannot be found or opened is said in the status line instead.
     void RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
-                           std::function<void(const std::string&)> done);
+                           std::function<void(const std::string&)> done, bool readWrite = false);
     // Locks the window and runs `work` on the worker thread; `done` runs on
     // the GUI thread afterwards unless the window is closing. False when
     // the thread could not start (the window is unlocked again).

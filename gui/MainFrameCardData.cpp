@@ -25,9 +25,26 @@ const char kCertificateFileName[] = "vessacards_cert.cer";
 void MainFrame::ShowCertificate(std::vector<bool> signatureFirst) {
     const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
     auto written = std::make_shared<bool>(false);
+    const ListEntryData* row = SelectedCardData();
+    const bool standard = row != nullptr && !row->profile.vendor;
     RunOnSelectedCard(
         [=](Korvex::acPKCS11& p11) {
             Korvex::RemoveFile(path);
+            if (standard) {
+                // The holder's certificate: the first one a private key
+                // belongs to, else the first one.
+                std::vector<Korvex::TokenObject> certificates;
+                if (!p11.ListTokenCertificates(certificates) || certificates.empty())
+                    return;
+                const Korvex::TokenObject* chosen = &certificates.front();
+                for (const Korvex::TokenObject& certificate : certificates)
+                    if (certificate.hasPrivateKey) {
+                        chosen = &certificate;
+                        break;
+                    }
+                *written = Korvex::WritePrivateFile(path, chosen->value.data(), chosen->value.size());
+                return;
+            }
             std::vector<unsigned char> certificate(Korvex::acPKCS11::CERT_BUFFER_SIZE);
             for (bool signature : signatureFirst) {
                 unsigned long length = certificate.size();

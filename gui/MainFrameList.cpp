@@ -7,6 +7,7 @@
 #include "gui/CardStatusText.h"
 #include "gui/RefreshCardThread.h"
 #include "gui/Translate.h"
+#include "token/LoadFreeLib.h"
 #include "token/acPKCS11.h"
 
 #include <wx/app.h>
@@ -15,6 +16,7 @@
 #include <wx/clipbrd.h>
 #include <wx/dataobj.h>
 #include <wx/menu.h>
+#include <wx/statbox.h>
 #include <wx/utils.h>
 
 #include <algorithm>
@@ -107,7 +109,24 @@ void MainFrame::ApplySelectionRules()
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
     GetSelectedItem(number, type);
-    if (!number.empty() && type >= Korvex::TOKEN_ACOS_A03 && type <= Korvex::TOKEN_ECARD_G4) {
+    const ListEntryData* selected = SelectedCardData();
+    sizer_sig_staticbox->SetLabel(selected != nullptr && !selected->profile.vendor ? Tr("PIN")
+                                                                                 : Tr("Signaturzertifikat"));
+    if (number.empty() && Korvex::IsNamedModule()) {
+        // Nothing listed: nothing to act on.
+        for (wxButton* button : commands)
+            button->Enable(false);
+        return;
+    }
+    if (selected != nullptr && !selected->profile.vendor) {
+        // A standard token: one user PIN, its certificates, the signature test.
+        for (wxButton* button : commands)
+            button->Enable(false);
+        button_sig_change_pin->Enable(selected->profile.change[Korvex::APPL_SIGNATURE]);
+        button_sig_puk->Enable(selected->profile.unblock[Korvex::APPL_SIGNATURE]);
+        button_sig_show_cert->Enable(true);
+        button_sig_test->Enable(selected->profile.change[Korvex::APPL_SIGNATURE]);
+    } else if (!number.empty() && type >= Korvex::TOKEN_ACOS_A03 && type <= Korvex::TOKEN_ECARD_G4) {
         switch (type) {
         case Korvex::TOKEN_ACOS_A03:
             break;
@@ -297,6 +316,11 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
     } else {
         m_RetryDelayMs = 0;
         m_RetryAtMs = 0;
+        // A module the user named may have nothing to list; say which.
+        if (rows.empty() && Korvex::IsNamedModule())
+            SetStatus(thread->NoSlotAtAll() ? Tr("Das Modul meldet keinen Kartenleser und kein Token.")
+                                            : Tr("In keinem Kartenleser steckt eine Karte, kein Token gefunden."),
+                      true);
     }
     thread.reset();
 

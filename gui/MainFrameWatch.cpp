@@ -5,6 +5,7 @@
 
 #include "base/wxHelper.h"
 #include "gui/CardStatusText.h"
+#include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
 #include <wx/panel.h>
@@ -73,6 +74,10 @@ void MainFrame::ShowSelectedCardState()
         const bool warn = pin != nullptr && pin->known && (pin->locked || pin->finalTry);
         label_pin_state[appl]->SetForegroundColour(warn ? wxColour(176, 0, 0) : wxNullColour);
     }
-    list_ctrl_cards->SetToolTip(row != nullptr ? CertificateDetails(*row) : wxString());
+    wxString tip = row != nullptr ? CertificateDetails(*row) : wxString();
+    // Through p11-kit's proxy rows come from several modules.
+    if (row != nullptr && !row->module.empty())
+        tip += (tip.empty() ? "" : "\n") + wxString::Format(Tr("Modul: %s"), row->module);
+    list_ctrl_cards->SetToolTip(tip);
     panel_main->Layout();
 }

@@ -29,11 +29,18 @@ public:
     // What could not be read; only valid after the thread has been joined.
     bool SlotListFailed() const { return m_SlotListFailed; }
     int UnreadableCards() const { return m_UnreadableCards; }
+    // With no row: whether the module has any slot (a reader) at all.
+    bool NoSlotAtAll() const { return m_NoSlotAtAll; }
 
 private:
+    // A row for a token that is not one of the vendor's cards.
+    void ReadStandardToken(const Korvex::SlotStruct& slot, const Korvex::TokenInfoStruct2& info,
+                           const CK_TOKEN_INFO& raw, const Korvex::TokenProfile& profile);
+
     wxWindow* m_Notify;
     Korvex::acPKCS11* m_P11;
     ListEntryVector m_List;
     bool m_SlotListFailed = false;
     int m_UnreadableCards = 0;
+    bool m_NoSlotAtAll = false;
 };

@@ -68,6 +68,8 @@ public:
     bool GetTokenInfo(unsigned long position, TokenInfoStruct2& info);
     // The same for the slot with this identifier, without listing the slots.
     bool GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info);
+    // The same, with the module's record as delivered (PIN lengths, flags).
+    bool GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info, CK_TOKEN_INFO& raw);
     // One non-blocking C_WaitForSlotEvent; `slot` names the slot of an event.
     SlotEventPoll PollSlotEvent(CK_SLOT_ID& slot);
     // Identifiers of the slots with a token, for modules without slot events.
@@ -183,8 +185,11 @@ public:
 
     // ---- standard tokens (acPKCS11Standard.cpp): standard calls only ----
     bool GetStandardTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO& info);
+    bool GetStandardSlotInfo(CK_SLOT_ID slot, CK_SLOT_INFO& info);
+    // Slots the module has, with or without a token in them.
+    bool CountSlots(CK_ULONG& withToken, CK_ULONG& all);
     // Every certificate of the token in the open session; hasPrivateKey
-    // marks the ones whose CKA_ID a private key shares.
+    // marks the ones whose CKA_ID a key pair on the token shares.
     bool ListTokenCertificates(std::vector<TokenObject>& certificates);
     // Every private key that may sign (CKA_SIGN not false).
     bool ListSigningKeys(std::vector<TokenObject>& keys);

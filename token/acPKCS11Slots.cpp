@@ -222,6 +222,20 @@ bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info)
     return true;
 }
 
+bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info, CK_TOKEN_INFO& raw)
+{
+    if (!GetStandardTokenInfo(slot, raw))
+        return false;
+    TokenInfoStruct basic;
+    basic.label = tokenimpl::fullField(raw.label, 32);
+    basic.manufacturer = tokenimpl::fullField(raw.manufacturerID, 32);
+    basic.model = tokenimpl::fullField(raw.model, 16);
+    basic.serial = tokenimpl::fullField(raw.serialNumber, 16);
+    basic.flags = raw.flags;
+    classify(basic, info);
+    return true;
+}
+
 bool acPKCS11::GetPresentSlotIds(std::vector<CK_SLOT_ID>& ids)
 {
     return listTokenSlots(Proc_C_GetSlotList, "PKCS11 Proc_C_GetSlotList ERROR",

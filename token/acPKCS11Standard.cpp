@@ -6,6 +6,7 @@
 
 #include "token/acPKCS11Internal.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace Korvex {
@@ -54,6 +55,19 @@ bool acPKCS11::GetStandardTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO& info)
     return true;
 }
 
+bool acPKCS11::GetStandardSlotInfo(CK_SLOT_ID slot, CK_SLOT_INFO& info)
+{
+    std::memset(&info, 0, sizeof(info));
+    return callModule(Proc_C_GetSlotInfo, slot, &info) == CKR_OK;
+}
+
+bool acPKCS11::CountSlots(CK_ULONG& withToken, CK_ULONG& all)
+{
+    withToken = all = 0;
+    return callModule(Proc_C_GetSlotList, CK_TRUE, nullptr, &withToken) == CKR_OK &&
+           callModule(Proc_C_GetSlotList, CK_FALSE, nullptr, &all) == CKR_OK;
+}
+
 bool acPKCS11::readAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type, std::vector<unsigned char>& value)
 {
     value.clear();
@@ -87,14 +101,18 @@ bool acPKCS11::ListTokenCertificates(std::vector<TokenObject>& certificates)
     std::vector<CK_OBJECT_HANDLE> handles;
     if (!sessionIsOpenHere() || !findByClass(CKO_CERTIFICATE, handles))
         return false;
+    // Private keys are hidden until a login; the public half of a key pair
+    // is not and carries the same identifier.
     std::vector<std::vector<unsigned char>> keyIds;
-    std::vector<CK_OBJECT_HANDLE> keys;
-    if (findByClass(CKO_PRIVATE_KEY, keys))
-        for (CK_OBJECT_HANDLE key : keys) {
-            std::vector<unsigned char> id;
-            if (readAttribute(key, CKA_ID, id) && !id.empty())
-                keyIds.push_back(id);
-        }
+    for (CK_OBJECT_CLASS keyClass : {CKO_PRIVATE_KEY, CKO_PUBLIC_KEY}) {
+        std::vector<CK_OBJECT_HANDLE> keys;
+        if (findByClass(keyClass, keys))
+            for (CK_OBJECT_HANDLE key : keys) {
+                std::vector<unsigned char> id;
+                if (readAttribute(key, CKA_ID, id) && !id.empty())
+                    keyIds.push_back(id);
+            }
+    }
     for (CK_OBJECT_HANDLE handle : handles) {
         TokenObject certificate;
         certificate.handle = handle;
@@ -108,6 +126,10 @@ bool acPKCS11::ListTokenCertificates(std::vector<TokenObject>& certificates)
             certificate.hasPrivateKey = certificate.hasPrivateKey || id == certificate.id;
         certificates.push_back(certificate);
     }
+    // Modules list objects in no set order; the holder's certificate (the
+    // first with a key pair) must not change from one refresh to the next.
+    std::stable_sort(certificates.begin(), certificates.end(),
+                     [](const TokenObject& a, const TokenObject& b) { return a.id < b.id; });
     return true;
 }
 

@@ -1,0 +1,99 @@
+// The window on modules other than the vendor's: a SoftHSM2 scratch token
+// (RSA and EC key with certificates) listed and managed end to end with the
+// stand-in pinentry, and OpenSC's module without a reader.
+#include "tests/gui/WindowTestSupport.h"
+
+#include "crypto/slCertificate.h"
+#include "token/LoadFreeLib.h"
+#include "token/acPKCS11.h"
+
+#include <wx/stattext.h>
+
+namespace WindowTests {
+namespace {
+
+const char kSoftHsm[] = "/usr/lib/softhsm/libsofthsm2.so";
+const char kOpenSc[] = "/usr/lib/x86_64-linux-gnu/opensc-pkcs11.so";
+
+class StandardTokenTest : public MainWindowTest {
+protected:
+    static void SetUpTestSuite()
+    {
+        const std::string dir = ScratchDir() + "/softhsm";
+        int status = -1;
+        RunCommand("sh " + SourceDir() + "/tests/support/make-softhsm-token.sh " + dir, status);
+        ASSERT_EQ(status, 0) << "cannot make the SoftHSM2 token";
+        setenv("SOFTHSM2_CONF", (dir + "/softhsm2.conf").c_str(), 1);
+    }
+    void SetUp() override
+    {
+        Korvex::SetModuleName(Module());
+        MainWindowTest::SetUp();
+    }
+    void TearDown() override
+    {
+        MainWindowTest::TearDown();
+        Korvex::SetModuleName("");
+    }
+    virtual const char* Module() const { return kSoftHsm; }
+    CK_FLAGS TokenFlags()
+    {
+        CK_TOKEN_INFO info{};
+        frame->GetP11()->GetStandardTokenInfo(frame->SelectedCardData()->slotId, info);
+        return info.flags;
+    }
+};
+
+TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
+{
+    // SoftHSM2's slot is fixed; the free slot after it holds no token.
+    ASSERT_EQ(RowNumbers().size(), 1u);
+    SelectRow(0);
+    const ListEntryData* row = frame->SelectedCardData();
+    ASSERT_NE(row, nullptr);
+    EXPECT_EQ(RowText(0, 1), "Tessa Token rsa");  // the first certificate with its key
+    EXPECT_EQ(RowText(0, 2), "SoftHSM project SoftHSM v2");
+    EXPECT_NE(RowText(0, 3), "");
+    EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_SIGNATURE)->GetLabel(), Utf8("PIN: in Ordnung"));
+    const int vendorOnly[] = {MainFrame::ID_ENC_CHANGE_PIN, MainFrame::ID_ENC_PUK, MainFrame::ID_PERS_CHANGE,
+                              MainFrame::ID_PERS_SHOW};
+    for (int id : vendorOnly)
+        EXPECT_FALSE(IsEnabled(id)) << id;
+
+    // Change, a wrong PIN that costs one try, unblock with the SO PIN.
+    SetPinAnswers({"123456", "24680", "24680"});
+    Click(MainFrame::ID_SIG_CHANGE_PIN);
+    ExpectStatus("PIN \xC3\x84nderung erfolgreich!", false);
+    SetPinAnswers({"123456", "11111", "11111"});
+    Click(MainFrame::ID_SIG_CHANGE_PIN);
+    ExpectStatus("Fehler beim PIN \xC3\x84ndern! PIN falsch!", true);
+    EXPECT_TRUE(TokenFlags() & CKF_USER_PIN_COUNT_LOW);
+    SetPinAnswers({"87654321", "123456", "123456"});
+    Click(MainFrame::ID_SIG_PUK);
+    ExpectStatus("PIN Entsperren erfolgreich!", false);
+    EXPECT_FALSE(TokenFlags() & CKF_USER_PIN_COUNT_LOW);
+
+    // The holder's certificate goes to the viewer.
+    Click(MainFrame::ID_SIG_SHOW_CERT);
+    ASSERT_TRUE(WaitForFile(ScratchDir() + "/viewed-0.cer", 10));
+    const Bytes shown = ReadBytes(ViewedCertificates().back());
+    Korvex::slCertificate certificate;
+    ASSERT_TRUE(certificate.LoadFromBuffer(shown.data(), shown.size()));
+    EXPECT_EQ(certificate.GetSubjectCN(), "Tessa Token rsa");
+}
+
+class NoReaderTest : public StandardTokenTest {
+protected:
+    const char* Module() const override { return kOpenSc; }
+};
+
+TEST_F(NoReaderTest, EmptyListSaysWhyAndOffersNothing)
+{
+    EXPECT_TRUE(RowNumbers().empty());
+    ExpectStatus("Das Modul meldet keinen Kartenleser und kein Token.", true);
+    for (int id : {MainFrame::ID_SIG_CHANGE_PIN, MainFrame::ID_SIG_SHOW_CERT, MainFrame::ID_PERS_SHOW})
+        EXPECT_FALSE(IsEnabled(id)) << id;
+}
+
+} // namespace
+} // namespace WindowTests
