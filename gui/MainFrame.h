@@ -168,6 +168,9 @@ private:
     // Reads the selected card's key on the worker, then opens the signature
     // test for it; a card that cannot be reached is said in the status line.
     void RunSignatureTest(const wxString& title, Korvex::ApplType appl);
+    // A standard token: every signing key with every mechanism it lists,
+    // each signature checked against the key's certificate.
+    void RunStandardSignatureTest();
     // Destroy() was called: the window only waits for its deletion.
     bool IsClosing() const;
     // Creates and starts the refresh thread; false when it could not start.

@@ -39,7 +39,28 @@ StandardPinTexts MakeStandardPinTexts(bool unblock, const Korvex::TokenProfile& 
     texts.second = Utf8(Tr("Neue PIN:")) + (lengths.empty() ? "" : " (" + Utf8(lengths) + ")");
     texts.repeat = Utf8(Tr("Neue PIN wiederholen:"));
     texts.mismatch = Utf8(Tr("Die neuen PINs stimmen nicht überein."));
+    texts.login = Utf8(Tr("PIN:"));
     return texts;
+}
+
+Korvex::PKCS11Return LoginStandardToken(Korvex::acPKCS11& p11, const Korvex::TokenProfile& profile,
+                                        const StandardPinTexts& texts)
+{
+    if (profile.protectedPath)
+        return p11.LoginUser(nullptr);
+    Korvex::PinEntry entry;
+    const char* program = std::getenv("VESSACARDS_PINENTRY");
+    if (!entry.start(program != nullptr ? program : ""))
+        return Korvex::PKCS11_ERROR;
+    Secrets pins;
+    Korvex::PinPrompt prompt;
+    prompt.title = prompt.description = texts.title;
+    prompt.prompt = texts.login;
+    const Korvex::PinEntry::Result result = entry.getPin(prompt, pins.first);
+    entry.finish();
+    if (result != Korvex::PinEntry::Result::Ok)
+        return result == Korvex::PinEntry::Result::Cancelled ? Korvex::PKCS11_CANCELED : Korvex::PKCS11_ERROR;
+    return p11.LoginUser(&pins.first);
 }
 
 Korvex::PKCS11Return RunStandardPinCommand(Korvex::acPKCS11& p11, bool unblock, const Korvex::TokenProfile& profile,

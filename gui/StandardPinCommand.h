@@ -21,9 +21,14 @@ struct StandardPinTexts {
     std::string second;  // new PIN
     std::string repeat;  // new PIN again
     std::string mismatch;
+    std::string login;   // the PIN for a login
 };
 
 StandardPinTexts MakeStandardPinTexts(bool unblock, const Korvex::TokenProfile& profile, const std::string& token);
+
+// Logs the user in for the signature test (one PIN asked, or the pad's).
+Korvex::PKCS11Return LoginStandardToken(Korvex::acPKCS11& p11, const Korvex::TokenProfile& profile,
+                                        const StandardPinTexts& texts);
 
 // In a read-write session on the token.
 Korvex::PKCS11Return RunStandardPinCommand(Korvex::acPKCS11& p11, bool unblock, const Korvex::TokenProfile& profile,

@@ -199,6 +199,11 @@ public:
     // Security officer login with the PUK, C_InitPIN, logout.
     PKCS11Return UnblockUserPin(const std::string* puk, const std::string* newPin);
     PKCS11Return LoginUser(const std::string* pin);
+    void LogoutUser();
+    // One signature over SHA-256 (PSS: MGF1 with SHA-256, salt of the
+    // digest's length); signature holds the module's output.
+    bool SignWithKey(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE mechanism, const std::vector<unsigned char>& data,
+                     std::vector<unsigned char>& signature);
 
 private:
     bool readAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type, std::vector<unsigned char>& value);

@@ -201,6 +201,43 @@ PKCS11Return acPKCS11::LoginUser(const std::string* pin)
     return PKCS11_OK;
 }
 
+void acPKCS11::LogoutUser()
+{
+    if (m_hSession != 0)
+        callModule(Proc_C_Logout, m_hSession);
+}
+
+bool acPKCS11::SignWithKey(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE mechanism, const std::vector<unsigned char>& data,
+                           std::vector<unsigned char>& signature)
+{
+    signature.clear();
+    CK_RSA_PKCS_PSS_PARAMS pss = {CKM_SHA256, CKG_MGF1_SHA256, 32};
+    CK_MECHANISM chosen = {mechanism, nullptr, 0};
+    if (mechanism == CKM_SHA256_RSA_PKCS_PSS) {
+        chosen.pParameter = &pss;
+        chosen.ulParameterLen = sizeof(pss);
+    }
+    CK_RV rv = callModule(Proc_C_SignInit, m_hSession, &chosen, key);
+    if (rv != CKR_OK) {
+        LogError("PKCS11 Proc_C_SignInit ERROR", rv);
+        return false;
+    }
+    CK_BYTE_PTR input = const_cast<CK_BYTE_PTR>(data.data());
+    CK_ULONG length = 0;
+    rv = callModule(Proc_C_Sign, m_hSession, input, data.size(), nullptr, &length);
+    if (rv == CKR_OK && length <= kMaxAttributeLength) {
+        signature.assign(length, 0);
+        rv = callModule(Proc_C_Sign, m_hSession, input, data.size(), signature.data(), &length);
+    }
+    if (rv != CKR_OK || length > signature.size()) {
+        LogError("PKCS11 Proc_C_Sign ERROR", rv);
+        signature.clear();
+        return false;
+    }
+    signature.resize(length);
+    return true;
+}
+
 bool acPKCS11::GetMechanisms(CK_SLOT_ID slot, std::vector<CK_MECHANISM_TYPE>& mechanisms)
 {
     mechanisms.clear();

@@ -73,6 +73,12 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
     ExpectStatus("PIN Entsperren erfolgreich!", false);
     EXPECT_FALSE(TokenFlags() & CKF_USER_PIN_COUNT_LOW);
 
+    // Both keys sign with every mechanism the token lists (RSA: PKCS#1
+    // v1.5 and PSS; EC: ECDSA), each checked against its certificate.
+    SetPinAnswers({"123456"});
+    Click(MainFrame::ID_SIG_TEST);
+    ExpectStatus("Signaturtest erfolgreich: 3 Signaturen gepr\xC3\xBC" "ft.", false);
+
     // The holder's certificate goes to the viewer.
     Click(MainFrame::ID_SIG_SHOW_CERT);
     ASSERT_TRUE(WaitForFile(ScratchDir() + "/viewed-0.cer", 10));
