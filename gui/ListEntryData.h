@@ -25,6 +25,7 @@ struct ListEntryData {
     wxString issuer;                   // common name of its issuer
     Korvex::TokenProfile profile;      // what the window offers for this token
     wxString module;                   // the slot's maker, named in the tooltip
+    std::vector<wxString> certificates; // standard tokens: certificate labels, in token order
 };
 
 typedef std::vector<std::shared_ptr<ListEntryData>> ListEntryVector;

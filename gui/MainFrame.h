@@ -66,7 +66,10 @@ public:
         ID_POPUP_PERS_SHOW = 5462,
         ID_POPUP_ENC_TEST = 5463,
         ID_POPUP_SIG_TEST = 5464,
-        ID_WATCH_TIMER = 5470
+        ID_WATCH_TIMER = 5470,
+        // Standard tokens: one popup entry per certificate, by its position.
+        ID_POPUP_CERTIFICATE = 5480,
+        ID_POPUP_CERTIFICATE_LAST = 5529
     };
 
     // Loads the token module; when that fails it tells the user and ends the
@@ -129,9 +132,14 @@ public:
     // Writes the first of these certificates (true: signature) that the
     // selected card gives to a private file and opens it in the viewer.
     void ShowCertificate(std::vector<bool> signatureFirst);
+    // A standard token's certificate by its position; -1: the holder's.
+    void ShowStandardCertificate(int position);
 
     // The popup menu for a card of `type`; the caller owns it.
     wxMenu* CreatePopupMenu(Korvex::TokenType type);
+    // The popup menu of a standard token: its PIN, each certificate by its
+    // label, the signature test.
+    wxMenu* CreateStandardPopupMenu(const ListEntryData& row);
 
     // Parts of the window, for code that drives it without a mouse.
     wxListCtrl* GetCardList() const { return list_ctrl_cards; }

@@ -24,27 +24,15 @@ const char kCertificateFileName[] = "vessacards_cert.cer";
 
 void MainFrame::ShowCertificate(std::vector<bool> signatureFirst) {
     const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
-    auto written = std::make_shared<bool>(false);
     const ListEntryData* row = SelectedCardData();
-    const bool standard = row != nullptr && !row->profile.vendor;
+    if (row != nullptr && !row->profile.vendor) {
+        ShowStandardCertificate(-1);
+        return;
+    }
+    auto written = std::make_shared<bool>(false);
     RunOnSelectedCard(
         [=](Korvex::acPKCS11& p11) {
             Korvex::RemoveFile(path);
-            if (standard) {
-                // The holder's certificate: the first one a private key
-                // belongs to, else the first one.
-                std::vector<Korvex::TokenObject> certificates;
-                if (!p11.ListTokenCertificates(certificates) || certificates.empty())
-                    return;
-                const Korvex::TokenObject* chosen = &certificates.front();
-                for (const Korvex::TokenObject& certificate : certificates)
-                    if (certificate.hasPrivateKey) {
-                        chosen = &certificate;
-                        break;
-                    }
-                *written = Korvex::WritePrivateFile(path, chosen->value.data(), chosen->value.size());
-                return;
-            }
             std::vector<unsigned char> certificate(Korvex::acPKCS11::CERT_BUFFER_SIZE);
             for (bool signature : signatureFirst) {
                 unsigned long length = certificate.size();
@@ -59,6 +47,38 @@ void MainFrame::ShowCertificate(std::vector<bool> signatureFirst) {
         [=](const std::string&) {
             // Started or not, the certificate is on disk; a missing viewer
             // only reports on standard error.
+            if (*written)
+                Korvex::ShowCertificate(path);
+            else
+                SetStatus(Tr("Das Zertifikat konnte nicht gelesen werden."), true);
+        });
+}
+
+void MainFrame::ShowStandardCertificate(int position)
+{
+    const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
+    auto written = std::make_shared<bool>(false);
+    RunOnSelectedCard(
+        [=](Korvex::acPKCS11& p11) {
+            Korvex::RemoveFile(path);
+            std::vector<Korvex::TokenObject> certificates;
+            if (!p11.ListTokenCertificates(certificates) || certificates.empty())
+                return;
+            // The holder's: the first with a key pair, else the first.
+            const Korvex::TokenObject* chosen = &certificates.front();
+            if (position >= 0 && static_cast<size_t>(position) < certificates.size())
+                chosen = &certificates[position];
+            else if (position >= 0)
+                return;
+            else
+                for (const Korvex::TokenObject& certificate : certificates)
+                    if (certificate.hasPrivateKey) {
+                        chosen = &certificate;
+                        break;
+                    }
+            *written = Korvex::WritePrivateFile(path, chosen->value.data(), chosen->value.size());
+        },
+        [=](const std::string&) {
             if (*written)
                 Korvex::ShowCertificate(path);
             else

@@ -189,12 +189,32 @@ wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
     return menu;
 }
 
+wxMenu* MainFrame::CreateStandardPopupMenu(const ListEntryData& row)
+{
+    wxMenu* menu = new wxMenu();
+    if (row.profile.change[Korvex::APPL_SIGNATURE]) {
+        menu->Append(ID_POPUP_SIG_CHANGE_PIN, Tr("PIN ändern"));
+        menu->Append(ID_POPUP_SIG_PUK, Tr("PIN entsperren"));
+        menu->AppendSeparator();
+    }
+    wxMenu* certificates = new wxMenu();
+    for (size_t i = 0; i < row.certificates.size() && ID_POPUP_CERTIFICATE + i <= ID_POPUP_CERTIFICATE_LAST; ++i)
+        certificates->Append(ID_POPUP_CERTIFICATE + static_cast<int>(i), row.certificates[i]);
+    menu->AppendSubMenu(certificates, Tr("Zertifikat anzeigen"));
+    if (row.profile.change[Korvex::APPL_SIGNATURE]) {
+        menu->AppendSeparator();
+        menu->Append(ID_POPUP_SIG_TEST, Tr("Signatur testen"));
+    }
+    return menu;
+}
+
 void MainFrame::evt_ItemRightClick(wxListEvent& /*event*/)
 {
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
     GetSelectedItem(number, type);
-    wxMenu* menu = CreatePopupMenu(type);
+    const ListEntryData* row = SelectedCardData();
+    wxMenu* menu = row != nullptr && !row->profile.vendor ? CreateStandardPopupMenu(*row) : CreatePopupMenu(type);
     menu->Bind(wxEVT_MENU, &MainFrame::evt_OnPopupClick, this);
     PopupMenu(menu);
     delete menu;
@@ -215,7 +235,10 @@ void MainFrame::evt_OnPopupClick(wxCommandEvent& event)
     case ID_POPUP_PERS_SHOW: evt_pers_show(command); break;
     case ID_POPUP_ENC_TEST: evt_enc_test(command); break;
     case ID_POPUP_SIG_TEST: evt_sig_test(command); break;
-    default: break;
+    default:
+        if (event.GetId() >= ID_POPUP_CERTIFICATE && event.GetId() <= ID_POPUP_CERTIFICATE_LAST)
+            ShowStandardCertificate(event.GetId() - ID_POPUP_CERTIFICATE);
+        break;
     }
 }
 

@@ -146,19 +146,21 @@ void RefreshCardThread::ReadStandardToken(const Korvex::SlotStruct& slot, const 
     entry->holder = Trimmed(slot.label);
     // The holder is the subject of the certificate a private key belongs to.
     std::vector<Korvex::TokenObject> certificates;
-    if (m_P11->ListTokenCertificates(certificates))
-        for (const Korvex::TokenObject& object : certificates) {
-            Korvex::slCertificate certificate;
-            if (!object.hasPrivateKey || !certificate.LoadFromBuffer(object.value.data(), object.value.size()))
-                continue;
-            std::string cn = certificate.GetSubjectCN();
-            if (cn.compare(0, 3, "CN=") == 0)
-                cn.erase(0, 3);
-            if (!cn.empty())
-                entry->holder = wxString::FromUTF8(cn.c_str());
-            TakeValidity(certificate, *entry);
-            break;
-        }
+    m_P11->ListTokenCertificates(certificates);
+    for (const Korvex::TokenObject& object : certificates)
+        entry->certificates.push_back(wxString::FromUTF8(object.label.c_str()));
+    for (const Korvex::TokenObject& object : certificates) {
+        Korvex::slCertificate certificate;
+        if (!object.hasPrivateKey || !certificate.LoadFromBuffer(object.value.data(), object.value.size()))
+            continue;
+        std::string cn = certificate.GetSubjectCN();
+        if (cn.compare(0, 3, "CN=") == 0)
+            cn.erase(0, 3);
+        if (!cn.empty())
+            entry->holder = wxString::FromUTF8(cn.c_str());
+        TakeValidity(certificate, *entry);
+        break;
+    }
     CK_SLOT_INFO slotInfo{};
     if (m_P11->GetStandardSlotInfo(slot.slotID, slotInfo))
         entry->module = Trimmed(std::string(reinterpret_cast<const char*>(slotInfo.manufacturerID),

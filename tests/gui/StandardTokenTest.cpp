@@ -7,6 +7,7 @@
 #include "token/LoadFreeLib.h"
 #include "token/acPKCS11.h"
 
+#include <wx/menu.h>
 #include <wx/stattext.h>
 
 namespace WindowTests {
@@ -79,13 +80,23 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
     Click(MainFrame::ID_SIG_TEST);
     ExpectStatus("Signaturtest erfolgreich: 3 Signaturen gepr\xC3\xBC" "ft.", false);
 
-    // The holder's certificate goes to the viewer.
+    // The holder's certificate goes to the viewer, and the popup offers
+    // each certificate by its label.
+    const size_t viewedBefore = ViewedCertificates().size();
     Click(MainFrame::ID_SIG_SHOW_CERT);
-    ASSERT_TRUE(WaitForFile(ScratchDir() + "/viewed-0.cer", 10));
-    const Bytes shown = ReadBytes(ViewedCertificates().back());
-    Korvex::slCertificate certificate;
-    ASSERT_TRUE(certificate.LoadFromBuffer(shown.data(), shown.size()));
-    EXPECT_EQ(certificate.GetSubjectCN(), "Tessa Token rsa");
+    ASSERT_TRUE(WaitForFile(ScratchDir() + "/viewed-" + std::to_string(viewedBefore) + ".cer", 10));
+    ChoosePopupItem(MainFrame::ID_POPUP_CERTIFICATE + 1);
+    ASSERT_TRUE(WaitForFile(ScratchDir() + "/viewed-" + std::to_string(viewedBefore + 1) + ".cer", 10));
+    std::unique_ptr<wxMenu> menu(frame->CreateStandardPopupMenu(*frame->SelectedCardData()));
+    EXPECT_EQ(menu->GetLabelText(MainFrame::ID_POPUP_CERTIFICATE + 1), "ec certificate");
+    const std::vector<std::string> viewed = ViewedCertificates();
+    const char* subjects[] = {"Tessa Token rsa", "Tessa Token ec"};
+    for (size_t i = 0; i < 2; ++i) {
+        const Bytes shown = ReadBytes(viewed[viewedBefore + i]);
+        Korvex::slCertificate certificate;
+        ASSERT_TRUE(certificate.LoadFromBuffer(shown.data(), shown.size()));
+        EXPECT_EQ(certificate.GetSubjectCN(), subjects[i]);
+    }
 }
 
 class NoReaderTest : public StandardTokenTest {
