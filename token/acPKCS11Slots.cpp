@@ -127,6 +127,10 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         // An unpersonalised card carries sixteen zeros as its serial.
         if (!includeBlankSerial && serial == kBlankSerial)
             continue;
+        // A token without a serial number (SoftHSM2's free slot waiting to
+        // be initialised) cannot be told apart from the next one.
+        if (IsNamedModule() && serial.find_first_not_of(' ') == std::string::npos)
+            continue;
 
         SlotStruct* slot = new SlotStruct;
         slot->slotID = id;
