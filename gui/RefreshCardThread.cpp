@@ -3,6 +3,7 @@
 
 #include "app/VessaCardsLogger.h"
 #include "crypto/slCertificate.h"
+#include "token/LoadFreeLib.h"
 #include "token/TokenProfile.h"
 #include "token/acPKCS11.h"
 
@@ -127,6 +128,7 @@ void RefreshCardThread::DoWork(std::vector<Korvex::SlotStruct*> slots)
         entry->typeName = typeName;
         entry->type = info.tokenType;
         entry->profile = profile;
+        entry->module = SlotMaker(slots[i]->slotID);
         m_List.push_back(entry);
 
         m_P11->CloseSession();
@@ -161,9 +163,15 @@ void RefreshCardThread::ReadStandardToken(const Korvex::SlotStruct& slot, const 
         TakeValidity(certificate, *entry);
         break;
     }
-    CK_SLOT_INFO slotInfo{};
-    if (m_P11->GetStandardSlotInfo(slot.slotID, slotInfo))
-        entry->module = Trimmed(std::string(reinterpret_cast<const char*>(slotInfo.manufacturerID),
-                                            sizeof(slotInfo.manufacturerID)));
+    entry->module = SlotMaker(slot.slotID);
     m_List.push_back(entry);
+}
+
+wxString RefreshCardThread::SlotMaker(CK_SLOT_ID slot)
+{
+    // Only a named module can be p11-kit's proxy with rows of several makers.
+    CK_SLOT_INFO info{};
+    if (!Korvex::IsNamedModule() || !m_P11->GetStandardSlotInfo(slot, info))
+        return wxString();
+    return Trimmed(std::string(reinterpret_cast<const char*>(info.manufacturerID), sizeof(info.manufacturerID)));
 }

@@ -36,6 +36,8 @@ private:
     // A row for a token that is not one of the vendor's cards.
     void ReadStandardToken(const Korvex::SlotStruct& slot, const Korvex::TokenInfoStruct2& info,
                            const CK_TOKEN_INFO& raw, const Korvex::TokenProfile& profile);
+    // The maker of the slot's module, for the tooltip; empty on the vendor's.
+    wxString SlotMaker(CK_SLOT_ID slot);
 
     wxWindow* m_Notify;
     Korvex::acPKCS11* m_P11;

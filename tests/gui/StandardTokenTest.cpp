@@ -5,6 +5,7 @@
 
 #include "crypto/slCertificate.h"
 #include "token/LoadFreeLib.h"
+#include "token/TokenProfile.h"
 #include "token/acPKCS11.h"
 
 #include <wx/menu.h>
@@ -54,6 +55,7 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
     ASSERT_NE(row, nullptr);
     EXPECT_EQ(RowText(0, 1), "Tessa Token rsa");  // the first certificate with its key
     EXPECT_EQ(RowText(0, 2), "SoftHSM project SoftHSM v2");
+    EXPECT_NE(frame->GetCardList()->GetToolTipText().Find("Modul: SoftHSM project"), wxNOT_FOUND);
     EXPECT_NE(RowText(0, 3), "");
     EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_SIGNATURE)->GetLabel(), Utf8("PIN: in Ordnung"));
     const int vendorOnly[] = {MainFrame::ID_ENC_CHANGE_PIN, MainFrame::ID_ENC_PUK, MainFrame::ID_PERS_CHANGE,
@@ -69,6 +71,7 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
     Click(MainFrame::ID_SIG_CHANGE_PIN);
     ExpectStatus("Fehler beim PIN \xC3\x84ndern! PIN falsch!", true);
     EXPECT_TRUE(TokenFlags() & CKF_USER_PIN_COUNT_LOW);
+    EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_SIGNATURE)->GetLabel(), Utf8("PIN: schon falsch eingegeben"));
     SetPinAnswers({"87654321", "123456", "123456"});
     Click(MainFrame::ID_SIG_PUK);
     ExpectStatus("PIN Entsperren erfolgreich!", false);
@@ -96,6 +99,36 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
         Korvex::slCertificate certificate;
         ASSERT_TRUE(certificate.LoadFromBuffer(shown.data(), shown.size()));
         EXPECT_EQ(certificate.GetSubjectCN(), subjects[i]);
+    }
+}
+
+// What each kind of token offers: the vendor's generations only with the
+// vendor's extensions; a token without login (the trust store) no PIN.
+TEST(TokenProfileTest, OffersFollowTheTokenKind)
+{
+    const struct {
+        Korvex::TokenType type;
+        bool extensions;
+        CK_FLAGS flags;
+        bool vendor, change, unblock, identityLinkPin, protectedPath;
+    } rows[] = {
+        {Korvex::TOKEN_ACOS_A03, true, CKF_LOGIN_REQUIRED, true, true, true, true, false},
+        {Korvex::TOKEN_ECARD_G2, true, CKF_LOGIN_REQUIRED, true, true, false, false, false},
+        {Korvex::TOKEN_ACOS_A04, false, CKF_LOGIN_REQUIRED, false, true, true, false, false},
+        {Korvex::TOKEN_UNKNOWN, true, CKF_TOKEN_INITIALIZED, false, false, false, false, false},
+        {Korvex::TOKEN_UNKNOWN, false, CKF_LOGIN_REQUIRED | CKF_PROTECTED_AUTHENTICATION_PATH, false, true, true,
+         false, true},
+    };
+    for (const auto& row : rows) {
+        CK_TOKEN_INFO info{};
+        info.flags = row.flags;
+        const Korvex::TokenProfile profile = Korvex::ProfileOf(row.type, row.extensions, info);
+        SCOPED_TRACE(testing::Message() << row.type << "/" << row.flags);
+        EXPECT_EQ(profile.vendor, row.vendor);
+        EXPECT_EQ(profile.change[Korvex::APPL_SIGNATURE], row.change);
+        EXPECT_EQ(profile.unblock[Korvex::APPL_SIGNATURE], row.unblock);
+        EXPECT_EQ(profile.change[Korvex::APPL_IDENTITY_LINK], row.identityLinkPin);
+        EXPECT_EQ(profile.protectedPath, row.protectedPath);
     }
 }
 
