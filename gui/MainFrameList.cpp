@@ -110,8 +110,11 @@ void MainFrame::ApplySelectionRules()
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
     GetSelectedItem(number, type);
     const ListEntryData* selected = SelectedCardData();
-    sizer_sig_staticbox->SetLabel(selected != nullptr && !selected->profile.vendor ? Tr("PIN")
-                                                                                 : Tr("Signaturzertifikat"));
+    // A standard token's one user PIN lives in the signature group.
+    const bool standard = selected != nullptr && !selected->profile.vendor;
+    sizer_sig_staticbox->SetLabel(standard ? Tr("PIN") : Tr("Signaturzertifikat"));
+    button_sig_change_pin->SetLabel(standard ? Tr("PIN ändern") : Tr("6 stellige PIN ändern"));
+    button_sig_puk->SetLabel(standard ? Tr("PIN entsperren") : Tr("6 stellige PIN entsperren"));
     if (number.empty() && Korvex::IsNamedModule()) {
         // Nothing listed: nothing to act on.
         for (wxButton* button : commands)
