@@ -37,6 +37,7 @@ StandardPinTexts MakeStandardPinTexts(bool unblock, const Korvex::TokenProfile& 
             : wxString();
     texts.first = Utf8(unblock ? Tr("PUK:") : Tr("Aktuelle PIN:"));
     texts.second = Utf8(Tr("Neue PIN:")) + (lengths.empty() ? "" : " (" + Utf8(lengths) + ")");
+    texts.lengths = Utf8(lengths);
     texts.repeat = Utf8(Tr("Neue PIN wiederholen:"));
     texts.mismatch = Utf8(Tr("Die neuen PINs stimmen nicht überein."));
     texts.login = Utf8(Tr("PIN:"));
@@ -85,9 +86,11 @@ Korvex::PKCS11Return RunStandardPinCommand(Korvex::acPKCS11& p11, bool unblock, 
         const Korvex::PinEntry::Result result = entry.getPin(prompt, *answers[step]);
         if (result != Korvex::PinEntry::Result::Ok)
             return result == Korvex::PinEntry::Result::Cancelled ? Korvex::PKCS11_CANCELED : Korvex::PKCS11_ERROR;
-        if (step == 2 && pins.repeat != pins.second) {
+        const bool outOfRange = profile.maxPinLength > 0 && (pins.second.size() < profile.minPinLength ||
+                                                             pins.second.size() > profile.maxPinLength);
+        if (step == 2 && (pins.repeat != pins.second || outOfRange)) {
             // Ask for the new PIN once more rather than give up.
-            prompt.error = texts.mismatch;
+            prompt.error = outOfRange ? texts.lengths : texts.mismatch;
             Korvex::PinEntry::wipe(pins.second);
             Korvex::PinEntry::wipe(pins.repeat);
             step = 0;

@@ -21,6 +21,7 @@ struct StandardPinTexts {
     std::string second;  // new PIN
     std::string repeat;  // new PIN again
     std::string mismatch;
+    std::string lengths; // the lengths the token allows, shown when one is outside
     std::string login;   // the PIN for a login
 };
 

@@ -65,7 +65,8 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
         EXPECT_FALSE(IsEnabled(id)) << id;
 
     // Change, a wrong PIN that costs one try, unblock with the SO PIN.
-    SetPinAnswers({"123456", "24680", "24680"});
+    // A new PIN shorter than the token's minimum (4) is asked for again.
+    SetPinAnswers({"123456", "123", "123", "24680", "24680"});
     Click(MainFrame::ID_SIG_CHANGE_PIN);
     ExpectStatus("PIN \xC3\x84nderung erfolgreich!", false);
     SetPinAnswers({"123456", "11111", "11111"});
