@@ -8,6 +8,7 @@
 #include "gui/RefreshCardThread.h"
 #include "gui/Translate.h"
 #include "token/LoadFreeLib.h"
+#include "token/TokenProfile.h"
 #include "token/acPKCS11.h"
 
 #include <wx/app.h>
@@ -129,23 +130,12 @@ void MainFrame::ApplySelectionRules()
         button_sig_puk->Enable(selected->profile.unblock[Korvex::APPL_SIGNATURE]);
         button_sig_show_cert->Enable(true);
         button_sig_test->Enable(selected->profile.change[Korvex::APPL_SIGNATURE]);
-    } else if (!number.empty() && type >= Korvex::TOKEN_ACOS_A03 && type <= Korvex::TOKEN_ECARD_G4) {
-        switch (type) {
-        case Korvex::TOKEN_ACOS_A03:
-            break;
-        case Korvex::TOKEN_ACOS_A04:
-        case Korvex::TOKEN_ACOS_A05:
-            button_pers_change->Enable(false);
-            button_pers_puk->Enable(false);
-            break;
-        default:
-            // The e-card generations have no identity-link PIN and no unblock.
-            button_pers_change->Enable(false);
-            button_pers_puk->Enable(false);
-            button_enc_puk->Enable(false);
-            button_sig_puk->Enable(false);
-            break;
-        }
+    } else if (const Korvex::CardGeneration* generation = number.empty() ? nullptr : Korvex::FindGeneration(type)) {
+        // What the generation table says the card has.
+        button_pers_change->Enable(generation->identityLinkPin);
+        button_pers_puk->Enable(generation->identityLinkPin);
+        button_enc_puk->Enable(generation->unblock);
+        button_sig_puk->Enable(generation->unblock);
     }
     // A locked PIN can only be unblocked, not changed.
     if (const ListEntryData* row = SelectedCardData()) {
@@ -158,7 +148,8 @@ void MainFrame::ApplySelectionRules()
 
 wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
 {
-    const bool identityLink = type == Korvex::TOKEN_ACOS_A03;
+    const Korvex::CardGeneration* generation = Korvex::FindGeneration(type);
+    const bool identityLink = generation != nullptr && generation->identityLinkPin;
 
     wxMenu* changePin = new wxMenu();
     changePin->Append(ID_POPUP_ENC_CHANGE_PIN, Tr("Geheimhaltungszertifikat"));

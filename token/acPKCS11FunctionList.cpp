@@ -7,7 +7,6 @@
 #include "token/LoadFreeLib.h"
 #include "token/acPKCS11Internal.h"
 
-#include <cstring>
 
 namespace Korvex {
 
