@@ -141,7 +141,11 @@ void RefreshCardThread::ReadStandardToken(const Korvex::SlotStruct& slot, const 
     std::shared_ptr<ListEntryData> entry = std::make_shared<ListEntryData>();
     entry->slotId = slot.slotID;
     entry->number = wxString::FromUTF8(slot.serial.c_str());
-    entry->typeName = wxString::FromUTF8(Korvex::GenericTypeName(raw).c_str());
+    // The vendor's cards keep their type name behind a module without the
+    // vendor's extensions (p11-kit's proxy).
+    entry->typeName = Korvex::FindGeneration(info.tokenType) != nullptr
+                          ? TokenTypeDisplayName(info.tokenType)
+                          : wxString::FromUTF8(Korvex::GenericTypeName(raw).c_str());
     entry->type = Korvex::TOKEN_UNKNOWN;
     entry->profile = profile;
     entry->pins = Korvex::ReadCardPinStates(*m_P11, info);
