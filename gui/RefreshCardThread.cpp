@@ -95,8 +95,11 @@ void RefreshCardThread::DoWork(std::vector<Korvex::SlotStruct*> slots)
         Korvex::TokenInfoStruct2 info;
         CK_TOKEN_INFO raw{};
         const bool infoRead = m_P11->GetTokenInfoForSlot(slots[i]->slotID, info, raw);
-        const Korvex::TokenProfile profile =
-            Korvex::ProfileOf(info.tokenType, Korvex::acPKCS11::HasCardAttribute(), raw);
+        Korvex::TokenProfile profile = Korvex::ProfileOf(info.tokenType, Korvex::acPKCS11::HasCardAttribute(), raw);
+        // A card of the vendor's module whose token information could not be
+        // read keeps the row it always had (no type, nothing restricted).
+        if (!infoRead)
+            profile.vendor = Korvex::acPKCS11::HasCardAttribute();
         if (infoRead && !profile.vendor) {
             ReadStandardToken(*slots[i], info, raw, profile);
             m_P11->CloseSession();
