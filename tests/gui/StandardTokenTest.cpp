@@ -59,6 +59,7 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
     EXPECT_NE(RowText(0, 3), "");
     EXPECT_EQ(frame->GetPinStateText(Korvex::APPL_SIGNATURE)->GetLabel(), Utf8("PIN: in Ordnung"));
     EXPECT_EQ(frame->FindWindow(MainFrame::ID_SIG_CHANGE_PIN)->GetLabel(), Utf8("PIN \xC3\xA4ndern"));
+    EXPECT_EQ(LayoutFaults(frame), std::vector<std::string>());
     const int vendorOnly[] = {MainFrame::ID_ENC_CHANGE_PIN, MainFrame::ID_ENC_PUK, MainFrame::ID_PERS_CHANGE,
                               MainFrame::ID_PERS_SHOW};
     for (int id : vendorOnly)
