@@ -9,6 +9,7 @@
 #include "base/FileAndDirectory.h"
 #include "base/FileSystem.h"
 #include "base/Logging.h"
+#include "token/LoadFreeLib.h"
 #include "token/acPKCS11.h"
 
 #include <cerrno>
@@ -112,6 +113,11 @@ void BootstrapProcess()
         I18N::GetHandle()->Initialize(language);
     else
         I18N::GetHandle()->Initialize();
+
+    // Which module the window loads: the vendor's unless a setting names one.
+    std::string module;
+    config->GetString(CFG_PKCS11_MODULE, module);
+    Korvex::SetModuleName(module);
 
     long level = 0;
     std::string path;

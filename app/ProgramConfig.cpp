@@ -91,6 +91,8 @@ const ConfigRow kConfigRows[] = {
     {60, 1, kDriver, "MiniDriverMinVersion"},
     {61, 0, nullptr, "AutoRefresh"},
     {62, 1, nullptr, "AutoRefresh"},
+    {63, 0, nullptr, "PKCS11Module"},
+    {64, 1, nullptr, "PKCS11Module"},
 };
 
 } // namespace

@@ -17,7 +17,8 @@ enum ConfigEntry : unsigned {
     CFG_LOG_FILENAME = 17,     // log directory or .log file; also path entry 0
     CFG_ORBELIA_INSTALLDIR = 26, // installation folder of the identity-link writer
     CFG_LANGUAGE = 28,         // user interface language (toolkit language number)
-    CFG_AUTO_REFRESH = 62      // 0: no automatic card-list refresh on insert and remove
+    CFG_AUTO_REFRESH = 62,     // 0: no automatic card-list refresh on insert and remove
+    CFG_PKCS11_MODULE = 64     // module file (bare name or path); empty: the vendor's module
 };
 
 // Path entry of the log file (relative to the user directory).

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "token/CardPinStates.h"
+#include "token/TokenProfile.h"
 #include "token/acPKCS11Types.h"
 
 #include <wx/string.h>
@@ -22,9 +23,13 @@ struct ListEntryData {
     std::time_t validFrom = 0;
     std::time_t validTo = 0;
     wxString issuer;                   // common name of its issuer
+    Korvex::TokenProfile profile;      // what the window offers for this token
+    wxString module;                   // the slot's maker, named in the tooltip
+    std::vector<wxString> certificates; // standard tokens: certificate labels, in token order
 };
 
 typedef std::vector<std::shared_ptr<ListEntryData>> ListEntryVector;
 
-// Display name of a card type; empty above TOKEN_ECARD_G4 and below 0.
+// Display name of a card generation (from the generation table); empty for
+// any other value.
 wxString TokenTypeDisplayName(int type);

@@ -68,7 +68,10 @@ public:
         ID_POPUP_PERS_SHOW = 5462,
         ID_POPUP_ENC_TEST = 5463,
         ID_POPUP_SIG_TEST = 5464,
-        ID_WATCH_TIMER = 5470
+        ID_WATCH_TIMER = 5470,
+        // Standard tokens: one popup entry per certificate, by its position.
+        ID_POPUP_CERTIFICATE = 5480,
+        ID_POPUP_CERTIFICATE_LAST = 5529
     };
 
     // Loads the token module; when that fails it tells the user and ends the
@@ -131,9 +134,14 @@ public:
     // Writes the first of these certificates (true: signature) that the
     // selected card gives to a private file and opens it in the viewer.
     void ShowCertificate(std::vector<bool> signatureFirst);
+    // A standard token's certificate by its position; -1: the holder's.
+    void ShowStandardCertificate(int position);
 
     // The popup menu for a card of `type`; the caller owns it.
     wxMenu* CreatePopupMenu(Korvex::TokenType type);
+    // The popup menu of a standard token: its PIN, each certificate by its
+    // label, the signature test.
+    wxMenu* CreateStandardPopupMenu(const ListEntryData& row);
 
     // Parts of the window, for code that drives it without a mouse.
     CardList* GetCardList() const { return list_ctrl_cards; }
@@ -176,6 +184,9 @@ private:
     // Reads the selected card's key on the worker, then opens the signature
     // test for it; a card that cannot be reached is said in the status line.
     void RunSignatureTest(const wxString& title, Korvex::ApplType appl);
+    // A standard token: every signing key with every mechanism it lists,
+    // each signature checked against the key's certificate.
+    void RunStandardSignatureTest();
     // Destroy() was called: the window only waits for its deletion.
     bool IsClosing() const;
     // Creates and starts the refresh thread; false when it could not start.
@@ -196,7 +207,7 @@ private:
     // then `done` with the card's number on the GUI thread; a card that
     // cannot be found or opened is said in the status line instead.
     void RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
-                           std::function<void(const std::string&)> done);
+                           std::function<void(const std::string&)> done, bool readWrite = false);
     // Locks the window and runs `work` on the worker thread; `done` runs on
     // the GUI thread afterwards unless the window is closing. False when
     // the thread could not start (the window is unlocked again).
@@ -207,7 +218,8 @@ private:
     static wxString MarkCardsWithUnreadData(const ListEntryVector& rows);
     // Under an empty list: no reader, or no card in one. Hidden otherwise,
     // and when the slot list itself could not be read (the status says so).
-    void ShowEmptyListHint(bool slotListRead);
+    // `readers`: the readers a refresh found with no card listed; -1 unknown.
+    void ShowEmptyListHint(int readers);
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;

@@ -24,6 +24,11 @@ const char kCertificateFileName[] = "vessacards_cert.cer";
 
 void MainFrame::ShowCertificate(std::vector<bool> signatureFirst) {
     const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
+    const ListEntryData* row = SelectedCardData();
+    if (row != nullptr && !row->profile.vendor) {
+        ShowStandardCertificate(-1);
+        return;
+    }
     auto written = std::make_shared<bool>(false);
     auto fileFailed = std::make_shared<bool>(false);
     RunOnSelectedCard(
@@ -54,6 +59,38 @@ void MainFrame::ShowCertificate(std::vector<bool> signatureFirst) {
                 SetStatus(wxString::Format(Tr("Die Zertifikatsdatei %s konnte nicht angelegt werden."),
                                            wxString::FromUTF8(path.c_str())),
                           true);
+            else
+                SetStatus(Tr("Das Zertifikat konnte nicht gelesen werden."), true);
+        });
+}
+
+void MainFrame::ShowStandardCertificate(int position)
+{
+    const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
+    auto written = std::make_shared<bool>(false);
+    RunOnSelectedCard(
+        [=](Korvex::acPKCS11& p11) {
+            Korvex::RemoveFile(path);
+            std::vector<Korvex::TokenObject> certificates;
+            if (!p11.ListTokenCertificates(certificates) || certificates.empty())
+                return;
+            // The holder's: the first with a key pair, else the first.
+            const Korvex::TokenObject* chosen = &certificates.front();
+            if (position >= 0 && static_cast<size_t>(position) < certificates.size())
+                chosen = &certificates[position];
+            else if (position >= 0)
+                return;
+            else
+                for (const Korvex::TokenObject& certificate : certificates)
+                    if (certificate.hasPrivateKey) {
+                        chosen = &certificate;
+                        break;
+                    }
+            *written = Korvex::WritePrivateFile(path, chosen->value.data(), chosen->value.size());
+        },
+        [=](const std::string&) {
+            if (*written)
+                Korvex::ShowCertificate(path);
             else
                 SetStatus(Tr("Das Zertifikat konnte nicht gelesen werden."), true);
         });

@@ -7,6 +7,7 @@
 #include "app/VessaCardsLogger.h"
 #include "gui/CardList.h"
 #include "gui/CardSession.h"
+#include "gui/StandardPinCommand.h"
 #include "gui/Translate.h"
 
 #include <wx/stattext.h>
@@ -16,7 +17,7 @@
 #include <memory>
 
 void MainFrame::RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
-                                  std::function<void(const std::string&)> done)
+                                  std::function<void(const std::string&)> done, bool readWrite)
 {
     // One command at a time: a second click while one runs does nothing.
     if (IsCardWorkRunning() || IsRefreshRunning() || IsClosing())
@@ -38,7 +39,7 @@ void MainFrame::RunOnSelectedCard(std::function<void(Korvex::acPKCS11&)> work,
     Korvex::acPKCS11* p11 = m_P11;
     StartCardWork(
         [=] {
-            *outcome = OpenCardSession(*p11, slot, slotKnown, number);
+            *outcome = OpenCardSession(*p11, slot, slotKnown, number, readWrite);
             if (*outcome != CardSession::OPEN)
                 return;
             work(*p11);
@@ -62,11 +63,21 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
         Korvex::CardPinStates pins;
     };
     auto pinWork = std::make_shared<PinWork>();
+    const ListEntryData* row = SelectedCardData();
+    const bool standard = row != nullptr && !row->profile.vendor;
+    const Korvex::TokenProfile profile = row != nullptr ? row->profile : Korvex::TokenProfile();
+    const StandardPinTexts texts =
+        standard ? MakeStandardPinTexts(unblock, profile, std::string(row->holder.utf8_str())) : StandardPinTexts();
     RunOnSelectedCard(
         [=](Korvex::acPKCS11& p11) {
-            // The module runs its own PIN dialogue inside these calls.
-            pinWork->result = unblock ? p11.UnblockPIN(appl) : p11.ChangePIN(appl);
-            pinWork->rv = p11.LastPinCommandRv();
+            // The vendor's module runs its own PIN dialogue inside its calls;
+            // for any other token the program asks.
+            if (standard) {
+                pinWork->result = RunStandardPinCommand(p11, unblock, profile, texts);
+            } else {
+                pinWork->result = unblock ? p11.UnblockPIN(appl) : p11.ChangePIN(appl);
+                pinWork->rv = p11.LastPinCommandRv();
+            }
             // The user sees at once what the attempt cost. The generation is
             // known from the listing; the token flags, which tell an ACOS
             // card's PIN state, may have changed and are read afresh.
@@ -88,7 +99,8 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
                 SetStatus(GetStatusText()->GetLabel() + "\n" + Tr("Der PIN-Dialog konnte nicht angezeigt werden."),
                           true);
             }
-        });
+        },
+        standard);
 }
 
 bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> done)

@@ -2,8 +2,10 @@
 // texts of PIN change and unblock, and the two signature tests.
 #include "gui/MainFrame.h"
 
+#include "gui/StandardPinCommand.h"
 #include "gui/TestDialog.h"
 #include "gui/Translate.h"
+#include "token/StandardSignatureTest.h"
 #include "token/acPKCS11.h"
 
 #include <memory>
@@ -65,8 +67,59 @@ void MainFrame::SetStatusPinUnblock(Korvex::PKCS11Return result)
     }
 }
 
+void MainFrame::RunStandardSignatureTest()
+{
+    struct TestRun {
+        Korvex::PKCS11Return login = Korvex::PKCS11_ERROR;
+        std::vector<Korvex::SignatureCheckResult> results;
+    };
+    const ListEntryData* row = SelectedCardData();
+    if (row == nullptr)
+        return;
+    const Korvex::TokenProfile profile = row->profile;
+    StandardPinTexts texts = MakeStandardPinTexts(false, profile, std::string(row->holder.utf8_str()));
+    texts.title = std::string(Tr("Signatur testen").utf8_str()) + ": " + std::string(row->holder.utf8_str());
+    auto run = std::make_shared<TestRun>();
+    RunOnSelectedCard(
+        [=](Korvex::acPKCS11& p11) {
+            run->login = LoginStandardToken(p11, profile, texts);
+            if (run->login != Korvex::PKCS11_OK)
+                return;
+            run->results = Korvex::RunStandardSignatureTest(p11, p11.GetSessionSlotId());
+            p11.LogoutUser();
+        },
+        [this, run](const std::string&) {
+            switch (run->login) {
+            case Korvex::PKCS11_OK: break;
+            case Korvex::PKCS11_CANCELED: SetStatus(Tr("Abbruch durch Benutzer"), true); return;
+            case Korvex::PKCS11_PIN_INCORRECT: SetStatus(Tr("Anmeldung am Token fehlgeschlagen: PIN falsch."), true); return;
+            default: SetStatus(Tr("Anmeldung am Token fehlgeschlagen."), true); return;
+            }
+            if (run->results.empty()) {
+                SetStatus(Tr("Kein Schlüssel zum Signieren auf dem Token."), true);
+                return;
+            }
+            for (const Korvex::SignatureCheckResult& result : run->results)
+                if (!result.verified) {
+                    SetStatus(wxString::Format(Tr("Signaturtest fehlgeschlagen: Schlüssel %s, Verfahren %s."),
+                                               wxString::FromUTF8(result.key.c_str()),
+                                               wxString::FromUTF8(result.mechanism.c_str())),
+                              true);
+                    return;
+                }
+            SetStatus(wxString::Format(Tr("Signaturtest erfolgreich: %d Signaturen geprüft."),
+                                       static_cast<int>(run->results.size())),
+                      false);
+        });
+}
+
 void MainFrame::RunSignatureTest(const wxString& title, Korvex::ApplType appl)
 {
+    const ListEntryData* row = SelectedCardData();
+    if (row != nullptr && !row->profile.vendor) {
+        RunStandardSignatureTest();
+        return;
+    }
     // The key's size decides the hashes the dialog offers. It is read on the
     // worker, from the card found as every command finds it, so a slow or
     // pulled card neither freezes the window nor opens the dialog.

@@ -8,6 +8,8 @@
 #include "gui/CardStatusText.h"
 #include "gui/RefreshCardThread.h"
 #include "gui/Translate.h"
+#include "token/LoadFreeLib.h"
+#include "token/TokenProfile.h"
 #include "token/acPKCS11.h"
 
 #include <wx/app.h>
@@ -18,6 +20,7 @@
 #include <wx/menu.h>
 #include <wx/panel.h>
 #include <wx/stattext.h>
+#include <wx/statbox.h>
 #include <wx/utils.h>
 
 #include <algorithm>
@@ -110,23 +113,32 @@ void MainFrame::ApplySelectionRules()
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
     GetSelectedItem(number, type);
-    if (!number.empty() && type >= Korvex::TOKEN_ACOS_A03 && type <= Korvex::TOKEN_ECARD_G4) {
-        switch (type) {
-        case Korvex::TOKEN_ACOS_A03:
-            break;
-        case Korvex::TOKEN_ACOS_A04:
-        case Korvex::TOKEN_ACOS_A05:
-            button_pers_change->Enable(false);
-            button_pers_puk->Enable(false);
-            break;
-        default:
-            // The e-card generations have no identity-link PIN and no unblock.
-            button_pers_change->Enable(false);
-            button_pers_puk->Enable(false);
-            button_enc_puk->Enable(false);
-            button_sig_puk->Enable(false);
-            break;
-        }
+    const ListEntryData* selected = SelectedCardData();
+    // A standard token's one user PIN lives in the signature group.
+    const bool standard = selected != nullptr && !selected->profile.vendor;
+    sizer_sig_staticbox->SetLabel(standard ? Tr("PIN") : Tr("Signaturzertifikat"));
+    button_sig_change_pin->SetLabel(standard ? Tr("PIN ändern") : Tr("6 stellige PIN ändern"));
+    button_sig_puk->SetLabel(standard ? Tr("PIN entsperren") : Tr("6 stellige PIN entsperren"));
+    if (number.empty() && Korvex::IsNamedModule()) {
+        // Nothing listed: nothing to act on.
+        for (wxButton* button : commands)
+            button->Enable(false);
+        return;
+    }
+    if (selected != nullptr && !selected->profile.vendor) {
+        // A standard token: one user PIN, its certificates, the signature test.
+        for (wxButton* button : commands)
+            button->Enable(false);
+        button_sig_change_pin->Enable(selected->profile.change[Korvex::APPL_SIGNATURE]);
+        button_sig_puk->Enable(selected->profile.unblock[Korvex::APPL_SIGNATURE]);
+        button_sig_show_cert->Enable(true);
+        button_sig_test->Enable(selected->profile.change[Korvex::APPL_SIGNATURE]);
+    } else if (const Korvex::CardGeneration* generation = number.empty() ? nullptr : Korvex::FindGeneration(type)) {
+        // What the generation table says the card has.
+        button_pers_change->Enable(generation->identityLinkPin);
+        button_pers_puk->Enable(generation->identityLinkPin);
+        button_enc_puk->Enable(generation->unblock);
+        button_sig_puk->Enable(generation->unblock);
     }
     // A locked PIN can only be unblocked, not changed.
     if (const ListEntryData* row = SelectedCardData()) {
@@ -139,7 +151,8 @@ void MainFrame::ApplySelectionRules()
 
 wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
 {
-    const bool identityLink = type == Korvex::TOKEN_ACOS_A03;
+    const Korvex::CardGeneration* generation = Korvex::FindGeneration(type);
+    const bool identityLink = generation != nullptr && generation->identityLinkPin;
 
     wxMenu* changePin = new wxMenu();
     changePin->Append(ID_POPUP_ENC_CHANGE_PIN, Tr("Geheimhaltungszertifikat"));
@@ -173,6 +186,25 @@ wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
     return menu;
 }
 
+wxMenu* MainFrame::CreateStandardPopupMenu(const ListEntryData& row)
+{
+    wxMenu* menu = new wxMenu();
+    if (row.profile.change[Korvex::APPL_SIGNATURE]) {
+        menu->Append(ID_POPUP_SIG_CHANGE_PIN, Tr("PIN ändern"));
+        menu->Append(ID_POPUP_SIG_PUK, Tr("PIN entsperren"));
+        menu->AppendSeparator();
+    }
+    wxMenu* certificates = new wxMenu();
+    for (size_t i = 0; i < row.certificates.size() && ID_POPUP_CERTIFICATE + i <= ID_POPUP_CERTIFICATE_LAST; ++i)
+        certificates->Append(ID_POPUP_CERTIFICATE + static_cast<int>(i), row.certificates[i]);
+    menu->AppendSubMenu(certificates, Tr("Zertifikat anzeigen"));
+    if (row.profile.change[Korvex::APPL_SIGNATURE]) {
+        menu->AppendSeparator();
+        menu->Append(ID_POPUP_SIG_TEST, Tr("Signatur testen"));
+    }
+    return menu;
+}
+
 void MainFrame::evt_ItemRightClick(wxDataViewEvent& event)
 {
     // The tree view leaves the selection alone on a right click; the menu is
@@ -183,7 +215,8 @@ void MainFrame::evt_ItemRightClick(wxDataViewEvent& event)
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
     GetSelectedItem(number, type);
-    wxMenu* menu = CreatePopupMenu(type);
+    const ListEntryData* row = SelectedCardData();
+    wxMenu* menu = row != nullptr && !row->profile.vendor ? CreateStandardPopupMenu(*row) : CreatePopupMenu(type);
     menu->Bind(wxEVT_MENU, &MainFrame::evt_OnPopupClick, this);
     PopupMenu(menu);
     delete menu;
@@ -204,7 +237,10 @@ void MainFrame::evt_OnPopupClick(wxCommandEvent& event)
     case ID_POPUP_PERS_SHOW: evt_pers_show(command); break;
     case ID_POPUP_ENC_TEST: evt_enc_test(command); break;
     case ID_POPUP_SIG_TEST: evt_sig_test(command); break;
-    default: break;
+    default:
+        if (event.GetId() >= ID_POPUP_CERTIFICATE && event.GetId() <= ID_POPUP_CERTIFICATE_LAST)
+            ShowStandardCertificate(event.GetId() - ID_POPUP_CERTIFICATE);
+        break;
     }
 }
 
@@ -274,7 +310,7 @@ void MainFrame::evt_reload(wxCommandEvent& /*event*/)
     // No row, no PIN lines: what they said belonged to the list just emptied.
     m_Rows.clear();
     ShowSelectedCardState();
-    ShowEmptyListHint(false);
+    ShowEmptyListHint(-1);
     // From here until the thread-finished event only the thread uses the
     // token object; the locked window keeps every command away from it.
     if (StartRefreshThread())
@@ -299,7 +335,7 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
 
     const wxString dataUnread = MarkCardsWithUnreadData(rows);
     ShowRows(rows, m_SelectedBeforeRefresh);
-    ShowEmptyListHint(!thread->SlotListFailed());
+    ShowEmptyListHint(thread->SlotListFailed() ? -1 : thread->ReaderCount());
     const bool cardUnread = thread->UnreadableCards() > 0 || m_P11->UnreadSlotCount() > 0;
     if (thread->SlotListFailed() || cardUnread || !dataUnread.empty()) {
         SetStatus(thread->SlotListFailed() ? Tr("Die Kartenliste konnte nicht gelesen werden.")
@@ -313,6 +349,10 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
     } else {
         m_RetryDelayMs = 0;
         m_RetryAtMs = 0;
+        // A module the user named may have nothing to list: the status line
+        // says which, too, as a reason and not only a hint.
+        if (rows.empty() && Korvex::IsNamedModule() && label_list_hint->IsShown())
+            SetStatus(label_list_hint->GetLabel(), true);
     }
     thread.reset();
 
@@ -338,11 +378,10 @@ wxString MainFrame::MarkCardsWithUnreadData(const ListEntryVector& rows)
     return numbers;
 }
 
-void MainFrame::ShowEmptyListHint(bool slotListRead)
+void MainFrame::ShowEmptyListHint(int readers)
 {
     wxString hint;
-    size_t readers = 0;
-    if (slotListRead && list_ctrl_cards->GetItemCount() == 0 && m_P11->CountReaders(readers))
+    if (readers >= 0 && list_ctrl_cards->GetItemCount() == 0)
         hint = readers == 0 ? Tr("Kein Kartenleser gefunden. Bitte schließen Sie einen Kartenleser an.")
                             : Tr("Keine Karte gefunden. Bitte stecken Sie Ihre Karte in den Kartenleser.");
     label_list_hint->SetLabel(hint);
@@ -370,6 +409,9 @@ void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSel
         else if (mark == VALIDITY_EXPIRES_SOON)
             contents.background = kExpiresSoonBackground;
         contents.toolTip = CertificateDetails(*row);
+        // Through p11-kit's proxy rows come from several modules.
+        if (!row->module.empty())
+            contents.toolTip += (contents.toolTip.empty() ? "" : "\n") + wxString::Format(Tr("Modul: %s"), row->module);
         index = list_ctrl_cards->InsertRow(index, contents);
     }
     // The card selected before stays selected while it is there.

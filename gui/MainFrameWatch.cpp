@@ -6,6 +6,7 @@
 #include "base/wxHelper.h"
 #include "gui/CardList.h"
 #include "gui/CardStatusText.h"
+#include "gui/Translate.h"
 #include "token/acPKCS11.h"
 
 #include <wx/panel.h>

@@ -29,11 +29,20 @@ public:
     // What could not be read; only valid after the thread has been joined.
     bool SlotListFailed() const { return m_SlotListFailed; }
     int UnreadableCards() const { return m_UnreadableCards; }
+    // With no row: how many readers the module has; -1 when unknown.
+    int ReaderCount() const { return m_ReaderCount; }
 
 private:
+    // A row for a token that is not one of the vendor's cards.
+    void ReadStandardToken(const Korvex::SlotStruct& slot, const Korvex::TokenInfoStruct2& info,
+                           const CK_TOKEN_INFO& raw, const Korvex::TokenProfile& profile);
+    // The maker of the slot's module, for the tooltip; empty on the vendor's.
+    wxString SlotMaker(CK_SLOT_ID slot);
+
     wxWindow* m_Notify;
     Korvex::acPKCS11* m_P11;
     ListEntryVector m_List;
     bool m_SlotListFailed = false;
     int m_UnreadableCards = 0;
+    int m_ReaderCount = -1;
 };

@@ -49,7 +49,8 @@ DialogOutcome runPinDialog(DialogKind kind, const DialogTarget& target) {
     ++g_dialogs;
     DialogOutcome outcome;
     PinEntry entry;
-    if (!entry.start()) {
+    const char* program = std::getenv("VESSA_SIM_PINENTRY");
+    if (!entry.start(program != nullptr ? program : "")) {
         reportNoDialogue();
         return outcome;
     }

@@ -4,11 +4,14 @@
 #pragma once
 
 #include "sim/CardSet.h"
-#include "sim/PinEntry.h"
+#include "base/PinEntry.h"
 
 #include <string>
 
 namespace VessaSim {
+
+using Korvex::PinEntry;
+using Korvex::PinPrompt;
 
 enum class DialogKind { Verify, Change, Unblock };
 

@@ -1,6 +1,7 @@
 // PIN states from the vendor's status attribute or the token flags.
 #include "token/CardPinStates.h"
 
+#include "token/TokenProfile.h"
 #include "token/acPKCS11.h"
 
 #include <vector>
@@ -80,13 +81,30 @@ bool CardPinStates::NeedsAttention() const
     return false;
 }
 
+namespace {
+
+// The token flags: those the caller read just now, else the session slot's.
+bool FlagsOf(acPKCS11& token, const TokenState* known, TokenState& state)
+{
+    if (known != nullptr) {
+        state = *known;
+        return true;
+    }
+    return token.GetSessionHandle() != 0 && token.GetTokenState(token.GetSessionSlotId(), state);
+}
+
+} // namespace
+
 CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info, const TokenState* known)
 {
     CardPinStates states;
-    switch (info.tokenType) {
-    case TOKEN_ECARD_G3A:
-    case TOKEN_ECARD_G3B:
-    case TOKEN_ECARD_G4:
+    TokenState state;
+    const CardGeneration* generation = FindGeneration(info.tokenType);
+    if (generation == nullptr || !acPKCS11::HasCardAttribute()) {
+        // Any other token: its one user PIN, when it has one to log in with.
+        if (FlagsOf(token, known, state) && (state.flags & CKF_LOGIN_REQUIRED))
+            states.pins[APPL_SIGNATURE] = FromTokenFlags(state.flags);
+    } else if (generation->countsTries) {
         // These generations report their counters. The type code that
         // allows the query follows from the token information already read;
         // their answer-to-reset would only say the same at a card call.
@@ -96,29 +114,15 @@ CardPinStates ReadCardPinStates(acPKCS11& token, const TokenInfoStruct2& info, c
         } else {
             states.pins[APPL_SIGNATURE] = states.pins[APPL_ENCRYPTION] = Unreadable();
         }
-        break;
-    case TOKEN_ACOS_A03:
-    case TOKEN_ACOS_A04:
-    case TOKEN_ACOS_A05:
-        // Their login PIN is the identity-link PIN, told by the token flags
-        // of the card in the session's slot; the key PINs answer a status
-        // query.
-        if (token.GetSessionHandle() != 0) {
-            TokenState state;
-            if (known != nullptr)
-                state = *known;
-            else if (!token.GetTokenState(token.GetSessionSlotId(), state))
-                state.flags = 0;
-            if (state.flags & CKF_TOKEN_INITIALIZED)
-                states.pins[APPL_IDENTITY_LINK] = FromTokenFlags(state.flags);
-        }
+    } else if (generation->loginPinIsIdentityLink) {
+        // Their login PIN is the identity-link PIN, told by the token flags;
+        // the key PINs answer a status query.
+        if (FlagsOf(token, known, state) && (state.flags & CKF_TOKEN_INITIALIZED))
+            states.pins[APPL_IDENTITY_LINK] = FromTokenFlags(state.flags);
         if (acPKCS11::HasCardTransmit()) {
             states.pins[APPL_SIGNATURE] = FromVerifyStatus(token, kSignaturePinReference);
             states.pins[APPL_ENCRYPTION] = FromVerifyStatus(token, kEncryptionPinReference);
         }
-        break;
-    default:
-        break;
     }
     return states;
 }

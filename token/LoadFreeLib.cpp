@@ -6,7 +6,26 @@
 
 namespace Korvex {
 
-const char* PKCS11_LIB_NAME = "libVessaP11.so";
+const char* const kVendorModuleName = "libVessaP11.so";
+const char* PKCS11_LIB_NAME = kVendorModuleName;
+
+namespace {
+bool g_namedModule = false;
+}
+
+void SetModuleName(const std::string& name)
+{
+    // The text must outlive every later look at PKCS11_LIB_NAME.
+    static std::string named;
+    named = name;
+    g_namedModule = !named.empty() && named != kVendorModuleName;
+    PKCS11_LIB_NAME = g_namedModule ? named.c_str() : kVendorModuleName;
+}
+
+bool IsNamedModule()
+{
+    return g_namedModule;
+}
 
 void* ac_dlopen()
 {

@@ -55,6 +55,8 @@ public:
     // Whether the module offers the vendor extensions.
     static bool HasCardTransmit() { return Proc_C_CardTransmit != nullptr; }
     static bool HasCardAttribute() { return Proc_C_CardAttribute != nullptr; }
+    // Whether the entry points came from the module's function table.
+    static bool FromFunctionTable() { return m_FromFunctionTable; }
 
     // ---- slots, tokens and card types ----
     // Slot records stay owned by this object; they are invalid after the next
@@ -65,7 +67,8 @@ public:
     // be read: their cards are missing from its list.
     size_t UnreadSlotCount() const { return m_UnreadSlots; }
     // Card readers the module offers (removable slots, with or without a
-    // card); false when the module's slot list cannot be read.
+    // card; a named module's fixed slots too); false when the module's slot
+    // list cannot be read.
     bool CountReaders(size_t& readers);
     void DeleteSlots();
     // position: index into the list of slots with a token present
@@ -81,6 +84,10 @@ public:
     bool ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info) const;
     // The token flags that same listing read, on the same terms.
     bool ListedTokenState(CK_SLOT_ID slot, TokenState& state) const;
+    // The same listing's record as the module delivered it (PIN lengths, flags).
+    bool ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info, CK_TOKEN_INFO& raw) const;
+    // The same, with the module's record as delivered (PIN lengths, flags).
+    bool GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info, CK_TOKEN_INFO& raw);
     // One non-blocking C_WaitForSlotEvent; `slot` names the slot of an event.
     SlotEventPoll PollSlotEvent(CK_SLOT_ID& slot);
     // Identifiers of the slots with a token, for modules without slot events.
@@ -203,7 +210,30 @@ public:
     bool WriteDataObject(const std::string& label, const std::vector<unsigned char>& value,
                          bool isPrivate);
 
+    // ---- standard tokens (acPKCS11Standard.cpp): standard calls only ----
+    bool GetStandardTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO& info);
+    bool GetStandardSlotInfo(CK_SLOT_ID slot, CK_SLOT_INFO& info);
+    // Every certificate of the token in the open session; hasPrivateKey
+    // marks the ones whose CKA_ID a key pair on the token shares.
+    bool ListTokenCertificates(std::vector<TokenObject>& certificates);
+    // Every private key that may sign (CKA_SIGN not false).
+    bool ListSigningKeys(std::vector<TokenObject>& keys);
+    bool GetMechanisms(CK_SLOT_ID slot, std::vector<CK_MECHANISM_TYPE>& mechanisms);
+    // Null PINs: the reader's PIN pad asks. C_SetPIN needs a read-write session.
+    PKCS11Return SetUserPin(const std::string* oldPin, const std::string* newPin);
+    // Security officer login with the PUK, C_InitPIN, logout.
+    PKCS11Return UnblockUserPin(const std::string* puk, const std::string* newPin);
+    PKCS11Return LoginUser(const std::string* pin);
+    void LogoutUser();
+    // One signature over SHA-256 (PSS: MGF1 with SHA-256, salt of the
+    // digest's length); signature holds the module's output.
+    bool SignWithKey(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE mechanism, const std::vector<unsigned char>& data,
+                     std::vector<unsigned char>& signature);
+
 private:
+    bool readAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type, std::vector<unsigned char>& value);
+    bool findByClass(CK_OBJECT_CLASS objectClass, std::vector<CK_OBJECT_HANDLE>& handles);
+    bool sessionIsOpenHere() const;
     // Finds the private key with the wanted label among all private keys and
     // reads its key type; keyFound false when none matches.
     bool findSigningKey(bool signatureKey, CK_OBJECT_HANDLE& key, CK_KEY_TYPE& keyType,
@@ -277,6 +307,13 @@ private:
 
     static void resolveSymbols(void* module);
     static void forgetSymbols();
+    // A module that publishes only its function table (acPKCS11FunctionList.cpp).
+    static bool exportsStandardSymbols(void* module);
+    static bool resolveFromFunctionTable(void* module);
+    static bool m_FromFunctionTable;
+    // Not among the names resolved one by one; taken from the function table,
+    // else by name, for unblocking the user PIN of a standard token.
+    static CK_C_InitPIN Proc_C_InitPIN;
 
     // ---- per-object state ----
     std::vector<SlotStruct*> m_Slots;
@@ -284,7 +321,7 @@ private:
     struct ListedToken {
         CK_SLOT_ID slot;
         TokenInfoStruct info;
-        TokenState state;
+        CK_TOKEN_INFO raw;
     };
     std::vector<ListedToken> m_ListedTokens;
     const ListedToken* findListed(CK_SLOT_ID slot) const;

@@ -72,9 +72,10 @@ inline bool startsWith(const std::string& text, const char* prefix)
 }
 
 // C_GetTokenInfo of one slot into the fixed-width record and, when asked,
-// the token flags; a failure is logged with the token call's error line.
+// the module's record as delivered; a failure is logged with the token
+// call's error line.
 bool readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info,
-                   TokenState* state = nullptr);
+                   CK_TOKEN_INFO* raw = nullptr);
 
 } // namespace tokenimpl
 } // namespace Korvex

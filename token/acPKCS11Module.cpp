@@ -65,6 +65,8 @@ CK_C_GetMechanismList acPKCS11::Proc_C_GetMechanismList = nullptr;
 CK_C_GetMechanismInfo acPKCS11::Proc_C_GetMechanismInfo = nullptr;
 PFN_C_CardTransmit acPKCS11::Proc_C_CardTransmit = nullptr;
 PFN_C_CardAttribute acPKCS11::Proc_C_CardAttribute = nullptr;
+CK_C_InitPIN acPKCS11::Proc_C_InitPIN = nullptr;
+bool acPKCS11::m_FromFunctionTable = false;
 
 namespace {
 
@@ -133,6 +135,7 @@ void acPKCS11::resolveSymbols(void* module)
     resolve(module, "C_GetMechanismInfo", Proc_C_GetMechanismInfo);
     resolve(module, "C_CardTransmit", Proc_C_CardTransmit);
     resolve(module, "C_CardAttribute", Proc_C_CardAttribute);
+    resolve(module, "C_InitPIN", Proc_C_InitPIN);
 }
 
 void acPKCS11::forgetSymbols()
@@ -182,6 +185,8 @@ void acPKCS11::forgetSymbols()
     Proc_C_GetMechanismInfo = nullptr;
     Proc_C_CardTransmit = nullptr;
     Proc_C_CardAttribute = nullptr;
+    Proc_C_InitPIN = nullptr;
+    m_FromFunctionTable = false;
 }
 
 bool acPKCS11::init()
@@ -219,6 +224,10 @@ bool acPKCS11::init()
 
     LogMessage("PKCS11 Proc_C_Initialize");
     resolve(m_hModule, "C_Initialize", Proc_C_Initialize);
+    m_FromFunctionTable = false;
+    if (Proc_C_Initialize == nullptr && !exportsStandardSymbols(m_hModule) &&
+        resolveFromFunctionTable(m_hModule))
+        LogMessage("entry points from the module's function table");
     if (Proc_C_Initialize == nullptr) {
         LogError("PKCS11 Proc_C_Initialize ERROR");
         m_LoadReport.failure = MODULE_ENTRY_MISSING;
@@ -226,7 +235,8 @@ bool acPKCS11::init()
         LogMessage("entry point C_Initialize missing in " + m_LoadReport.path);
         return false;
     }
-    resolveSymbols(m_hModule);
+    if (!m_FromFunctionTable)
+        resolveSymbols(m_hModule);
 
     // No locking callbacks: the two threads never call in at the same time.
     CK_RV rv = Proc_C_Initialize(nullptr);

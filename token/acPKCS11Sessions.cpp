@@ -48,7 +48,7 @@ bool acPKCS11::OpenSessionOnCard(CK_SLOT_ID slot, const std::string& serial, boo
         known = slotUnchangedSinceListing(slot);
     }
     if (!known) {
-        if (!tokenimpl::readTokenInfo(Proc_C_GetTokenInfo, slot, listed.info, &listed.state) ||
+        if (!tokenimpl::readTokenInfo(Proc_C_GetTokenInfo, slot, listed.info, &listed.raw) ||
             std::string(listed.info.serial.c_str()) != serial)
             return false;
     }

@@ -3,6 +3,8 @@
 #include "token/acPKCS11.h"
 
 #include "base/Conversion.h"
+#include "token/LoadFreeLib.h"
+#include "token/TokenProfile.h"
 #include "token/acPKCS11Internal.h"
 
 #include <algorithm>
@@ -16,28 +18,6 @@ using tokenimpl::startsWith;
 namespace {
 
 const char kBlankSerial[] = "0000000000000000";
-
-// One row of the card-generation table: model prefix, optional label prefix
-// and what the generation tells about the card.
-struct GenerationRow {
-    const char* model;
-    const char* label;  // null: any label
-    TokenType type;
-    int32_t sigAlgo, sigLength, encAlgo, encLength;
-    bool extended;
-};
-
-// "Starcos SPK 3.4+" must come before "Starcos SPK 3.4", which is a prefix of
-// it. The e-Card G3A row leaves extended false on purpose.
-const GenerationRow kGenerations[] = {
-    {"ACOS EMV-A03", nullptr, TOKEN_ACOS_A03, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 192, false},
-    {"ACOS EMV-A04", nullptr, TOKEN_ACOS_A04, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
-    {"ACOS EMV-A05", nullptr, TOKEN_ACOS_A05, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
-    {"ATOS 5.3", "vessa premium e", TOKEN_ECARD_G4, KEY_ALGO_RSA, 2048, KEY_ALGO_EC, 256, true},
-    {"Starcos SPK 3.4+", "vessa premium e", TOKEN_ECARD_G3B, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, true},
-    {"Starcos SPK 3.4", "vessa premium e", TOKEN_ECARD_G3A, KEY_ALGO_RSA, 1536, KEY_ALGO_EC, 256, false},
-    {"Starcos SPK 3.1", "vessa premium e", TOKEN_ECARD_G2, KEY_ALGO_EC, 192, KEY_ALGO_EC, 192, false},
-};
 
 struct AtrRow {
     const char* prefix;
@@ -103,21 +83,19 @@ void takeAnswerToReset(acPKCS11& token, PFN_C_CardAttribute cardAttribute,
 }
 
 // The module's token information as the fixed-width record.
-void takeTokenInfo(const CK_TOKEN_INFO& tokenInfo, TokenInfoStruct& info, TokenState* state = nullptr)
+void takeTokenInfo(const CK_TOKEN_INFO& tokenInfo, TokenInfoStruct& info)
 {
     info.label = tokenimpl::fullField(tokenInfo.label, 32);
     info.manufacturer = tokenimpl::fullField(tokenInfo.manufacturerID, 32);
     info.model = tokenimpl::fullField(tokenInfo.model, 16);
     info.serial = tokenimpl::fullField(tokenInfo.serialNumber, 16);
-    if (state != nullptr)
-        state->flags = tokenInfo.flags;
 }
 
 } // namespace
 
 // C_GetTokenInfo of one slot into the fixed-width record.
 bool tokenimpl::readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, TokenInfoStruct& info,
-                              TokenState* state)
+                              CK_TOKEN_INFO* raw)
 {
     CK_TOKEN_INFO tokenInfo;
     std::memset(&tokenInfo, 0, sizeof(tokenInfo));
@@ -126,7 +104,9 @@ bool tokenimpl::readTokenInfo(CK_C_GetTokenInfo getTokenInfo, CK_SLOT_ID id, Tok
         LogError("PKCS11 Proc_C_GetTokenInfo ERROR", rv);
         return false;
     }
-    takeTokenInfo(tokenInfo, info, state);
+    takeTokenInfo(tokenInfo, info);
+    if (raw != nullptr)
+        *raw = tokenInfo;
     return true;
 }
 
@@ -165,8 +145,9 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
             ++m_UnreadSlots;
             continue;
         }
-        // Built-in tokens (no removable reader) are not citizen cards.
-        if ((slotInfo.flags & CKF_REMOVABLE_DEVICE) == 0)
+        // Built-in tokens (no removable reader) are not citizen cards; a
+        // module the user named is listed whole (SoftHSM2, a TPM).
+        if ((slotInfo.flags & CKF_REMOVABLE_DEVICE) == 0 && !IsNamedModule())
             continue;
 
         std::string label = tokenimpl::printedField(tokenInfo.label, 32);
@@ -176,14 +157,18 @@ bool acPKCS11::GetSlots(std::vector<SlotStruct*>& slots, bool includeBlankSerial
         // An unpersonalised card carries sixteen zeros as its serial.
         if (!includeBlankSerial && serial == kBlankSerial)
             continue;
+        // A token without a serial number (SoftHSM2's free slot waiting to
+        // be initialised) cannot be told apart from the next one.
+        if (IsNamedModule() && serial.find_first_not_of(' ') == std::string::npos)
+            continue;
 
         SlotStruct* slot = new SlotStruct;
         slot->slotID = id;
         slot->label = label;
         slot->serial = serial;
         m_Slots.push_back(slot);
-        ListedToken listed{id, {}, {}};
-        takeTokenInfo(tokenInfo, listed.info, &listed.state);
+        ListedToken listed{id, {}, tokenInfo};
+        takeTokenInfo(tokenInfo, listed.info);
         m_ListedTokens.push_back(listed);
     }
     slots = m_Slots;
@@ -204,7 +189,9 @@ bool acPKCS11::CountReaders(size_t& readers)
     for (CK_SLOT_ID id : ids) {
         CK_SLOT_INFO info;
         std::memset(&info, 0, sizeof(info));
-        if (callModule(Proc_C_GetSlotInfo, id, &info) == CKR_OK && (info.flags & CKF_REMOVABLE_DEVICE) != 0)
+        // As the listing counts them: a named module's fixed slots too.
+        if (callModule(Proc_C_GetSlotInfo, id, &info) == CKR_OK &&
+            ((info.flags & CKF_REMOVABLE_DEVICE) != 0 || IsNamedModule()))
             ++readers;
     }
     return true;
@@ -229,7 +216,7 @@ void classify(const TokenInfoStruct& basic, TokenInfoStruct2& info)
     info.model = basic.model;
     info.serial = basic.serial;
     info.extended = false;
-    for (const GenerationRow& row : kGenerations) {
+    for (const CardGeneration& row : kCardGenerations) {
         if (!startsWith(info.model, row.model))
             continue;
         if (row.label != nullptr && !startsWith(info.label, row.label))
@@ -280,7 +267,11 @@ bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info)
 bool acPKCS11::GetTokenState(CK_SLOT_ID slot, TokenState& state)
 {
     TokenInfoStruct ignored;
-    return tokenimpl::readTokenInfo(Proc_C_GetTokenInfo, slot, ignored, &state);
+    CK_TOKEN_INFO raw;
+    if (!tokenimpl::readTokenInfo(Proc_C_GetTokenInfo, slot, ignored, &raw))
+        return false;
+    state.flags = raw.flags;
+    return true;
 }
 
 const acPKCS11::ListedToken* acPKCS11::findListed(CK_SLOT_ID slot) const
@@ -303,8 +294,31 @@ bool acPKCS11::ListedTokenState(CK_SLOT_ID slot, TokenState& state) const
 {
     const ListedToken* listed = findListed(slot);
     if (listed != nullptr)
-        state = listed->state;
+        state.flags = listed->raw.flags;
     return listed != nullptr;
+}
+
+bool acPKCS11::ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info, CK_TOKEN_INFO& raw) const
+{
+    const ListedToken* listed = findListed(slot);
+    if (listed == nullptr)
+        return false;
+    classify(listed->info, info);
+    raw = listed->raw;
+    return true;
+}
+
+bool acPKCS11::GetTokenInfoForSlot(CK_SLOT_ID slot, TokenInfoStruct2& info, CK_TOKEN_INFO& raw)
+{
+    if (!GetStandardTokenInfo(slot, raw))
+        return false;
+    TokenInfoStruct basic;
+    basic.label = tokenimpl::fullField(raw.label, 32);
+    basic.manufacturer = tokenimpl::fullField(raw.manufacturerID, 32);
+    basic.model = tokenimpl::fullField(raw.model, 16);
+    basic.serial = tokenimpl::fullField(raw.serialNumber, 16);
+    classify(basic, info);
+    return true;
 }
 
 bool acPKCS11::GetPresentSlotIds(std::vector<CK_SLOT_ID>& ids)

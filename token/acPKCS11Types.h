@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace Korvex {
 
@@ -99,6 +100,16 @@ inline constexpr const char* kPinDialogueNotShown =
 // standard token flags (initialised, PIN counters low, final try, locked).
 struct TokenState {
     CK_FLAGS flags = 0;
+};
+
+// An object of a standard token: a certificate (value: its DER) or a key.
+struct TokenObject {
+    CK_OBJECT_HANDLE handle = 0;
+    std::string label;
+    std::vector<unsigned char> id;
+    std::vector<unsigned char> value;
+    CK_KEY_TYPE keyType = CKK_RSA;
+    bool hasPrivateKey = false;
 };
 
 // What one non-blocking look for a slot event found.

@@ -46,6 +46,8 @@ TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
     ExpectEntry(28, 1, "vessa Client", "Language");
     ExpectEntry(61, 0, "vessa Client", "AutoRefresh");
     ExpectEntry(62, 1, "vessa Client", "AutoRefresh");
+    ExpectEntry(63, 0, "vessa Client", "PKCS11Module");
+    ExpectEntry(64, 1, "vessa Client", "PKCS11Module");
     const char* more[] = {"DeleteLogfilesAfterXDays", "FixIt", "CleanCertsOnRefresh", "MakeDialogsStayOnTop"};
     for (unsigned i = 0; i < 4; ++i) {
         ExpectEntry(18 + 2 * i, 0, "vessa Client", more[i]);
@@ -94,9 +96,9 @@ TEST_F(ProgramConfigTest, DriverGroupRowsAreComplete)
     }
 }
 
-TEST_F(ProgramConfigTest, NumbersAboveSixtyTwoDoNotExist)
+TEST_F(ProgramConfigTest, NumbersAboveSixtyFourDoNotExist)
 {
-    EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(63), nullptr);
+    EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(65), nullptr);
     EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(100), nullptr);
 }
 

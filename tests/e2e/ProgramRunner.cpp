@@ -93,6 +93,12 @@ bool ProgramRunner::Start()
     const bool root = geteuid() == 0 && access(kDropCapabilities.c_str(), X_OK) == 0;
     const std::string& launcher = root ? kDropCapabilities : m_program;
     std::vector<char*> argv{const_cast<char*>(launcher.c_str())};
+    std::string reuid = m_user.substr(0, m_user.find(' ')), regid = m_user.substr(m_user.find(' ') + 1);
+    if (root && !m_user.empty()) {
+        for (std::string* option : {&reuid, &regid})
+            argv.push_back(option->data());
+        argv.push_back(const_cast<char*>("--clear-groups"));
+    }
     if (root) {
         argv.push_back(const_cast<char*>(kFileOverrides.c_str()));
         argv.push_back(const_cast<char*>("--"));

@@ -8,10 +8,10 @@
 #include "sim/ControlFile.h"
 #include "sim/Der.h"
 #include "sim/FaultRules.h"
+#include "base/PinEntry.h"
 #include "sim/KeyFactory.h"
 #include "sim/KeyNumbers.h"
 #include "sim/SimPaths.h"
-#include "sim/PinEntry.h"
 #include "sim/PinState.h"
 
 #include <gtest/gtest.h>
@@ -142,9 +142,9 @@ TEST(SimIdentityLink, LongNamesAreCutSoTheReaderStillFindsThem) {
 }
 
 TEST(SimPinEntry, EscapesWhatAssuanReserves) {
-    EXPECT_EQ(PinEntry::escape("100%\nfertig\r"), "100%25%0Afertig%0D");
-    EXPECT_EQ(PinEntry::unescape("12%2534%0A%zz%4"), "12%34\n%zz%4");
-    EXPECT_EQ(PinEntry::unescape(PinEntry::escape("a%b\nc")), "a%b\nc");
+    EXPECT_EQ(Korvex::PinEntry::escape("100%\nfertig\r"), "100%25%0Afertig%0D");
+    EXPECT_EQ(Korvex::PinEntry::unescape("12%2534%0A%zz%4"), "12%34\n%zz%4");
+    EXPECT_EQ(Korvex::PinEntry::unescape(Korvex::PinEntry::escape("a%b\nc")), "a%b\nc");
 }
 
 TEST(SimCardState, ReadingKeepsPinsValidAndRoundTrips) {

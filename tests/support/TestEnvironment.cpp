@@ -66,6 +66,7 @@ void PrepareSimulator(const std::string& cardSetXml)
     setenv("VESSA_SIM_STATE_DIR", (scratch + "/state").c_str(), 1);
     setenv("VESSA_SIM_KEY_DIR", (TestScratchBase() + "/sim-keys").c_str(), 1);
     setenv("VESSA_SIM_PINENTRY", (SourceDir() + "/tests/support/fake-pinentry").c_str(), 1);
+    setenv("VESSACARDS_PINENTRY", (SourceDir() + "/tests/support/fake-pinentry").c_str(), 1);
     setenv("FAKE_PINENTRY_SCRIPT", (scratch + "/pins").c_str(), 1);
     setenv("FAKE_PINENTRY_LOG", (scratch + "/pins.log").c_str(), 1);
     setenv("KORVEX_ALLUSERS_DIR", (scratch + "/etc/").c_str(), 1);

@@ -2,7 +2,9 @@
 // pipes so that a program that dies early cannot raise SIGPIPE in the host
 // (sends use MSG_NOSIGNAL), and posix_spawn so that the host's other threads
 // are never forked.
-#include "sim/PinEntry.h"
+#include "base/PinEntry.h"
+
+#include <openssl/crypto.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -17,7 +19,7 @@
 
 extern char** environ;
 
-namespace VessaSim {
+namespace Korvex {
 
 namespace {
 
@@ -80,9 +82,13 @@ std::string PinEntry::unescape(const std::string& text) {
     return out;
 }
 
-bool PinEntry::start() {
-    const char* configured = std::getenv("VESSA_SIM_PINENTRY");
-    std::string program = (configured && *configured) ? configured : "pinentry";
+void PinEntry::wipe(std::string& secret) {
+    if (!secret.empty()) OPENSSL_cleanse(&secret[0], secret.size());
+    secret.clear();
+}
+
+bool PinEntry::start(const std::string& configured) {
+    std::string program = configured.empty() ? "pinentry" : configured;
     int sockets[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) return false;
     posix_spawn_file_actions_t actions;
@@ -137,6 +143,7 @@ bool PinEntry::readLine(std::string& line) {
         size_t end = m_buffer.find('\n');
         if (end != std::string::npos) {
             line = m_buffer.substr(0, end);
+            OPENSSL_cleanse(&m_buffer[0], end + 1);
             m_buffer.erase(0, end + 1);
             if (!line.empty() && line.back() == '\r') line.pop_back();
             // Status and comment lines carry nothing the dialogue needs.
@@ -214,7 +221,8 @@ void PinEntry::finish() {
         }
         m_pid = -1;
     }
-    m_buffer.clear();
+    // The buffer held the typed PINs' data lines.
+    wipe(m_buffer);
 }
 
-} // namespace VessaSim
+} // namespace Korvex

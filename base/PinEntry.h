@@ -1,12 +1,13 @@
-// Client side of the pinentry protocol (Assuan): starts the PIN dialogue
-// program, sends the texts of each step and collects the PINs the user types.
-// One object is one running dialogue program; it may ask several times.
+// Client side of the pinentry protocol (Assuan): starts the desktop's PIN
+// dialogue program, sends the texts of each step and collects the PINs the
+// user types. One object is one running dialogue program; it may ask several
+// times. Shared by the program (PINs of standard tokens) and the simulator.
 #pragma once
 
 #include <string>
 #include <sys/types.h>
 
-namespace VessaSim {
+namespace Korvex {
 
 struct PinPrompt {
     std::string title;
@@ -24,8 +25,9 @@ public:
     PinEntry(const PinEntry&) = delete;
     PinEntry& operator=(const PinEntry&) = delete;
 
-    // Starts VESSA_SIM_PINENTRY (default "pinentry") and reads its greeting.
-    bool start();
+    // Starts the program (found on PATH when a bare name; "pinentry" when
+    // empty) and reads its greeting.
+    bool start(const std::string& program);
     Result getPin(const PinPrompt& prompt, std::string& pin);
     // Sends BYE and reaps the program (also done by the destructor).
     void finish();
@@ -33,6 +35,8 @@ public:
     // Assuan escaping of %, CR and LF, and its inverse.
     static std::string escape(const std::string& text);
     static std::string unescape(const std::string& text);
+    // Overwrites a PIN's bytes before the string lets go of them.
+    static void wipe(std::string& secret);
 
 private:
     bool send(const std::string& line);
@@ -45,4 +49,4 @@ private:
     std::string m_buffer;
 };
 
-} // namespace VessaSim
+} // namespace Korvex
