@@ -3,6 +3,7 @@
 #include "gui/InfoboxBereich.h"
 
 #include "base/ByteArray.h"
+#include "gui/Accessibility.h"
 #include "formats/InfoboxFS.h"
 #include "formats/Personenbindung.h"
 #include "gui/CardSession.h"
@@ -114,6 +115,10 @@ void InfoboxBereich::set_properties() {
     m_list->SetMinSize(wxSize(220, 260));
     m_notebook->SetMinSize(wxSize(520, 260));
     m_protect->Disable();
+    SetEscapeId(ID_CLOSE);
+    Accessibility::SetName(m_list, Tr("Objekte des Infoboxbereichs"));
+    Accessibility::SetName(m_binary, Tr("Binary"));
+    Accessibility::SetName(m_textPage, Tr("Text"));
 }
 
 void InfoboxBereich::do_layout() {

@@ -7,6 +7,7 @@
 #include "app/VessaCardsLogger.h"
 #include "base/Config.h"
 #include "gui/CardStatusText.h"
+#include "gui/DiagnoseDialog.h"
 #include "gui/Images.h"
 #include "gui/LocalizedBanner.h"
 #include "gui/RefreshCardThread.h"
@@ -121,6 +122,7 @@ MainFrame::MainFrame(wxWindow* parent)
 
     set_properties();
     do_layout();
+    SetUpAccessibility();
 
     m_ImageList = new wxImageList(kChipWidth, 22);
     m_ChipImageIndex = m_ImageList->Add(wxBitmap(XpmToImage(chip_small_xpm)));
@@ -146,11 +148,16 @@ MainFrame::MainFrame(wxWindow* parent)
 
     m_P11 = new Korvex::acPKCS11();
     if (!m_P11->init()) {
-        const wxString message =
-            "Error loading PKCS#11 library\n" + ModuleFailureText(Korvex::acPKCS11::GetLoadReport());
+        const wxString failure = ModuleFailureText(Korvex::acPKCS11::GetLoadReport());
+        const wxString message = "Error loading PKCS#11 library\n" + failure;
         std::cerr << message.utf8_str() << std::endl;
-        wxMessageDialog box(nullptr, message, "Error", wxOK);
-        box.ShowModal();
+        // A second button leads to the report for support.
+        wxMessageDialog box(nullptr, message, "Error", wxOK | wxHELP);
+        box.SetHelpLabel(Tr("Diagnose"));
+        if (box.ShowModal() == wxID_HELP) {
+            DiagnoseDialog report(nullptr, ModuleFailureReport(m_Version, failure));
+            report.ShowModal();
+        }
         // Nothing can be done without the module; the status says the user
         // was told, not that the program failed. The toolkit is mid-way
         // through its start (inside this constructor), so its objects are

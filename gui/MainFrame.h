@@ -66,7 +66,11 @@ public:
         ID_POPUP_PERS_SHOW = 5462,
         ID_POPUP_ENC_TEST = 5463,
         ID_POPUP_SIG_TEST = 5464,
-        ID_WATCH_TIMER = 5470
+        ID_WATCH_TIMER = 5470,
+        // Entries after the popup's own ones (MainFrameSupport.cpp).
+        ID_POPUP_ENC_SAVE = 5481,
+        ID_POPUP_SIG_SAVE = 5482,
+        ID_POPUP_DIAGNOSE = 5483
     };
 
     // Loads the token module; when that fails it tells the user and ends the
@@ -133,6 +137,26 @@ public:
     // The popup menu for a card of `type`; the caller owns it.
     wxMenu* CreatePopupMenu(Korvex::TokenType type);
 
+    // ---- support commands and keyboard use (MainFrameSupport.cpp) ----
+    // Certificate export and diagnostics, after the entries above.
+    void AppendSupportEntries(wxMenu* menu);
+    // Runs a popup entry of AppendSupportEntries; false for any other id.
+    bool RunSupportCommand(int id);
+    // Reads the module's report on the worker and shows the "Diagnose" window.
+    void ShowDiagnostics();
+    // Asks for a file, then writes the selected card's certificate to it.
+    void SaveCertificate(bool signature);
+    // Writes the selected card's certificate as PEM or DER; the result is
+    // said in the status line.
+    void ExportCertificate(bool signature, const wxString& path, bool pem);
+    // The popup for the selected card, below its row, as a right click
+    // opens it: for the menu key and Shift+F10.
+    void ShowPopupFromKeyboard();
+    // Puts the keyboard focus back on the card list when the window has it.
+    void FocusSelectedCard();
+    // The report for a module that could not be loaded, from the start message.
+    static wxString ModuleFailureReport(const wxString& version, const wxString& failure);
+
     // Parts of the window, for code that drives it without a mouse.
     wxListCtrl* GetCardList() const { return list_ctrl_cards; }
     wxStaticText* GetStatusText() const { return label_status; }
@@ -194,6 +218,9 @@ private:
     // the thread could not start (the window is unlocked again).
     bool StartCardWork(std::function<void()> work, std::function<void()> done);
     void ShowRows(const ListEntryVector& rows, const std::string& keepSelected);
+    // Screen-reader names of the window's controls, and its keys.
+    void SetUpAccessibility();
+    void OnSupportKey(wxKeyEvent& event);
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;

@@ -167,6 +167,7 @@ wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
     menu->Append(ID_POPUP_PERS_SHOW, Tr("Infobox anzeigen"));
     menu->AppendSeparator();
     menu->AppendSubMenu(signTest, Tr("Signatur testen"));
+    AppendSupportEntries(menu);
     return menu;
 }
 
@@ -196,7 +197,7 @@ void MainFrame::evt_OnPopupClick(wxCommandEvent& event)
     case ID_POPUP_PERS_SHOW: evt_pers_show(command); break;
     case ID_POPUP_ENC_TEST: evt_enc_test(command); break;
     case ID_POPUP_SIG_TEST: evt_sig_test(command); break;
-    default: break;
+    default: RunSupportCommand(event.GetId()); break;
     }
 }
 
@@ -302,6 +303,7 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
 
     MyEnable(true);
     m_Wait.Hide();
+    FocusSelectedCard();
 }
 
 void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSelected)

@@ -56,6 +56,7 @@ void NoPersB::do_layout() {
     wxButton* write = new wxButton(this, ID_WRITE_PERSB, Tr("Personenbindung aufbringen"));
     wxButton* close = new wxButton(this, ID_CLOSE, Tr("Schließen"));
     write->SetDefault();
+    SetEscapeId(ID_CLOSE);
 
     wxBoxSizer* top = new wxBoxSizer(wxVERTICAL);
     top->Add(heading, 0, wxALL, 12);

@@ -1,7 +1,9 @@
 // Showing and fading the status line; see StatusLine.h.
 #include "gui/StatusLine.h"
 
+#include "gui/Accessibility.h"
 #include "gui/FadeOut.h"
+#include "gui/Translate.h"
 #include "gui/Images.h"
 #include "gui/XpmImage.h"
 
@@ -22,6 +24,7 @@ wxBoxSizer* MakeRow(wxStaticBitmap* icon, wxStaticText* text, int height)
     row->Add(text, 0, wxALIGN_CENTER_VERTICAL);
     row->AddStretchSpacer();
     row->SetMinSize(wxSize(-1, height));
+    Accessibility::MarkAsNotification(text);
     return row;
 }
 
@@ -36,10 +39,12 @@ void Show(wxWindow* owner, wxWindow* yieldFor, wxStaticText* text, wxStaticBitma
     }
 
     const wxBitmap bitmap(XpmToImage(isError ? ButtonCancel : ButtonOk));
-    text->Show();
     icon->Show();
     text->SetLabel(message);
     icon->SetBitmap(bitmap);
+    Accessibility::SetName(icon, isError ? Tr("Fehler") : Tr("Erfolg"));
+    // Shows the text and has a screen reader speak it.
+    Accessibility::Announce(text, message);
 
     // A shown/hidden line changes the sizer's minimum, and GTK only
     // re-measures the centred text after a real size change: nudging the

@@ -2,6 +2,8 @@
 // verification on the card, and the dialog's own fading status line.
 #include "gui/TestDialog.h"
 
+#include "gui/Accessibility.h"
+
 #include "base/base64.h"
 #include "crypto/Hash.h"
 #include "gui/CardSession.h"
@@ -82,6 +84,11 @@ void TestDialog::set_properties() {
     m_statusIcon->Hide();
     m_statusText->Hide();
     m_signButton->SetDefault();
+    SetEscapeId(ID_CLOSE);
+    Accessibility::SetName(m_text, Tr("Text"));
+    Accessibility::SetName(m_signature, Tr("Signatur"));
+    Accessibility::SetName(m_hash, Tr("Hashalgorithmus"));
+    Accessibility::SetName(m_keyAlgorithm, Tr("Signaturalgorithmus"));
 }
 
 void TestDialog::do_layout() {

@@ -22,6 +22,7 @@
 namespace Korvex {
 
 class slCertificate;
+struct ModuleDiagnostics;
 struct ParsedPublicKey;
 struct TokenCertificateTexts;
 
@@ -54,6 +55,9 @@ public:
     // Whether the module offers the vendor extensions.
     static bool HasCardTransmit() { return Proc_C_CardTransmit != nullptr; }
     static bool HasCardAttribute() { return Proc_C_CardAttribute != nullptr; }
+    // The module, every slot and every token as the module describes them
+    // (token/ModuleDiagnostics.h); false when the slots cannot be listed.
+    bool ReadModuleDiagnostics(ModuleDiagnostics& out);
 
     // ---- slots, tokens and card types ----
     // Slot records stay owned by this object; they are invalid after the next
