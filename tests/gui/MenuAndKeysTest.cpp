@@ -45,6 +45,8 @@ const Lines kTypeZeroMenu = {
     "Zertifikat anzeigen",   "  Geheimhaltungszertifikat 5460", "  Signaturzertifikat 5461",
     "Infobox anzeigen 5462", "-",                               "Signatur testen",
     "  Geheimhaltungszertifikat 5463", "  Signaturzertifikat 5464",
+    "-",                     "Zertifikat speichern\xE2\x80\xA6", "  Geheimhaltungszertifikat 5481",
+    "  Signaturzertifikat 5482", "Diagnose 5483",
 };
 
 // The type-0 menu without the two identity-link entries.
