@@ -8,6 +8,7 @@
 #include "formats/Personenbindung.h"
 #include "gui/CardSession.h"
 #include "gui/NoPersB.h"
+#include "gui/HiDpiArt.h"
 #include "gui/Images.h"
 #include "gui/Translate.h"
 #include "gui/WriterRun.h"
@@ -103,7 +104,7 @@ InfoboxBereich::InfoboxBereich(wxWindow* parent, Korvex::TokenType type)
     m_protect = new wxButton(this, ID_PROTECT, Tr("unverschlüsselt speichern"));
     m_close = new wxButton(this, ID_CLOSE, Tr("Schließen"));
     m_notice = new wxStaticText(this, wxID_ANY, wxEmptyString);
-    SetIcon(wxIcon(IconXpm));
+    SetIcons(ProgramIcons(GetContentScaleFactor()));
     set_properties();
     do_layout();
 }

@@ -8,6 +8,7 @@
 #include "base/Config.h"
 #include "gui/CardStatusText.h"
 #include "gui/DiagnoseDialog.h"
+#include "gui/HiDpiArt.h"
 #include "gui/Images.h"
 #include "gui/LocalizedBanner.h"
 #include "gui/RefreshCardThread.h"
@@ -99,10 +100,12 @@ MainFrame::MainFrame(wxWindow* parent)
     sizer_sig_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Signaturzertifikat"));
     sizer_enc_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Geheimhaltungszertifikat"));
     sizer_pers_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Infoboxbereich"));
-    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(LocalizedBanner()));
+    // Pictures at the display's scale: drawn anew on a high-density screen.
+    const double scale = GetContentScaleFactor();
+    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, ArtBundle(ART_BANNER, scale));
     list_ctrl_cards = new wxListCtrl(panel_main, ID_CARD_LIST, wxDefaultPosition, wxDefaultSize,
                                      wxLC_REPORT | wxLC_SINGLE_SEL | wxSUNKEN_BORDER);
-    button_reload = new wxBitmapButton(panel_main, ID_RELOAD, wxBitmap(XpmToImage(ButtonReload)));
+    button_reload = new wxBitmapButton(panel_main, ID_RELOAD, ArtBundle(ART_RELOAD, scale));
     button_sig_change_pin = new wxButton(panel_main, ID_SIG_CHANGE_PIN, Tr("6 stellige PIN ändern"));
     button_sig_puk = new wxButton(panel_main, ID_SIG_PUK, Tr("6 stellige PIN entsperren"));
     button_sig_show_cert = new wxButton(panel_main, ID_SIG_SHOW_CERT, Tr("Zertifikat anzeigen"));
@@ -114,7 +117,7 @@ MainFrame::MainFrame(wxWindow* parent)
     button_pers_change = new wxButton(panel_main, ID_PERS_CHANGE, Tr("4 stellige PIN ändern"));
     button_pers_puk = new wxButton(panel_main, ID_PERS_PUK, Tr("4 stellige PIN entsperren"));
     button_pers_show = new wxButton(panel_main, ID_PERS_SHOW, Tr("Infobox anzeigen"));
-    bitmap_status = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(XpmToImage(ButtonOk)));
+    bitmap_status = new wxStaticBitmap(panel_main, wxID_ANY, ArtBundle(ART_OK, scale));
     label_status = new wxStaticText(panel_main, wxID_ANY, wxEmptyString, wxDefaultPosition,
                                     wxDefaultSize, wxALIGN_CENTRE_HORIZONTAL);
     for (wxStaticText*& label : label_pin_state)
@@ -133,9 +136,7 @@ MainFrame::MainFrame(wxWindow* parent)
     bitmap_status->Hide();
     label_status->Hide();
 
-    wxIcon icon;
-    icon.CopyFromBitmap(wxBitmap(XpmToImage(IconXpm)));
-    SetIcon(icon);
+    SetIcons(ProgramIcons(scale));
     if (!m_Version.empty())
         SetTitle(wxString::Format("%s (%s, %s)", Tr("Kartenverwaltung"), m_Version, "x64"));
     else

@@ -3,6 +3,7 @@
 
 #include "gui/Accessibility.h"
 #include "gui/FadeOut.h"
+#include "gui/HiDpiArt.h"
 #include "gui/Translate.h"
 #include "gui/Images.h"
 #include "gui/XpmImage.h"
@@ -38,7 +39,8 @@ void Show(wxWindow* owner, wxWindow* yieldFor, wxStaticText* text, wxStaticBitma
         return;
     }
 
-    const wxBitmap bitmap(XpmToImage(isError ? ButtonCancel : ButtonOk));
+    const double scale = icon->GetContentScaleFactor();
+    const wxBitmap bitmap = ArtBitmap(isError ? ART_CANCEL : ART_OK, scale);
     icon->Show();
     text->SetLabel(message);
     icon->SetBitmap(bitmap);
@@ -73,7 +75,7 @@ void Step(wxStaticText* text, wxStaticBitmap* icon, FadeOut& fade, wxTimer& time
     }
     text->SetForegroundColour(fade.GetColour());
     text->Refresh();
-    icon->SetBitmap(wxBitmap(fade.GetImage()));
+    icon->SetBitmap(ScaledBitmap(fade.GetImage(), icon->GetContentScaleFactor()));
     // The first tick ends the hold; from then on the fade runs in short steps.
     if (timer.GetInterval() != kFadeStepMs)
         timer.Start(kFadeStepMs, wxTIMER_CONTINUOUS);
