@@ -5,6 +5,8 @@
 #include "base/Config.h"
 #include "base/FileAndDirectory.h"
 #include "gui/Translate.h"
+
+#include <wx/translation.h>
 #include "token/ReturnCodeNames.h"
 
 #include <cstdio>
@@ -67,6 +69,7 @@ wxString Version(const CK_VERSION& version)
     return wxString::Format("%u.%u", static_cast<unsigned>(version.major), static_cast<unsigned>(version.minor));
 }
 
+// `name` is a catalogue key (marked where it is written) or a PKCS#11 call.
 void Line(wxString& out, const wxString& indent, const char* name, const wxString& value)
 {
     out << indent << Tr(name) << ": " << value << "\n";
@@ -86,17 +89,17 @@ std::string TokenFlagNames(CK_FLAGS flags) { return FlagNames(flags, kTokenFlags
 wxString FormatDiagnostics(const Korvex::ModuleDiagnostics& module, const DiagnosticsContext& context)
 {
     wxString out;
-    Line(out, "", "Programmversion", context.programVersion);
-    Line(out, "", "Moduldatei", U8(module.modulePath.empty() ? std::string("-") : module.modulePath));
+    Line(out, "", wxTRANSLATE("Programmversion"), context.programVersion);
+    Line(out, "", wxTRANSLATE("Moduldatei"), U8(module.modulePath.empty() ? std::string("-") : module.modulePath));
     if (!context.moduleFailure.empty()) {
-        Line(out, "", "Modulfehler", context.moduleFailure);
+        Line(out, "", wxTRANSLATE("Modulfehler"), context.moduleFailure);
     } else if (module.infoRv != CKR_OK) {
         Line(out, "", "C_GetInfo", Failure(module.infoRv));
     } else {
-        Line(out, "", "Cryptoki-Version", Version(module.cryptokiVersion));
-        Line(out, "", "Modulhersteller", U8(module.manufacturer));
-        Line(out, "", "Modulbeschreibung", U8(module.description));
-        Line(out, "", "Modulversion", Version(module.libraryVersion));
+        Line(out, "", wxTRANSLATE("Cryptoki-Version"), Version(module.cryptokiVersion));
+        Line(out, "", wxTRANSLATE("Modulhersteller"), U8(module.manufacturer));
+        Line(out, "", wxTRANSLATE("Modulbeschreibung"), U8(module.description));
+        Line(out, "", wxTRANSLATE("Modulversion"), Version(module.libraryVersion));
     }
     if (context.moduleFailure.empty() && module.slotListRv != CKR_OK)
         Line(out, "", "C_GetSlotList", Failure(module.slotListRv));
@@ -108,9 +111,9 @@ wxString FormatDiagnostics(const Korvex::ModuleDiagnostics& module, const Diagno
             Line(out, in, "C_GetSlotInfo", Failure(slot.slotRv));
             continue;
         }
-        Line(out, in, "Leser", U8(slot.description));
-        Line(out, in, "Leserhersteller", U8(slot.manufacturer));
-        Line(out, in, "Leser-Flags", U8(SlotFlagNames(slot.flags)));
+        Line(out, in, wxTRANSLATE("Leser"), U8(slot.description));
+        Line(out, in, wxTRANSLATE("Leserhersteller"), U8(slot.manufacturer));
+        Line(out, in, wxTRANSLATE("Leser-Flags"), U8(SlotFlagNames(slot.flags)));
         if (!slot.tokenPresent) {
             out << in << Tr("keine Karte") << "\n";
             continue;
@@ -120,23 +123,23 @@ wxString FormatDiagnostics(const Korvex::ModuleDiagnostics& module, const Diagno
             continue;
         }
         const Korvex::TokenDiagnostics& token = slot.token;
-        Line(out, in, "Kartenbezeichnung", U8(token.label));
-        Line(out, in, "Kartenhersteller", U8(token.manufacturer));
-        Line(out, in, "Modell", U8(token.model));
-        Line(out, in, "Seriennummer", U8(token.serial));
-        Line(out, in, "Hardwareversion", Version(token.hardware));
-        Line(out, in, "Firmwareversion", Version(token.firmware));
-        Line(out, in, "Karten-Flags", U8(TokenFlagNames(token.flags)));
-        Line(out, in, "PIN-Länge", wxString::Format("%lu-%lu", static_cast<unsigned long>(token.minPinLength),
+        Line(out, in, wxTRANSLATE("Kartenbezeichnung"), U8(token.label));
+        Line(out, in, wxTRANSLATE("Kartenhersteller"), U8(token.manufacturer));
+        Line(out, in, wxTRANSLATE("Modell"), U8(token.model));
+        Line(out, in, wxTRANSLATE("Seriennummer"), U8(token.serial));
+        Line(out, in, wxTRANSLATE("Hardwareversion"), Version(token.hardware));
+        Line(out, in, wxTRANSLATE("Firmwareversion"), Version(token.firmware));
+        Line(out, in, wxTRANSLATE("Karten-Flags"), U8(TokenFlagNames(token.flags)));
+        Line(out, in, wxTRANSLATE("PIN-Länge"), wxString::Format("%lu-%lu", static_cast<unsigned long>(token.minPinLength),
                                                      static_cast<unsigned long>(token.maxPinLength)));
     }
 
     out << "\n";
     if (context.settingsFiles.empty())
-        Line(out, "", "Einstellungsdatei", "-");
+        Line(out, "", wxTRANSLATE("Einstellungsdatei"), "-");
     for (const std::string& file : context.settingsFiles)
-        Line(out, "", "Einstellungsdatei", U8(file));
-    Line(out, "", "Protokollordner", context.logFolder.empty() ? Tr("kein Protokoll") : U8(context.logFolder));
+        Line(out, "", wxTRANSLATE("Einstellungsdatei"), U8(file));
+    Line(out, "", wxTRANSLATE("Protokollordner"), context.logFolder.empty() ? Tr("kein Protokoll") : U8(context.logFolder));
     return out;
 }
 
