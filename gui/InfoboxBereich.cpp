@@ -200,9 +200,13 @@ void InfoboxBereich::ShowNoPersB() {
 
 void InfoboxBereich::AwaitCardWork(std::function<void()> work) {
     const bool wasEnabled = m_list->IsEnabled();
+    // The controls go off meanwhile and take the keyboard focus with them.
+    wxWindow* focus = FindFocus();
     MyEnable(false);
     m_cardWork.RunAndWait(std::move(work));
     if (wasEnabled) MyEnable(true);
+    if (focus == nullptr || wxGetTopLevelParent(focus) != this || !focus->IsEnabled()) focus = m_list;
+    if (m_list->IsEnabled()) focus->SetFocus();
 }
 
 void InfoboxBereich::evt_Close(wxCloseEvent& event) {

@@ -305,7 +305,9 @@ wxString MainFrame::ModuleFailureText(const Korvex::ModuleLoadReport& report)
 
 void MainFrame::SetStatus(wxString text, bool isError)
 {
-    StatusLine::Show(this, nullptr, label_status, bitmap_status, text, isError, m_Fade, m_FadeTimer,
+    // The line repaints with the other windows disabled; disabling this one
+    // too would take the keyboard focus from its controls for good.
+    StatusLine::Show(this, this, label_status, bitmap_status, text, isError, m_Fade, m_FadeTimer,
                      button_pers_show->GetForegroundColour(), button_pers_show->GetBackgroundColour());
 }
 

@@ -152,7 +152,8 @@ public:
     // The popup for the selected card, below its row, as a right click
     // opens it: for the menu key and Shift+F10.
     void ShowPopupFromKeyboard();
-    // Puts the keyboard focus back on the card list when the window has it.
+    // Puts the keyboard focus back on the card list when the window had it
+    // before it was locked (or has it now).
     void FocusSelectedCard();
     // The report for a module that could not be loaded, from the start message.
     static wxString ModuleFailureReport(const wxString& version, const wxString& failure);
@@ -221,6 +222,10 @@ private:
     // Screen-reader names of the window's controls, and its keys.
     void SetUpAccessibility();
     void OnSupportKey(wxKeyEvent& event);
+    // Locking the window takes the keyboard focus from its controls; these
+    // give it back afterwards to the control that had it.
+    void RememberKeyboardFocus();
+    void RestoreKeyboardFocus();
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;
@@ -268,6 +273,8 @@ private:
     ListEntryVector m_Rows;
     std::string m_SelectedBeforeRefresh;
 
+    // The control that had the keyboard focus when the window was locked.
+    wxWindow* m_FocusBeforeLock = nullptr;
     wxTimer m_WatchTimer;
     CardWatch m_Watch;
     bool m_AutoRefresh = true;

@@ -79,13 +79,16 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
 bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> done)
 {
     ++m_CommandDepth;
+    RememberKeyboardFocus();
     MyEnable(false);
     m_Wait.Centre(wxBOTH);
-    m_Wait.Show();
+    // The main window keeps the keyboard: it gets it back when unlocked.
+    m_Wait.ShowWithoutActivating();
     const bool started = m_CardWork.Start(std::move(work), [this, done = std::move(done)] {
         if (!IsClosing()) {
             m_Wait.Hide();
             MyEnable(true);
+            RestoreKeyboardFocus();
             // Showing the result yields to the event loop: the watch must not
             // start a refresh before the result is in place.
             if (done)
@@ -98,6 +101,7 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
     AppLog()->LogError("cannot start card work thread");
     m_Wait.Hide();
     MyEnable(true);
+    RestoreKeyboardFocus();
     --m_CommandDepth;
     return false;
 }

@@ -261,9 +261,10 @@ void MainFrame::evt_reload(wxCommandEvent& /*event*/)
     m_SelectedBeforeRefresh.clear();
     if (selected != -1)
         GetSelectedItem(m_SelectedBeforeRefresh, type);
+    RememberKeyboardFocus();
     MyEnable(false);
     m_Wait.Centre(wxBOTH);
-    m_Wait.Show();
+    m_Wait.ShowWithoutActivating();
     list_ctrl_cards->DeleteAllItems();
     // From here until the thread-finished event only the thread uses the
     // token object; the locked window keeps every command away from it.

@@ -82,8 +82,31 @@ void MainFrame::ShowPopupFromKeyboard()
 
 void MainFrame::FocusSelectedCard()
 {
-    if (IsActive() && list_ctrl_cards->IsEnabled())
+    const bool hadFocus = m_FocusBeforeLock != nullptr || IsActive();
+    m_FocusBeforeLock = nullptr;
+    if (hadFocus && list_ctrl_cards->IsEnabled()) {
+        Raise();
         list_ctrl_cards->SetFocus();
+    }
+}
+
+void MainFrame::RememberKeyboardFocus()
+{
+    wxWindow* focus = FindFocus();
+    m_FocusBeforeLock = focus != nullptr && wxGetTopLevelParent(focus) == this ? focus : nullptr;
+}
+
+void MainFrame::RestoreKeyboardFocus()
+{
+    wxWindow* focus = m_FocusBeforeLock;
+    m_FocusBeforeLock = nullptr;
+    if (focus == nullptr || IsClosing())
+        return;
+    // A button the card no longer allows passes the focus to the list.
+    if (!focus->IsEnabled())
+        focus = list_ctrl_cards;
+    Raise();
+    focus->SetFocus();
 }
 
 void MainFrame::AppendSupportEntries(wxMenu* menu)

@@ -284,10 +284,14 @@ void TestDialog::RunOnCard(std::function<bool(Korvex::acPKCS11&)> step, std::fun
 }
 
 void TestDialog::RunCardWork(std::function<void()> work, std::function<void()> done) {
-    const bool started = m_cardWork.Start(std::move(work), [this, done = std::move(done)] {
+    // The buttons go off while the card works, and the one pressed loses the
+    // keyboard focus with it; it gets it back afterwards.
+    wxWindow* focus = FindFocus();
+    const bool started = m_cardWork.Start(std::move(work), [this, focus, done = std::move(done)] {
         SetCursor(wxNullCursor);
         for (wxButton* button : {m_signButton, m_verifyButton, m_closeButton}) button->Enable();
         m_hash->Enable();
+        if (focus != nullptr && wxGetTopLevelParent(focus) == this) focus->SetFocus();
         done();
     });
     if (!started) {
