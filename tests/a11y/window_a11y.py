@@ -1,30 +1,24 @@
 #!/usr/bin/python3
-# The window as a screen reader and a keyboard user meet it: the built program
-# on the simulator's demo cards, read through AT-SPI (run inside
-# dbus-run-session under an X server) and driven by xdotool key events only.
-#
-#   window_a11y.py <build dir> <source dir> names de|en   every button's name
-#   window_a11y.py <build dir> <source dir> rows          the card rows
-#   window_a11y.py <build dir> <source dir> keyboard      every flow by keys
+# The built program on the demo cards as a screen reader reads it (AT-SPI, run
+# inside dbus-run-session) and as a keyboard user drives it (xdotool keys only).
+#   window_a11y.py <build dir> <source dir> names de|en | rows | keyboard
 import os, re, subprocess, sys, tempfile, time
-
 import pyatspi
 from gi.repository import GLib
 
-BUILD, SOURCE, MODE = sys.argv[1], sys.argv[2], sys.argv[3]
+BUILD, SOURCE, MODE = sys.argv[1:4]
 LANG = sys.argv[4] if len(sys.argv) > 4 else "de"
-# Demo set in reader order: number, holder, type ("" for none).
+# Demo set in reader order: number, holder, type.
 DEMO = [("1204000000004711", "Maria Musterfrau", "vessa premium ACOS 04"),
         ("3014000000000815", "Max Mustermann", "vessa premium e-Card G4"),
         ("3002000000004242", "Erika Beispiel", "vessa premium e-Card G2"),
         ("1203000000001111", "Johann Österreicher", "vessa premium ACOS 03"),
         ("0000000000000000", "unbekannt", "vessa premium ACOS 05"),
         ("1203000000007777", "Franz Neubauer", "vessa premium ACOS 03")]
-BUTTONS = ["Kartenliste neu laden", "6 stellige PIN ändern", "6 stellige PIN entsperren", "Zertifikat anzeigen",
+BUTTONS = ["Kartenliste neu laden"] + ["6 stellige PIN ändern", "6 stellige PIN entsperren", "Zertifikat anzeigen",
            "Signatur testen", "4 stellige PIN ändern", "4 stellige PIN entsperren", "Zertifikat anzeigen",
            "Signatur testen", "4 stellige PIN ändern", "4 stellige PIN entsperren", "Infobox anzeigen"]
-failures = []
-announced = []
+failures, announced = [], []
 
 
 def check(ok, what):
@@ -35,8 +29,7 @@ def check(ok, what):
 
 def english(text):
     po = open(os.path.join(SOURCE, "po/en.po"), encoding="utf-8").read()
-    found = re.search(r'\nmsgid "%s"\nmsgstr "([^"]*)"' % re.escape(text), po)
-    return found.group(1) if found else text
+    return re.search(r'\nmsgid "%s"\nmsgstr "([^"]*)"' % re.escape(text), po).group(1)
 
 
 def pump(seconds):
@@ -56,7 +49,6 @@ def wait_for(predicate, seconds=30):
         if value:
             return value
         pump(0.2)
-    return None
 
 
 def walk(node):
@@ -67,67 +59,56 @@ def walk(node):
 
 
 def find(root, role, name=None):
-    return [o for o in walk(root) if o.getRoleName() == role and (name is None or o.name == name)]
+    return [o for o in walk(root) if o.getRoleName() == role and name in (None, o.name)]
 
 
 def start_program(scratch):
     for folder in ("home", "etc", "tmp", "bin"):
         os.makedirs(os.path.join(scratch, folder))
     env = dict(os.environ, LD_LIBRARY_PATH=os.path.join(BUILD, "sim"), NO_AT_BRIDGE="0",
-               HOME=os.path.join(scratch, "home"), KORVEX_ALLUSERS_DIR=os.path.join(scratch, "etc/"),
-               TMPDIR=os.path.join(scratch, "tmp/"), VESSA_SIM_KEY_DIR=os.path.join(BUILD, "test-scratch/gui-sim-keys"),
-               VESSA_SIM_STATE_DIR=os.path.join(scratch, "state"),
-               VESSA_SIM_PINENTRY=os.path.join(SOURCE, "tests/support/fake-pinentry"),
-               FAKE_PINENTRY_SCRIPT=os.path.join(scratch, "pins"),
-               PATH=os.path.join(scratch, "bin") + ":" + os.environ["PATH"],
-               LANG="en_US.UTF-8" if LANG == "en" else "de_AT.UTF-8", LANGUAGE="")
+               HOME=scratch + "/home", KORVEX_ALLUSERS_DIR=scratch + "/etc/", TMPDIR=scratch + "/tmp/",
+               VESSA_SIM_KEY_DIR=BUILD + "/test-scratch/gui-sim-keys", VESSA_SIM_STATE_DIR=scratch + "/state",
+               VESSA_SIM_PINENTRY=SOURCE + "/tests/support/fake-pinentry", FAKE_PINENTRY_SCRIPT=scratch + "/pins",
+               PATH=scratch + "/bin:" + os.environ["PATH"], LANG="en_US.UTF-8" if LANG == "en" else "de_AT.UTF-8")
     env.pop("VESSA_SIM_CARDS", None)
-    viewer = os.path.join(scratch, "bin/certViewerApp")
-    with open(viewer, "w") as out:
-        out.write('#!/bin/sh\ncp "$1" "%s/viewed.cer"\n' % scratch)
-    os.chmod(viewer, 0o755)
+    with open(scratch + "/bin/certViewerApp", "w") as viewer:
+        viewer.write('#!/bin/sh\ncp "$1" "%s/viewed.cer"\n' % scratch)
+    os.chmod(scratch + "/bin/certViewerApp", 0o755)
     program = None
+    reload_names = (BUTTONS[0], english(BUTTONS[0]))
 
     def ready():
         nonlocal program
         # A fresh X server may refuse the first connection: start again.
         if program is None or program.poll() is not None:
-            program = subprocess.Popen([os.path.join(BUILD, "program/VessaCards")], env=env)
+            program = subprocess.Popen([BUILD + "/program/VessaCards"], env=env)
             return None
-        for app in pyatspi.Registry.getDesktop(0):
-            # Only this run's program, whatever else the display shows.
-            if app is not None and app.name == "VessaCards" and app.get_process_id() == program.pid:
-                for frame in find(app, "frame"):
-                    reload = [b for b in find(frame, "push button") if b.name == BUTTONS[0] or
-                              b.name == english(BUTTONS[0])]
-                    if reload and reload[0].getState().contains(pyatspi.STATE_SENSITIVE):
-                        return app, frame
+        for app in pyatspi.Registry.getDesktop(0):  # this run's program only
+            if app is not None and app.get_process_id() == program.pid:
+                for button in find(app, "push button"):
+                    if button.name in reload_names and button.getState().contains(pyatspi.STATE_SENSITIVE):
+                        return app, find(app, "frame")[0]
     found = wait_for(ready, 60)
     if not found:
-        program.kill()
         sys.exit("the window did not come up with its cards")
     return program, found[0], found[1]
 
 
 def names(frame):
     expected = BUTTONS if LANG == "de" else [english(text) for text in BUTTONS]
-    shown = [b.name for b in find(frame, "push button")]
-    check(shown == expected, "button names %s" % shown)
-    for icon in find(frame, "icon"):
-        if icon.getState().contains(pyatspi.STATE_SHOWING):
-            check(icon.name != "", "an unnamed picture")
+    check([b.name for b in find(frame, "push button")] == expected, "button names")
+    check(all(i.name for i in find(frame, "icon") if i.getState().contains(pyatspi.STATE_SHOWING)), "pictures")
 
 
 def rows(frame):
     tables = find(frame, "table") + find(frame, "tree table")
     check(len(tables) == 1, "one card table, found %d" % len(tables))
-    if not tables:
-        return
-    table = tables[0].queryTable()
-    read = [tuple(table.getAccessibleAt(r, c).name for c in range(4)) for r in range(table.nRows)]
-    # The last card read is on top.
-    check([r[:3] for r in read] == list(reversed(DEMO)), "rows %s" % read)
-    check(all(r[3] != "" for r in read if r[0] != "0000000000000000"), "every card's validity")
+    if tables:
+        table = tables[0].queryTable()
+        read = [tuple(table.getAccessibleAt(r, c).name for c in range(4)) for r in range(table.nRows)]
+        # The last card read is on top; every personalised card has a validity.
+        check([r[:3] for r in read] == list(reversed(DEMO)), "rows %s" % read)
+        check(all(r[3] for r in read if r[0] != DEMO[4][0]), "validity")
 
 
 def key(*keys):
@@ -135,21 +116,16 @@ def key(*keys):
     pump(0.3)
 
 
-def focused(app):
-    return next((o for o in walk(app) if o.getState().contains(pyatspi.STATE_FOCUSED)), None)
-
-
-def tab_to(app, name, limit=30):
-    for _ in range(limit):
-        # The focused object, or one of its parents: a list's rows are inside it.
-        now, depth = focused(app), 0
-        while now is not None and depth < 4:
-            if now.name == name:
-                return True
-            now, depth = now.parent, depth + 1
+def tab_to(app, name):
+    for _ in range(30):
+        # The focused object or a parent of it (a list's rows are inside it).
+        now = next((o for o in walk(app) if o.getState().contains(pyatspi.STATE_FOCUSED)), None)
+        for _ in range(4):
+            if now is not None and now.name == name:
+                return
+            now = now.parent if now is not None else None
         key("Tab")
     check(False, "Tab never reached " + name)
-    return False
 
 
 def windows(app):
@@ -157,84 +133,63 @@ def windows(app):
 
 
 def focus_window(title):
-    # What a window manager does for a window that opens or comes back:
-    # the X server alone leaves the keyboard where it was.
+    # What a window manager would do for a window that opens or comes back.
     ids = subprocess.run(["xdotool", "search", "--name", title], capture_output=True, text=True).stdout.split()
     if ids:
         subprocess.run(["xdotool", "windowfocus", "--sync", ids[-1]], check=False)
         pump(0.3)
 
 
-def dialog_named(app, name):
-    found = wait_for(lambda: next((w for w in windows(app) if name in w.name), None), 20)
-    if found:
-        focus_window(name)
-    return found
+def opens_and_closes_with_escape(app, title, keys_inside=()):
+    dialog = wait_for(lambda: next((w for w in windows(app) if title in w.name), None), 20)
+    check(dialog is not None, title + " opens")
+    if dialog:
+        focus_window(title)
+        for step in keys_inside:
+            step()
+        shown = dialog.name  # the object is gone once the dialog is
+        key("Escape")
+        check(wait_for(lambda: all(w.name != shown for w in windows(app)), 10), title + " closes with Escape")
+        focus_window("Kartenverwaltung")
 
 
-def closes_with_escape(app, dialog, what):
-    name = dialog.name
-    key("Escape")
-    check(wait_for(lambda: all(w.name != name for w in windows(app)), 10), what + " closes with Escape")
+def keyboard(app, scratch):
+    pyatspi.Registry.registerEventListener(
+        lambda e: e.detail1 and e.source.getRoleName() == "notification" and announced.append(e.source.name),
+        "object:state-changed:showing")
     focus_window("Kartenverwaltung")
-
-
-def keyboard(app, frame, scratch):
-    def on_showing(event):
-        if event.detail1 and event.source.getRoleName() == "notification":
-            announced.append(event.source.name)
-    pyatspi.Registry.registerEventListener(on_showing, "object:state-changed:showing")
-    focus_window("Kartenverwaltung")
-    with open(os.path.join(scratch, "pins"), "w") as pins:
+    with open(scratch + "/pins", "w") as pins:
         pins.write("123456\n654321\n654321\n654321\n")
-    # The first row is selected; its signature PIN is changed.
+    # The first row is selected: its signature PIN, certificate and key.
     tab_to(app, "6 stellige PIN ändern")
     key("Return")
-    check(wait_for(lambda: "PIN Änderung erfolgreich!" in announced, 30), "PIN change announced %s" % announced)
+    check(wait_for(lambda: "PIN Änderung erfolgreich!" in announced), "PIN change announced %s" % announced)
     tab_to(app, "Zertifikat anzeigen")
     key("Return")
-    check(wait_for(lambda: os.path.exists(os.path.join(scratch, "viewed.cer")), 20), "certificate shown")
+    check(wait_for(lambda: os.path.exists(scratch + "/viewed.cer"), 20), "certificate shown")
     tab_to(app, "Signatur testen")
     key("Return")
-    test = dialog_named(app, "Unterschriftentest")
-    check(test is not None, "signature test opens")
-    if test:
-        tab_to(app, "Unterschreiben")
-        key("Return")
-        check(wait_for(lambda: "Signatur erfolgreich!" in announced, 30), "signature made %s" % announced)
-        closes_with_escape(app, test, "signature test")
-    # The popup from the card list: Shift+F10 and the menu key.
+    opens_and_closes_with_escape(app, "Unterschriftentest", [
+        lambda: tab_to(app, "Unterschreiben"), lambda: key("Return"),
+        lambda: check(wait_for(lambda: "Signatur erfolgreich!" in announced), "signed %s" % announced)])
     tab_to(app, "Karten")
     key("shift+F10")
     check(wait_for(lambda: find(app, "menu item", "Diagnose"), 10), "Shift+F10 opens the popup")
-    key("Escape")
-    key("Menu")
+    key("Escape", "Menu")
     check(wait_for(lambda: find(app, "menu item", "Diagnose"), 10), "the menu key opens the popup")
     key("Up", "Return")
-    diagnose = dialog_named(app, "Diagnose")
-    check(diagnose is not None, "Diagnose opens from the popup")
-    if diagnose:
-        closes_with_escape(app, diagnose, "Diagnose")
+    opens_and_closes_with_escape(app, "Diagnose")
     tab_to(app, "Infobox anzeigen")
     key("Return")
-    infobox = dialog_named(app, "Infoboxbereich")
-    check(infobox is not None, "infobox opens")
-    if infobox:
-        pump(1)
-        closes_with_escape(app, infobox, "infobox")
+    opens_and_closes_with_escape(app, "Infoboxbereich")
 
 
-def main():
-    scratch = tempfile.mkdtemp(prefix="a11y-", dir=os.environ.get("TMPDIR", "/tmp"))
-    program, app, frame = start_program(scratch)
-    try:
-        {"names": lambda: names(frame), "rows": lambda: rows(frame),
-         "keyboard": lambda: keyboard(app, frame, scratch)}[MODE]()
-    finally:
-        program.terminate()
-        program.wait(30)
-    print("failures: %d" % len(failures))
-    sys.exit(1 if failures else 0)
-
-
-main()
+scratch = tempfile.mkdtemp(prefix="a11y-", dir=os.environ.get("TMPDIR", "/tmp"))
+program, app, frame = start_program(scratch)
+try:
+    {"names": lambda: names(frame), "rows": lambda: rows(frame), "keyboard": lambda: keyboard(app, scratch)}[MODE]()
+finally:
+    program.terminate()
+    program.wait(30)
+print("failures: %d" % len(failures))
+sys.exit(1 if failures else 0)
