@@ -48,6 +48,9 @@ DiagnoseDialog::DiagnoseDialog(wxWindow* parent, const wxString& report)
     Bind(wxEVT_BUTTON, &DiagnoseDialog::OnCopy, this, ID_COPY);
     Bind(wxEVT_BUTTON, &DiagnoseDialog::OnSave, this, ID_SAVE);
     Bind(wxEVT_BUTTON, [this](wxCommandEvent&) { EndModal(wxID_CLOSE); }, wxID_CLOSE);
+    // The report is read from its first line.
+    m_text->SetInsertionPoint(0);
+    m_text->ShowPosition(0);
     m_text->SetFocus();
 }
 
