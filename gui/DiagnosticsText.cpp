@@ -89,7 +89,9 @@ std::string TokenFlagNames(CK_FLAGS flags) { return FlagNames(flags, kTokenFlags
 wxString FormatDiagnostics(const Korvex::ModuleDiagnostics& module, const DiagnosticsContext& context)
 {
     wxString out;
-    Line(out, "", wxTRANSLATE("Programmversion"), context.programVersion);
+    // The configured version (the title's), and the build's own.
+    Line(out, "", wxTRANSLATE("Programmversion"),
+         (context.programVersion.empty() ? wxString() : context.programVersion + " / ") + KORVEX_BUILD_VERSION);
     Line(out, "", wxTRANSLATE("Moduldatei"), U8(module.modulePath.empty() ? std::string("-") : module.modulePath));
     if (!context.moduleFailure.empty()) {
         Line(out, "", wxTRANSLATE("Modulfehler"), context.moduleFailure);
