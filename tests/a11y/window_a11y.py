@@ -2,7 +2,7 @@
 # The built program on the demo cards as a screen reader reads it (AT-SPI, run
 # inside dbus-run-session) and as a keyboard user drives it (xdotool keys only).
 #   window_a11y.py <build dir> <source dir> names de|en | rows | keyboard
-import os, re, subprocess, sys, tempfile, time
+import os, re, shutil, subprocess, sys, tempfile, time
 import pyatspi
 from gi.repository import GLib
 
@@ -191,5 +191,6 @@ try:
 finally:
     program.terminate()
     program.wait(30)
+    shutil.rmtree(scratch, ignore_errors=True)
 print("failures: %d" % len(failures))
 sys.exit(1 if failures else 0)
