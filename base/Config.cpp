@@ -275,4 +275,10 @@ void Config::FreeImpl()
     m_impl.reset();
 }
 
+std::string Config::GetFileName(ConfigType type) const
+{
+    const auto* xml = dynamic_cast<const ConfigImpl_XML*>(m_impl.get());
+    return xml != nullptr ? xml->GetFileName(type) : std::string();
+}
+
 } // namespace Korvex

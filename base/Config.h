@@ -106,6 +106,10 @@ public:
     bool RemovePath(unsigned id);
     std::vector<std::string> EnumSubDirs(unsigned id, const std::string& subPath);
 
+    // The file that holds entries of `type`; empty when the back end keeps
+    // its values elsewhere or none was set up.
+    std::string GetFileName(ConfigType type) const;
+
     void CleanConfigMap();
     void Destroy();
     void FreeImpl();

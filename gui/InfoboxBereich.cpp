@@ -3,12 +3,15 @@
 #include "gui/InfoboxBereich.h"
 
 #include "base/ByteArray.h"
+#include "gui/Accessibility.h"
 #include "formats/InfoboxFS.h"
 #include "formats/Personenbindung.h"
 #include "gui/CardSession.h"
 #include "gui/NoPersB.h"
+#include "gui/HiDpiArt.h"
 #include "gui/Images.h"
 #include "gui/Translate.h"
+#include "gui/WriterRun.h"
 #include "token/acPKCS11.h"
 
 #include <wx/app.h>
@@ -17,6 +20,7 @@
 #include <wx/notebook.h>
 #include <wx/sizer.h>
 #include <wx/statbox.h>
+#include <wx/stattext.h>
 #include <wx/textctrl.h>
 #include <wx/utils.h>
 
@@ -99,7 +103,8 @@ InfoboxBereich::InfoboxBereich(wxWindow* parent, Korvex::TokenType type)
                                 wxDefaultSize, wxTE_MULTILINE | wxTE_READONLY);
     m_protect = new wxButton(this, ID_PROTECT, Tr("unverschlüsselt speichern"));
     m_close = new wxButton(this, ID_CLOSE, Tr("Schließen"));
-    SetIcon(wxIcon(IconXpm));
+    m_notice = new wxStaticText(this, wxID_ANY, wxEmptyString);
+    SetIcons(ProgramIcons(GetContentScaleFactor()));
     set_properties();
     do_layout();
 }
@@ -114,6 +119,12 @@ void InfoboxBereich::set_properties() {
     m_list->SetMinSize(wxSize(220, 260));
     m_notebook->SetMinSize(wxSize(520, 260));
     m_protect->Disable();
+    SetEscapeId(ID_CLOSE);
+    Accessibility::SetName(m_list, Tr("Objekte des Infoboxbereichs"));
+    Accessibility::SetName(m_binary, Tr("Binary"));
+    Accessibility::SetName(m_textPage, Tr("Text"));
+    Accessibility::MarkAsNotification(m_notice);
+    m_notice->Hide();
 }
 
 void InfoboxBereich::do_layout() {
@@ -134,6 +145,7 @@ void InfoboxBereich::do_layout() {
 
     wxBoxSizer* top = new wxBoxSizer(wxVERTICAL);
     top->Add(body, 1, wxEXPAND);
+    top->Add(m_notice, 0, wxEXPAND | wxLEFT | wxRIGHT | wxBOTTOM, 8);
     top->Add(buttons, 0, wxEXPAND | wxLEFT | wxRIGHT | wxBOTTOM, 8);
     SetSizer(top);
     top->Fit(this);
@@ -183,17 +195,22 @@ void InfoboxBereich::MyEnable(bool enable) {
 void InfoboxBereich::ShowNoPersB() {
     NoPersB dialog(this, wxID_ANY, Tr("Keine Personenbindung"));
     dialog.ShowModal();
+    if (WriterRun* run = dialog.TakeWriterRun()) AwaitWriter(run);
 }
 
 void InfoboxBereich::AwaitCardWork(std::function<void()> work) {
     const bool wasEnabled = m_list->IsEnabled();
+    // The controls go off meanwhile and take the keyboard focus with them.
+    wxWindow* focus = FindFocus();
     MyEnable(false);
     m_cardWork.RunAndWait(std::move(work));
     if (wasEnabled) MyEnable(true);
+    if (focus == nullptr || wxGetTopLevelParent(focus) != this || !focus->IsEnabled()) focus = m_list;
+    if (m_list->IsEnabled()) focus->SetFocus();
 }
 
 void InfoboxBereich::evt_Close(wxCloseEvent& event) {
-    if (m_cardWork.Running() && event.CanVeto()) {
+    if ((m_cardWork.Running() || m_writerRunning) && event.CanVeto()) {
         event.Veto();
         return;
     }
@@ -204,12 +221,26 @@ bool InfoboxBereich::LoadInfoboxData(const std::string& label, std::vector<unsig
     m_cachedContent.clear();
     if (m_token == nullptr) return false;
     bool read = false;
+    bool failed = false;
     std::vector<unsigned char> value;
     Korvex::acPKCS11* token = m_token;
     AwaitCardWork([&] {
-        read = m_openSession(*token, false) && token->ReadDataObject(label, value);
+        const bool open = m_openSession(*token, false);
+        read = open && token->ReadDataObject(label, value);
+        if (!read) {
+            // Absent is the one failure that means "not on the card".
+            CK_OBJECT_CLASS dataClass = CKO_DATA;
+            CK_ATTRIBUTE search[] = {
+                {CKA_CLASS, &dataClass, sizeof(dataClass)},
+                {CKA_LABEL, const_cast<char*>(label.data()), label.size()},
+            };
+            CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
+            CK_ULONG found = 0;
+            failed = !open || !token->FindObjects(search, 2, &handle, 1, found) || found > 0;
+        }
         token->CloseSession();
     });
+    m_readFailed = failed;
     if (read) {
         out.swap(value);
         if (AllZero(out, kEmptyProbeBytes))
@@ -224,6 +255,13 @@ bool InfoboxBereich::LoadInfoboxData(const std::string& label, std::vector<unsig
 
 void InfoboxBereich::evt_OnTimer(wxTimerEvent&) {
     if (wxTheApp != nullptr && wxTheApp->IsScheduledForDestruction(this)) return;
+    LoadObjectList();
+}
+
+void InfoboxBereich::LoadObjectList() {
+    m_list->Clear();
+    m_lastSelection.clear();
+    m_readFailed = false;
     MyEnable(false);
     wxYieldIfNeeded();
     Korvex::TokenInfoStruct2 info;
@@ -244,7 +282,61 @@ void InfoboxBereich::evt_OnTimer(wxTimerEvent&) {
     }
 
     MyEnable(true);
-    if (m_list->IsEmpty()) ShowNoPersB();
+    if (m_list->IsEmpty()) {
+        if (m_readFailed)
+            ShowReadError();
+        else
+            ShowNoPersB();
+    }
+}
+
+void InfoboxBereich::ShowNotice(const wxString& text) {
+    m_notice->SetLabel(text);
+    Accessibility::Announce(m_notice, text);
+    Layout();
+}
+
+void InfoboxBereich::ShowReadError() {
+    ShowNotice(Tr("Die Karte konnte nicht gelesen werden."));
+}
+
+void InfoboxBereich::AwaitWriter(WriterRun* run) {
+    MyEnable(false);
+    ShowNotice(Tr("Die Personenbindung wird geschrieben …"));
+    // The writer runs its own module session and PIN dialogue; this window
+    // keeps repainting and refuses to close until it has ended.
+    m_writerRunning = true;
+    while (!run->Finished()) {
+        wxTheApp->SafeYieldFor(nullptr, wxEVT_CATEGORY_ALL);
+        wxMilliSleep(20);
+    }
+    m_writerRunning = false;
+    const wxString output = run->Output();
+    const bool written = run->ExitStatus() == 0;
+    delete run;
+    wxString result = written ? Tr("Die Personenbindung wurde auf die Karte geschrieben.")
+                              : Tr("Die Personenbindung konnte nicht geschrieben werden.");
+    if (!output.empty()) result += "\n" + output;
+    MyEnable(true);
+    LoadObjectList();
+    ShowIdentityLinkIfPresent();
+    ShowNotice(result);
+}
+
+void InfoboxBereich::ShowIdentityLinkIfPresent() {
+    for (unsigned i = 0; i < m_list->GetCount(); ++i) {
+        const wxString item = m_list->GetString(i);
+        const bool identityLink = m_infoboxFileMode ? TagFromItem(item) == kIdentityLinkTag
+                                                    : item.IsSameAs(Tr(kFixedIdentityLink), false);
+        if (!identityLink) continue;
+        std::vector<unsigned char> content;
+        LoadInfoboxData(m_infoboxFileMode ? DataObjectLabel(kIdentityLinkTag) : "PERSONENBINDUNG", content);
+        if (content.empty()) return;
+        m_list->SetSelection(static_cast<int>(i));
+        m_lastSelection = item;
+        SetContent(content, CONTENT_IDENTITY_LINK);
+        return;
+    }
 }
 
 bool InfoboxBereich::LoadInfobox() {
@@ -252,7 +344,12 @@ bool InfoboxBereich::LoadInfobox() {
     std::vector<unsigned char> file;
     if (!LoadInfoboxData("INFOBOX", file)) return false;
     m_infobox->Clear();
-    if (!m_infobox->ParseInfoboxData(Korvex::ByteArray(file))) return false;
+    if (!m_infobox->ParseInfoboxData(Korvex::ByteArray(file))) {
+        // Garbage where the file should be is a read error, not a card
+        // without an identity link.
+        m_readFailed = !file.empty();
+        return false;
+    }
 
     for (unsigned char tag : m_infobox->GetTagList()) {
         const std::string label = LibInfobox::InfoboxFS::TagToLabel(tag);
@@ -268,6 +365,7 @@ void InfoboxBereich::evt_listbox(wxCommandEvent& event) {
     const wxString text = event.GetString();
     if (text == m_lastSelection) return;
     m_lastSelection = text;
+    m_notice->Hide();
     SetContent({}, CONTENT_CLEAR);
     if (m_infoboxFileMode)
         listboxInfoboxKonzept(text);
@@ -291,6 +389,8 @@ void InfoboxBereich::listbox(const wxString& text) {
     LoadInfoboxData(label, content);
     if (!content.empty())
         SetContent(content, identityLink ? CONTENT_IDENTITY_LINK : CONTENT_OTHER);
+    else if (identityLink && m_readFailed)
+        ShowReadError();
     else if (identityLink)
         ShowNoPersB();
 }
@@ -322,6 +422,8 @@ void InfoboxBereich::listboxInfoboxKonzept(const wxString& text) {
     if (!content.empty()) {
         SetContent(content, tag == kIdentityLinkTag ? CONTENT_IDENTITY_LINK : CONTENT_OTHER);
         m_protect->Enable();
+    } else if (tag == kIdentityLinkTag && m_readFailed) {
+        ShowReadError();
     } else if (tag == kIdentityLinkTag) {
         ShowNoPersB();
     }

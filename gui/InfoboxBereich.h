@@ -17,7 +17,9 @@
 #include <string>
 #include <vector>
 
+class WriterRun;
 class wxButton;
+class wxStaticText;
 class wxListBox;
 class wxNotebook;
 class wxTextCtrl;
@@ -77,6 +79,8 @@ public:
     wxTextCtrl* GetBinaryPage() const { return m_binary; }
     wxTextCtrl* GetTextPage() const { return m_textPage; }
     wxButton* GetProtectButton() const { return m_protect; }
+    // The line under the content: a read error, or how the writer ended.
+    wxStaticText* GetNotice() const { return m_notice; }
     bool IsInfoboxFileMode() const { return m_infoboxFileMode; }
 
 private:
@@ -87,6 +91,17 @@ private:
     // object counts as empty.
     bool LoadInfoboxData(const std::string& label, std::vector<unsigned char>& out);
     bool LoadInfobox();
+    // Reads the token information and fills the list in the card's layout;
+    // an empty list then asks for an identity link, or says the card could
+    // not be read when that is why it is empty.
+    void LoadObjectList();
+    // An object that is there but cannot be read is no missing one.
+    void ShowReadError();
+    void ShowNotice(const wxString& text);
+    // Waits for the writer (this dialog's controls off), shows how it ended
+    // and reads the card again, showing the identity link when it is there.
+    void AwaitWriter(WriterRun* run);
+    void ShowIdentityLinkIfPresent();
     // Runs `work` (module calls only, no widget) on the card-work thread and
     // keeps this dialog's events flowing until it has ended.
     void AwaitCardWork(std::function<void()> work);
@@ -115,6 +130,11 @@ private:
     wxTextCtrl* m_textPage = nullptr;
     wxButton* m_protect = nullptr;
     wxButton* m_close = nullptr;
+    wxStaticText* m_notice = nullptr;
+    // The last LoadInfoboxData failed on a present object, the search or the
+    // session, or the infobox file did not parse.
+    bool m_readFailed = false;
+    bool m_writerRunning = false;
 
     wxDECLARE_EVENT_TABLE();
 };

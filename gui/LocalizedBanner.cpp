@@ -1,6 +1,7 @@
 // Repaints the banner's text area with the translated title and subtitle.
 #include "gui/LocalizedBanner.h"
 
+#include "gui/ArtworkDrawing.h"
 #include "gui/BannerArt.h"
 #include "gui/Images.h"
 #include "gui/Translate.h"
@@ -18,6 +19,11 @@ const char* const kSubtitle = wxTRANSLATE("vessa premium · Signaturkarten und e
 const double kTextAreaWidth = 505;
 
 } // namespace
+
+wxImage LocalizedBanner(double scale)
+{
+    return DrawBanner(Tr(kTitle), Tr(kSubtitle), scale);
+}
 
 wxImage LocalizedBanner()
 {

@@ -7,3 +7,6 @@
 
 // The banner as shown: the artwork itself while the texts are German.
 wxImage LocalizedBanner();
+// The banner drawn at `scale` times its size in the user's language, for a
+// high-density screen.
+wxImage LocalizedBanner(double scale);

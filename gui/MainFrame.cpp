@@ -8,6 +8,8 @@
 #include "base/Config.h"
 #include "gui/CardList.h"
 #include "gui/CardStatusText.h"
+#include "gui/DiagnoseDialog.h"
+#include "gui/HiDpiArt.h"
 #include "gui/Images.h"
 #include "gui/LocalizedBanner.h"
 #include "gui/RefreshCardThread.h"
@@ -103,12 +105,14 @@ MainFrame::MainFrame(wxWindow* parent)
     sizer_sig_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Signaturzertifikat"));
     sizer_enc_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Geheimhaltungszertifikat"));
     sizer_pers_staticbox = new wxStaticBox(panel_main, wxID_ANY, Tr("Infoboxbereich"));
+    // Pictures at the display's scale: drawn anew on a high-density screen.
+    const double scale = GetContentScaleFactor();
     m_BannerImage = LocalizedBanner();
-    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(m_BannerImage));
+    bitmap_banner = new wxStaticBitmap(panel_main, wxID_ANY, ArtBundle(ART_BANNER, scale));
     list_ctrl_cards = new CardList(panel_main, ID_CARD_LIST);
     // The list's key events stay with the list; Ctrl+C copies from there.
     list_ctrl_cards->Bind(wxEVT_KEY_DOWN, &MainFrame::evt_ListKeyDown, this);
-    button_reload = new wxBitmapButton(panel_main, ID_RELOAD, wxBitmap(XpmToImage(ButtonReload)));
+    button_reload = new wxBitmapButton(panel_main, ID_RELOAD, ArtBundle(ART_RELOAD, scale));
     button_sig_change_pin = new wxButton(panel_main, ID_SIG_CHANGE_PIN, Tr("6 stellige PIN ändern"));
     button_sig_puk = new wxButton(panel_main, ID_SIG_PUK, Tr("6 stellige PIN entsperren"));
     button_sig_show_cert = new wxButton(panel_main, ID_SIG_SHOW_CERT, Tr("Zertifikat anzeigen"));
@@ -120,7 +124,7 @@ MainFrame::MainFrame(wxWindow* parent)
     button_pers_change = new wxButton(panel_main, ID_PERS_CHANGE, Tr("4 stellige PIN ändern"));
     button_pers_puk = new wxButton(panel_main, ID_PERS_PUK, Tr("4 stellige PIN entsperren"));
     button_pers_show = new wxButton(panel_main, ID_PERS_SHOW, Tr("Infobox anzeigen"));
-    bitmap_status = new wxStaticBitmap(panel_main, wxID_ANY, wxBitmap(XpmToImage(ButtonOk)));
+    bitmap_status = new wxStaticBitmap(panel_main, wxID_ANY, ArtBundle(ART_OK, scale));
     label_status = new wxStaticText(panel_main, wxID_ANY, wxEmptyString, wxDefaultPosition,
                                     wxDefaultSize, wxALIGN_CENTRE_HORIZONTAL);
     for (wxStaticText*& label : label_pin_state)
@@ -129,6 +133,7 @@ MainFrame::MainFrame(wxWindow* parent)
 
     set_properties();
     do_layout();
+    SetUpAccessibility();
 
     m_ImageList = new wxImageList(kChipWidth, 22);
     m_ChipImageIndex = m_ImageList->Add(wxBitmap(XpmToImage(chip_small_xpm)));
@@ -138,9 +143,7 @@ MainFrame::MainFrame(wxWindow* parent)
     label_status->Hide();
     label_list_hint->Hide();
 
-    wxIcon icon;
-    icon.CopyFromBitmap(wxBitmap(XpmToImage(IconXpm)));
-    SetIcon(icon);
+    SetIcons(ProgramIcons(scale));
     if (!m_Version.empty())
         SetTitle(wxString::Format("%s (%s, %s)", Tr("Kartenverwaltung"), m_Version, "x64"));
     else
@@ -153,11 +156,16 @@ MainFrame::MainFrame(wxWindow* parent)
 
     m_P11 = new Korvex::acPKCS11();
     if (!m_P11->init()) {
-        const wxString message =
-            "Error loading PKCS#11 library\n" + ModuleFailureText(Korvex::acPKCS11::GetLoadReport());
+        const wxString failure = ModuleFailureText(Korvex::acPKCS11::GetLoadReport());
+        const wxString message = "Error loading PKCS#11 library\n" + failure;
         std::cerr << message.utf8_str() << std::endl;
-        wxMessageDialog box(nullptr, message, "Error", wxOK);
-        box.ShowModal();
+        // A second button leads to the report for support.
+        wxMessageDialog box(nullptr, message, "Error", wxOK | wxHELP);
+        box.SetHelpLabel(Tr("Diagnose"));
+        if (box.ShowModal() == wxID_HELP) {
+            DiagnoseDialog report(nullptr, ModuleFailureReport(m_Version, failure));
+            report.ShowModal();
+        }
         // Nothing can be done without the module; the status says the user
         // was told, not that the program failed. The toolkit is mid-way
         // through its start (inside this constructor), so its objects are
@@ -281,12 +289,15 @@ void MainFrame::do_layout()
 void MainFrame::ScaleBanner(int height)
 {
     height = std::max(1, std::min(height, m_BannerImage.GetHeight()));
-    if (bitmap_banner->GetBitmap().IsOk() && bitmap_banner->GetBitmap().GetHeight() == height)
+    if (bitmap_banner->GetBitmap().IsOk() && bitmap_banner->GetMinSize().y == height)
         return;
     const int width = m_BannerImage.GetWidth() * height / m_BannerImage.GetHeight();
-    bitmap_banner->SetBitmap(height == m_BannerImage.GetHeight()
-                                 ? wxBitmap(m_BannerImage)
-                                 : wxBitmap(m_BannerImage.Scale(width, height, wxIMAGE_QUALITY_HIGH)));
+    // At its own size the banner is drawn for the display's scale; only a
+    // window smaller than that shrinks it.
+    if (height == m_BannerImage.GetHeight())
+        bitmap_banner->SetBitmap(ArtBundle(ART_BANNER, GetContentScaleFactor()));
+    else
+        bitmap_banner->SetBitmap(wxBitmap(m_BannerImage.Scale(width, height, wxIMAGE_QUALITY_HIGH)));
     bitmap_banner->SetMinSize(wxSize(width, height));
 }
 
@@ -349,7 +360,9 @@ wxString MainFrame::ModuleFailureText(const Korvex::ModuleLoadReport& report)
 
 void MainFrame::SetStatus(wxString text, bool isError)
 {
-    StatusLine::Show(this, nullptr, label_status, bitmap_status, text, isError, m_Fade, m_FadeTimer,
+    // The line repaints with the other windows disabled; disabling this one
+    // too would take the keyboard focus from its controls for good.
+    StatusLine::Show(this, this, label_status, bitmap_status, text, isError, m_Fade, m_FadeTimer,
                      button_pers_show->GetForegroundColour(), button_pers_show->GetBackgroundColour());
 }
 

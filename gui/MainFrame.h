@@ -71,7 +71,11 @@ public:
         ID_WATCH_TIMER = 5470,
         // Standard tokens: one popup entry per certificate, by its position.
         ID_POPUP_CERTIFICATE = 5480,
-        ID_POPUP_CERTIFICATE_LAST = 5529
+        ID_POPUP_CERTIFICATE_LAST = 5529,
+        // Entries after the popup's own ones (MainFrameSupport.cpp).
+        ID_POPUP_ENC_SAVE = 5530,
+        ID_POPUP_SIG_SAVE = 5531,
+        ID_POPUP_DIAGNOSE = 5532
     };
 
     // Loads the token module; when that fails it tells the user and ends the
@@ -142,6 +146,29 @@ public:
     // The popup menu of a standard token: its PIN, each certificate by its
     // label, the signature test.
     wxMenu* CreateStandardPopupMenu(const ListEntryData& row);
+    // The popup of the selected card, of whichever kind it is.
+    wxMenu* CreateSelectedCardMenu();
+
+    // ---- support commands and keyboard use (MainFrameSupport.cpp) ----
+    // Certificate export and diagnostics, after the entries above.
+    void AppendSupportEntries(wxMenu* menu);
+    // Runs a popup entry of AppendSupportEntries; false for any other id.
+    bool RunSupportCommand(int id);
+    // Reads the module's report on the worker and shows the "Diagnose" window.
+    void ShowDiagnostics();
+    // Asks for a file, then writes the selected card's certificate to it.
+    void SaveCertificate(bool signature);
+    // Writes the selected card's certificate as PEM or DER; the result is
+    // said in the status line.
+    void ExportCertificate(bool signature, const wxString& path, bool pem);
+    // The popup for the selected card, below its row, as a right click
+    // opens it: for the menu key and Shift+F10.
+    void ShowPopupFromKeyboard();
+    // Puts the keyboard focus back on the card list when the window had it
+    // before it was locked (or has it now).
+    void FocusSelectedCard();
+    // The report for a module that could not be loaded, from the start message.
+    static wxString ModuleFailureReport(const wxString& version, const wxString& failure);
 
     // Parts of the window, for code that drives it without a mouse.
     CardList* GetCardList() const { return list_ctrl_cards; }
@@ -220,6 +247,13 @@ private:
     // and when the slot list itself could not be read (the status says so).
     // `readers`: the readers a refresh found with no card listed; -1 unknown.
     void ShowEmptyListHint(int readers);
+    // Screen-reader names of the window's controls, and its keys.
+    void SetUpAccessibility();
+    void OnSupportKey(wxKeyEvent& event);
+    // Locking the window takes the keyboard focus from its controls; these
+    // give it back afterwards to the control that had it.
+    void RememberKeyboardFocus();
+    void RestoreKeyboardFocus();
 
     wxPanel* panel_main = nullptr;
     wxStaticBitmap* bitmap_banner = nullptr;
@@ -269,6 +303,8 @@ private:
     ListEntryVector m_Rows;
     std::string m_SelectedBeforeRefresh;
 
+    // The control that had the keyboard focus when the window was locked.
+    wxWindow* m_FocusBeforeLock = nullptr;
     wxTimer m_WatchTimer;
     CardWatch m_Watch;
     bool m_AutoRefresh = true;

@@ -106,6 +106,7 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
 bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> done)
 {
     ++m_CommandDepth;
+    RememberKeyboardFocus();
     MyEnable(false);
     // The card work starts before the wait dialog is put up, so the card's
     // first call does not wait for the dialog to be drawn. Should showing it
@@ -116,6 +117,7 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
         if (!IsClosing()) {
             m_Wait.Hide();
             MyEnable(true);
+            RestoreKeyboardFocus();
             // Showing the result yields to the event loop: the watch must not
             // start a refresh before the result is in place.
             if (done)
@@ -125,13 +127,15 @@ bool MainFrame::StartCardWork(std::function<void()> work, std::function<void()> 
     });
     if (started) {
         m_Wait.Centre(wxBOTH);
-        m_Wait.Show();
+        // The main window keeps the keyboard: it gets it back when unlocked.
+        m_Wait.ShowWithoutActivating();
         if (*finished)
             m_Wait.Hide();
         return true;
     }
     AppLog()->LogError("cannot start card work thread");
     MyEnable(true);
+    RestoreKeyboardFocus();
     --m_CommandDepth;
     return false;
 }

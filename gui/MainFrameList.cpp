@@ -183,6 +183,7 @@ wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
     menu->Append(ID_POPUP_PERS_SHOW, Tr("Infobox anzeigen"));
     menu->AppendSeparator();
     menu->AppendSubMenu(signTest, Tr("Signatur testen"));
+    AppendSupportEntries(menu);
     return menu;
 }
 
@@ -212,14 +213,19 @@ void MainFrame::evt_ItemRightClick(wxDataViewEvent& event)
     const int clicked = list_ctrl_cards->ItemToRow(event.GetItem());
     if (clicked != wxNOT_FOUND && clicked != list_ctrl_cards->GetSelectedRow())
         list_ctrl_cards->ChooseRow(clicked);
+    wxMenu* menu = CreateSelectedCardMenu();
+    menu->Bind(wxEVT_MENU, &MainFrame::evt_OnPopupClick, this);
+    PopupMenu(menu);
+    delete menu;
+}
+
+wxMenu* MainFrame::CreateSelectedCardMenu()
+{
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
     GetSelectedItem(number, type);
     const ListEntryData* row = SelectedCardData();
-    wxMenu* menu = row != nullptr && !row->profile.vendor ? CreateStandardPopupMenu(*row) : CreatePopupMenu(type);
-    menu->Bind(wxEVT_MENU, &MainFrame::evt_OnPopupClick, this);
-    PopupMenu(menu);
-    delete menu;
+    return row != nullptr && !row->profile.vendor ? CreateStandardPopupMenu(*row) : CreatePopupMenu(type);
 }
 
 void MainFrame::evt_OnPopupClick(wxCommandEvent& event)
@@ -240,6 +246,8 @@ void MainFrame::evt_OnPopupClick(wxCommandEvent& event)
     default:
         if (event.GetId() >= ID_POPUP_CERTIFICATE && event.GetId() <= ID_POPUP_CERTIFICATE_LAST)
             ShowStandardCertificate(event.GetId() - ID_POPUP_CERTIFICATE);
+        else
+            RunSupportCommand(event.GetId());
         break;
     }
 }
@@ -303,9 +311,10 @@ void MainFrame::evt_reload(wxCommandEvent& /*event*/)
     m_SelectedBeforeRefresh.clear();
     if (list_ctrl_cards->GetSelectedRow() != wxNOT_FOUND)
         GetSelectedItem(m_SelectedBeforeRefresh, type);
+    RememberKeyboardFocus();
     MyEnable(false);
     m_Wait.Centre(wxBOTH);
-    m_Wait.Show();
+    m_Wait.ShowWithoutActivating();
     list_ctrl_cards->DeleteAllRows();
     // No row, no PIN lines: what they said belonged to the list just emptied.
     m_Rows.clear();
@@ -358,6 +367,7 @@ void MainFrame::evt_ThreadFinished(wxCommandEvent& /*event*/)
 
     MyEnable(true);
     m_Wait.Hide();
+    FocusSelectedCard();
 }
 
 wxString MainFrame::MarkCardsWithUnreadData(const ListEntryVector& rows)

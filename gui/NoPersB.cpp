@@ -3,6 +3,7 @@
 #include "gui/NoPersB.h"
 
 #include "gui/Translate.h"
+#include "gui/WriterRun.h"
 
 #include "base/Config.h"
 #include "base/FileAndDirectory.h"
@@ -56,6 +57,7 @@ void NoPersB::do_layout() {
     wxButton* write = new wxButton(this, ID_WRITE_PERSB, Tr("Personenbindung aufbringen"));
     wxButton* close = new wxButton(this, ID_CLOSE, Tr("Schließen"));
     write->SetDefault();
+    SetEscapeId(ID_CLOSE);
 
     wxBoxSizer* top = new wxBoxSizer(wxVERTICAL);
     top->Add(heading, 0, wxALL, 12);
@@ -82,9 +84,21 @@ wxString NoPersB::WriterCommandLine() {
     return wxString::Format(wxT("\"%s\" -z"), wxString::FromUTF8(program));
 }
 
+NoPersB::~NoPersB() {
+    if (m_writer != nullptr) m_writer->Abandon();
+}
+
+WriterRun* NoPersB::TakeWriterRun() {
+    WriterRun* run = m_writer;
+    m_writer = nullptr;
+    return run;
+}
+
 void NoPersB::evt_write_persb(wxCommandEvent&) {
-    // Fire and forget: whether the writer starts is not reported here.
-    wxExecute(WriterCommandLine(), wxEXEC_ASYNC);
+    // Whether the writer starts is not reported here; the caller that takes
+    // the run shows how it ended.
+    if (m_writer != nullptr) m_writer->Abandon();
+    m_writer = WriterRun::Start(WriterCommandLine());
     if (IsModal())
         EndModal(1);
     else

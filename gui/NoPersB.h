@@ -6,6 +6,8 @@
 
 #include <string>
 
+class WriterRun;
+
 class NoPersB : public wxDialog {
 public:
     enum { ID_WRITE_PERSB = 5465, ID_CLOSE = 5466 };
@@ -21,8 +23,15 @@ public:
     // double quotes, then the option -z.
     static wxString WriterCommandLine();
 
+    // The writer started by evt_write_persb, for the caller to wait for and
+    // show the result of (the caller owns it then); null when none started.
+    WriterRun* TakeWriterRun();
+    ~NoPersB() override;
+
 private:
     void do_layout();
+
+    WriterRun* m_writer = nullptr;
 
     wxDECLARE_EVENT_TABLE();
 };

@@ -1,7 +1,10 @@
 // Showing and fading the status line; see StatusLine.h.
 #include "gui/StatusLine.h"
 
+#include "gui/Accessibility.h"
 #include "gui/FadeOut.h"
+#include "gui/HiDpiArt.h"
+#include "gui/Translate.h"
 #include "gui/Images.h"
 #include "gui/XpmImage.h"
 
@@ -22,6 +25,7 @@ wxBoxSizer* MakeRow(wxStaticBitmap* icon, wxStaticText* text, int height)
     row->Add(text, 0, wxALIGN_CENTER_VERTICAL);
     row->AddStretchSpacer();
     row->SetMinSize(wxSize(-1, height));
+    Accessibility::MarkAsNotification(text);
     return row;
 }
 
@@ -35,11 +39,14 @@ void Show(wxWindow* owner, wxWindow* yieldFor, wxStaticText* text, wxStaticBitma
         return;
     }
 
-    const wxBitmap bitmap(XpmToImage(isError ? ButtonCancel : ButtonOk));
-    text->Show();
+    const double scale = icon->GetContentScaleFactor();
+    const wxBitmap bitmap = ArtBitmap(isError ? ART_CANCEL : ART_OK, scale);
     icon->Show();
     text->SetLabel(message);
     icon->SetBitmap(bitmap);
+    Accessibility::SetName(icon, isError ? Tr("Fehler") : Tr("Erfolg"));
+    // Shows the text and has a screen reader speak it.
+    Accessibility::Announce(text, message);
 
     // A shown/hidden line changes the sizer's minimum, and GTK only
     // re-measures the centred text after a real size change: nudging the
@@ -68,7 +75,7 @@ void Step(wxStaticText* text, wxStaticBitmap* icon, FadeOut& fade, wxTimer& time
     }
     text->SetForegroundColour(fade.GetColour());
     text->Refresh();
-    icon->SetBitmap(wxBitmap(fade.GetImage()));
+    icon->SetBitmap(ScaledBitmap(fade.GetImage(), icon->GetContentScaleFactor()));
     // The first tick ends the hold; from then on the fade runs in short steps.
     if (timer.GetInterval() != kFadeStepMs)
         timer.Start(kFadeStepMs, wxTIMER_CONTINUOUS);

@@ -2,6 +2,8 @@
 // verification on the card, and the dialog's own fading status line.
 #include "gui/TestDialog.h"
 
+#include "gui/Accessibility.h"
+
 #include "base/base64.h"
 #include "crypto/Hash.h"
 #include "gui/CardSession.h"
@@ -82,6 +84,11 @@ void TestDialog::set_properties() {
     m_statusIcon->Hide();
     m_statusText->Hide();
     m_signButton->SetDefault();
+    SetEscapeId(ID_CLOSE);
+    Accessibility::SetName(m_text, Tr("Text"));
+    Accessibility::SetName(m_signature, Tr("Signatur"));
+    Accessibility::SetName(m_hash, Tr("Hashalgorithmus"));
+    Accessibility::SetName(m_keyAlgorithm, Tr("Signaturalgorithmus"));
 }
 
 void TestDialog::do_layout() {
@@ -277,10 +284,14 @@ void TestDialog::RunOnCard(std::function<bool(Korvex::acPKCS11&)> step, std::fun
 }
 
 void TestDialog::RunCardWork(std::function<void()> work, std::function<void()> done) {
-    const bool started = m_cardWork.Start(std::move(work), [this, done = std::move(done)] {
+    // The buttons go off while the card works, and the one pressed loses the
+    // keyboard focus with it; it gets it back afterwards.
+    wxWindow* focus = FindFocus();
+    const bool started = m_cardWork.Start(std::move(work), [this, focus, done = std::move(done)] {
         SetCursor(wxNullCursor);
         for (wxButton* button : {m_signButton, m_verifyButton, m_closeButton}) button->Enable();
         m_hash->Enable();
+        if (focus != nullptr && wxGetTopLevelParent(focus) == this) focus->SetFocus();
         done();
     });
     if (!started) {

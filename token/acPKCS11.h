@@ -23,6 +23,7 @@
 namespace Korvex {
 
 class slCertificate;
+struct ModuleDiagnostics;
 struct ParsedPublicKey;
 struct TokenCertificateTexts;
 
@@ -57,6 +58,9 @@ public:
     static bool HasCardAttribute() { return Proc_C_CardAttribute != nullptr; }
     // Whether the entry points came from the module's function table.
     static bool FromFunctionTable() { return m_FromFunctionTable; }
+    // The module, every slot and every token as the module describes them
+    // (token/ModuleDiagnostics.h); false when the slots cannot be listed.
+    bool ReadModuleDiagnostics(ModuleDiagnostics& out);
 
     // ---- slots, tokens and card types ----
     // Slot records stay owned by this object; they are invalid after the next

@@ -12,6 +12,7 @@
 #include <wx/button.h>
 #include <wx/listbox.h>
 #include <wx/notebook.h>
+#include <wx/stattext.h>
 #include <wx/textctrl.h>
 
 #include <gtest/gtest.h>
@@ -164,10 +165,28 @@ TEST_F(InfoboxBereichTest, InfoboxFileListsEntriesByTagAndLabel) {
     Open(kLena, Korvex::TOKEN_ACOS_A05);  // without identity link: the other entries
     EXPECT_EQ(Items(dialog->GetList()), (std::vector<wxString>{"02 RFU1", "03 RFU2"}));
     EXPECT_EQ(dialog->noPersBShown, 0);
-    Sim::SetFault("C_FindObjectsInit", kMaria.serial, CKR_DEVICE_ERROR, 1);
-    Open(kMaria, Korvex::TOKEN_ACOS_A04);  // unreadable file: empty list and the writer dialog
-    EXPECT_TRUE(dialog->GetList()->IsEmpty());
-    EXPECT_EQ(dialog->noPersBShown, 1);
+}
+
+TEST_F(InfoboxBereichTest, AnUnreadableIdentityLinkIsAReadErrorNotAMissingOne) {
+    // Both layouts, with the search, the read or the read's answer failing:
+    // the card has an identity link, so no writer is offered.
+    const char* const faults[] = {"C_FindObjectsInit@%s=CKR_DEVICE_ERROR*1", "C_GetAttributeValue@%s=CKR_DEVICE_ERROR*1",
+                                  "C_GetAttributeValue@%s=malformed*1"};
+    for (const char* fault : faults) {
+        for (const Card* card : {&kMaria, &kJohann}) {
+            SCOPED_TRACE(std::string(fault) + " " + card->serial);
+            Open(*card, card == &kMaria ? Korvex::TOKEN_ACOS_A04 : Korvex::TOKEN_ACOS_A03);
+            ASSERT_EQ(Sim::AddFaults(wxString::Format(fault, card->serial).utf8_str()), CKR_OK);
+            if (card == &kMaria)
+                Open(kMaria, Korvex::TOKEN_ACOS_A04);
+            else
+                Select("Personenbindung");
+            EXPECT_EQ(dialog->noPersBShown, 0);
+            EXPECT_TRUE(dialog->GetNotice()->IsShown());
+            EXPECT_EQ(dialog->GetNotice()->GetLabel(), "Die Karte konnte nicht gelesen werden.");
+            Sim::ClearFaults();
+        }
+    }
 }
 
 TEST_F(InfoboxBereichTest, ProtectionSwitchWritesTheFlagAndRebuildsTheList) {

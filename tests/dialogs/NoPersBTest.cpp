@@ -114,17 +114,13 @@ TEST_F(NoPersBTest, CompanionWritesTheIdentityLinkThatTheViewerThenShows) {
     // The real companion, started the way the dialog starts it.
     SetWriterDirectory(BinaryDir() + "/tools");
     SetPinAnswers({"4321"});
-    NoPersB dialog(Frame(), wxID_ANY);
-    wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
-    dialog.evt_write_persb(event);
-
-    // The first card without identity link in reader order is Otto's.
-    auto written = [] {
-        const std::vector<unsigned char> link = ReadObject(kOtto, "PERSONENBINDUNG");
-        return std::any_of(link.begin(), link.end(), [](unsigned char b) { return b != 0; });
+    // The viewer on Otto's card (the first without identity link in reader
+    // order) offers the writer; the user starts it.
+    TestSupport::ModalRecorder recorder;
+    recorder.inspect = [](wxDialog* shown) {
+        wxCommandEvent event(wxEVT_BUTTON, NoPersB::ID_WRITE_PERSB);
+        if (auto* offer = dynamic_cast<NoPersB*>(shown)) offer->evt_write_persb(event);
     };
-    ASSERT_TRUE(PumpUntil(written, 30));
-
     InfoboxBereich* viewer = new InfoboxBereich(Frame(), Korvex::TOKEN_ACOS_A03);
     viewer->SetP11(Token(), kOtto.position);
     viewer->Show();
@@ -136,6 +132,11 @@ TEST_F(NoPersBTest, CompanionWritesTheIdentityLinkThatTheViewerThenShows) {
     wxCommandEvent select(wxEVT_LISTBOX, InfoboxBereich::ID_LISTBOX);
     select.SetString(list->GetString(0));
     viewer->evt_listbox(select);
+    // Back from the writer: its result on screen, the link read anew.
+    ASSERT_EQ(recorder.seen.size(), 1u);
+    EXPECT_TRUE(viewer->GetNotice()->GetLabel().StartsWith(
+        Utf8("Die Personenbindung wurde auf die Karte geschrieben.")))
+        << viewer->GetNotice()->GetLabel();
     const wxString text = viewer->GetTextPage()->GetValue();
     viewer->Destroy();
     EXPECT_TRUE(text.StartsWith("Vorname: Otto\r\nNachname: Ohnebindung\r\nGeburtsdatum: "))

@@ -45,6 +45,8 @@ const Lines kTypeZeroMenu = {
     "Zertifikat anzeigen",   "  Geheimhaltungszertifikat 5460", "  Signaturzertifikat 5461",
     "Infobox anzeigen 5462", "-",                               "Signatur testen",
     "  Geheimhaltungszertifikat 5463", "  Signaturzertifikat 5464",
+    "-",                     "Zertifikat speichern\xE2\x80\xA6", "  Geheimhaltungszertifikat 5530",
+    "  Signaturzertifikat 5531", "Diagnose 5532",
 };
 
 // The type-0 menu without the two identity-link entries.

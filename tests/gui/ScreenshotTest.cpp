@@ -107,6 +107,29 @@ void ExpectNoGerman(const std::vector<wxString>& texts)
     }
 }
 
+// Also run with GDK_SCALE=2 (the CTest entry ending in "AtScale2"): the
+// pictures then come drawn at twice the size, never enlarged; the window is
+// saved as screenshots/main-window-scale<N>.png to be looked at.
+TEST_F(DemoWindowTest, PicturesComeAtTheDisplayScale)
+{
+    const double scale = frame->GetContentScaleFactor();
+    frame->SetStatus("Test", true);
+    const struct {
+        wxBitmap shown;
+        wxSize logical;
+    } pictures[] = {
+        {frame->GetBanner()->GetBitmap(), wxSize(769, 170)},
+        {frame->GetStatusIcon()->GetBitmap(), wxSize(32, 32)},
+    };
+    for (const auto& picture : pictures) {
+        EXPECT_EQ(picture.shown.GetScaleFactor(), scale);
+        EXPECT_EQ(picture.shown.GetSize(), picture.logical * scale);
+    }
+    const std::string shots = BinaryDir() + "/screenshots";
+    std::filesystem::create_directories(shots);
+    EXPECT_TRUE(SaveScreenshot(frame, shots + "/main-window-scale" + std::to_string(static_cast<int>(scale))));
+}
+
 TEST_F(EnglishWindowTest, EveryTextOfTheWindowIsEnglish)
 {
     EXPECT_EQ(frame->GetTitle(), "Card Manager (x64)");
