@@ -282,6 +282,9 @@ void InfoboxBereich::LoadObjectList() {
     }
 
     MyEnable(true);
+    // The controls were off while the card was read, so nothing in the
+    // dialog holds the keyboard; without a focus its keys (Escape) go nowhere.
+    m_list->SetFocus();
     if (m_list->IsEmpty()) {
         if (m_readFailed)
             ShowReadError();
