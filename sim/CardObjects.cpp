@@ -3,7 +3,7 @@
 #include "sim/CardObjects.h"
 
 #include "crypto/slCertificate.h"
-#include "sim/Der.h"
+#include "formats/DerWriter.h"
 
 #include <openssl/core_names.h>
 #include <openssl/objects.h>
@@ -13,6 +13,8 @@
 #include <cstdio>
 
 namespace VessaSim {
+
+namespace Der = Korvex::Der;
 
 namespace {
 

@@ -85,6 +85,10 @@ public:
 private:
     Module() = default;
     void applyControl(const ControlState& state, bool initial);
+    void applyControlSlots(const std::map<unsigned long, std::string>& wanted, bool initial);
+    void applyControlFaults(const std::map<long, std::string>& wanted);
+    void applyControlLatency(const ControlState& state);
+    void applyControlResets(const std::map<long, std::string>& resets);
     void restoreFactoryCard(SlotState& slot);
     void raiseEvent(CK_SLOT_ID slot);
 

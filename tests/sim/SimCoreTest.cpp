@@ -6,7 +6,6 @@
 #include "sim/CardSet.h"
 #include "sim/CardStateText.h"
 #include "sim/ControlFile.h"
-#include "sim/Der.h"
 #include "sim/FaultRules.h"
 #include "sim/PinEntry.h"
 #include "sim/PinState.h"

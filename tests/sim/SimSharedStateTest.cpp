@@ -25,9 +25,10 @@ Bytes textBytes(const std::string& text) { return Bytes(text.begin(), text.end()
 
 class SimSharedState : public SimTest {
 protected:
-    // Runs the other program to its end; its standard output.
+    // The other program is vessa-sim's write and verify, which load the
+    // module themselves. Runs it to its end; its standard output.
     std::string other(const std::vector<std::string>& args, int expectedStatus = 0) {
-        std::string command = VSIM_OTHER_PROCESS;
+        std::string command = VSIM_TOOL;
         for (const auto& arg : args) command += " '" + arg + "'";
         int status = -1;
         std::string output = RunCommand(command, status);
@@ -36,7 +37,7 @@ protected:
     }
 
     pid_t startOther(const std::vector<std::string>& args) {
-        std::vector<std::string> words = {VSIM_OTHER_PROCESS};
+        std::vector<std::string> words = {VSIM_TOOL};
         words.insert(words.end(), args.begin(), args.end());
         std::vector<char*> argv;
         for (auto& word : words) argv.push_back(word.data());
