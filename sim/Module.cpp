@@ -345,6 +345,11 @@ bool Module::fault(const char* function, const Card* card, CK_SLOT_ID slotId, CK
     return faults.takeFailure(function, card ? card->serial().c_str() : nullptr, slotId, rv);
 }
 
+bool Module::fixedAnswer(const char* function, const Card* card, CK_SLOT_ID slotId, Bytes& answer) {
+    if (faults.empty()) return false;
+    return faults.takeAnswer(function, card ? card->serial().c_str() : nullptr, slotId, answer);
+}
+
 bool Module::malformed(const char* function, const Card* card, CK_SLOT_ID slotId) {
     if (faults.empty()) return false;
     return faults.takeMalformed(function, card ? card->serial().c_str() : nullptr, slotId);

@@ -77,6 +77,8 @@ public:
     // Faults for a call; serial null for calls that concern no card.
     bool fault(const char* function, const Card* card, CK_SLOT_ID slot, CK_RV& rv);
     bool malformed(const char* function, const Card* card, CK_SLOT_ID slot);
+    // A fixed answer a test gave a vendor call ("answer:HEX").
+    bool fixedAnswer(const char* function, const Card* card, CK_SLOT_ID slot, Bytes& answer);
 
     // Makes sure the card's objects exist; may release `lock` while keys are
     // loaded or generated. False (with the lock held again) on failure.
