@@ -2,6 +2,8 @@
 // time-zone guard.
 #pragma once
 
+#include "tests/support/LogCapture.h"
+
 #include "crypto/slCertificate.h"
 
 #include <gtest/gtest.h>
@@ -55,27 +57,7 @@ inline Bytes FromHex(const std::string& hex)
     return bytes;
 }
 
-// Collects every line sent to the hooks it is installed in.
-struct LogCapture {
-    static std::vector<std::string>& Lines()
-    {
-        static std::vector<std::string> lines;
-        return lines;
-    }
-    static void Hook(std::string line) { Lines().push_back(line); }
-};
-
-// Installs LogCapture as a hook for one scope, starting with no lines.
-template <typename Setter>
-struct HookGuard {
-    explicit HookGuard(Setter set) : m_set(set)
-    {
-        LogCapture::Lines().clear();
-        m_set(LogCapture::Hook);
-    }
-    ~HookGuard() { m_set(nullptr); }
-    Setter m_set;
-};
+using TestSupport::LogCapture;
 
 // Sets TZ for one scope and restores the previous zone afterwards.
 class TimeZoneGuard {

@@ -9,11 +9,7 @@ namespace {
 
 class TokenModuleTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        Log::install();
-        Log::clear();
-    }
+    TokenLog log;
 };
 
 TEST_F(TokenModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)

@@ -28,12 +28,6 @@ const char kOddG4Serial[] = "3014000000000009";
 
 namespace {
 
-Lines g_errors;
-Lines g_messages;
-
-void captureError(const char* line) { g_errors.emplace_back(line); }
-void captureMessage(const char* line) { g_messages.emplace_back(line); }
-
 std::string cardSetXml()
 {
     std::ostringstream xml;
@@ -84,29 +78,8 @@ void setClientVersion(const std::string& text)
         ASSERT_TRUE(config->SetString(Korvex::kClientVersionEntry, text));
 }
 
-void Log::install()
-{
-    Token::SetErrorLoggingFunc(captureError);
-    Token::SetMessageLoggingFunc(captureMessage);
-}
-
-void Log::clear()
-{
-    g_errors.clear();
-    g_messages.clear();
-}
-
-const Lines& Log::errors() { return g_errors; }
-const Lines& Log::messages() { return g_messages; }
-
-bool Log::hasMessage(const std::string& line)
-{
-    return std::find(g_messages.begin(), g_messages.end(), line) != g_messages.end();
-}
-
 void TokenTest::SetUp()
 {
-    Log::install();
     p11 = std::make_unique<Token>();
     ASSERT_TRUE(Token::IsInitialized());
     Sim::ClearFaults();

@@ -3,6 +3,7 @@
 // test, another module in its place, and signature checks with OpenSSL.
 #pragma once
 
+#include "tests/support/LogCapture.h"
 #include "tests/support/SignatureCheck.h"
 #include "tests/support/SimControls.h"
 #include "tests/support/TestEnvironment.h"
@@ -37,13 +38,11 @@ using Bytes = std::vector<unsigned char>;
 // Points the client version entry at text ("" removes it).
 void setClientVersion(const std::string& text);
 
-// Log lines of the token layer since the last clear.
-struct Log {
-    static void install();
-    static void clear();
-    static const Lines& errors();
-    static const Lines& messages();
-    static bool hasMessage(const std::string& line);
+// Log lines of the token layer since the last clear, caught while a
+// TokenLog lives.
+using Log = TestSupport::LogCapture;
+struct TokenLog : Log {
+    TokenLog() : Log(Token::SetErrorLoggingFunc, Token::SetMessageLoggingFunc) {}
 };
 
 // The simulator's controls and the scripted PIN dialogue of the shared
@@ -61,6 +60,7 @@ protected:
     bool openCard(const char* serial, bool readWrite = false);
     int positionOf(const char* serial);
 
+    TokenLog log;
     std::unique_ptr<Token> p11;
 };
 
