@@ -5,18 +5,8 @@
 #include "base/ConfigImpl_XML.h"
 #include "base/FileAndDirectory.h"
 
-#include "tests/support/LogCapture.h"
-#include "tests/support/TestEnvironment.h"
+#include "tests/support/TestCommon.h"
 
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <functional>
 #include <regex>
 
 using namespace Korvex;

@@ -2,14 +2,11 @@
 // also with two threads writing, and no earlier file is ever overwritten.
 #include "base/Logging.h"
 
-#include "tests/support/TestEnvironment.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <map>
 #include <regex>
 #include <set>
-#include <thread>
 
 using Korvex::LibLogging;
 using TestSupport::SplitLines;

@@ -4,7 +4,7 @@
 #include <openssl/err.h>
 #include <openssl/x509.h>
 
-#include <unistd.h>
+#include "tests/support/TestCommon.h"
 
 using namespace Korvex;
 using namespace CryptoTest;

@@ -2,18 +2,12 @@
 // time-zone guard.
 #pragma once
 
-#include "tests/support/LogCapture.h"
+#include "tests/support/TestCommon.h"
 
 #include "crypto/slCertificate.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <iterator>
-#include <string>
-#include <vector>
 
 namespace CryptoTest {
 

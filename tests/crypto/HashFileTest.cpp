@@ -3,7 +3,7 @@
 #include "crypto/LibCrypto.h"
 #include "CryptoTestSupport.h"
 
-#include <cstring>
+#include "tests/support/TestCommon.h"
 
 using namespace Korvex;
 using namespace CryptoTest;

@@ -1,13 +1,10 @@
 // DER cursor readers and their log hooks. The bounded forms must agree with
 // the classic ones on complete data and stop at the end of cut-off data.
-#include <gtest/gtest.h>
-
-#include <cstring>
+#include "tests/support/TestCommon.h"
 
 #include "formats/Asn1.h"
 #include "tests/formats/DerBuilder.h"
 #include "formats/Asn1Log.h"
-#include "tests/support/LogCapture.h"
 
 using namespace Korvex;
 using dertest::Bytes;

@@ -4,8 +4,7 @@
 
 #include "formats/DerWriter.h"
 
-#include <algorithm>
-#include <memory>
+#include "tests/support/TestCommon.h"
 
 namespace dertest {
 

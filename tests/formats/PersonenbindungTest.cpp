@@ -2,13 +2,12 @@
 // of the accepted layout, and broken records (cut at every byte, corrupted
 // bytes, oversized lengths), which must give the defined results and never
 // read outside the input (checked by the sanitizer build).
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include "formats/Asn1.h"
 #include "formats/Personenbindung.h"
 #include "tests/formats/DerBuilder.h"
 #include "formats/Asn1Log.h"
-#include "tests/support/LogCapture.h"
 
 using namespace Korvex;
 using namespace dertest;

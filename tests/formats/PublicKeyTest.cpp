@@ -1,7 +1,7 @@
 // Public-key parsing against keys made by OpenSSL (RSAPublicKey DER and
 // curve points of several sizes), a 4096-bit modulus whose INTEGER carries a
 // zero octet, and broken input.
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
@@ -11,7 +11,6 @@
 #include "formats/PublicKey.h"
 #include "tests/formats/DerBuilder.h"
 #include "formats/Asn1Log.h"
-#include "tests/support/LogCapture.h"
 
 using namespace Korvex;
 using namespace dertest;

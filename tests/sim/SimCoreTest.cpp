@@ -10,9 +10,7 @@
 #include "sim/PinEntry.h"
 #include "sim/PinState.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
+#include "tests/support/TestCommon.h"
 
 using namespace VessaSim;
 

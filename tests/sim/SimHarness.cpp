@@ -3,13 +3,7 @@
 
 #include <dlfcn.h>
 
-#include <filesystem>
-#include <sys/stat.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include "tests/support/TestCommon.h"
 
 namespace SimTesting {
 

@@ -5,14 +5,11 @@
 
 #include "sim/SimControl.h"
 #include "tests/support/SimControls.h"
-#include "tests/support/TestEnvironment.h"
+#include "tests/support/TestCommon.h"
 
-#include <gtest/gtest.h>
 #include <p11-kit/pkcs11.h>
 
 #include <initializer_list>
-#include <string>
-#include <vector>
 
 namespace SimTesting {
 

@@ -2,9 +2,7 @@
 // protected path, a damaged state file, and the factory reset.
 #include "SimHarness.h"
 
-#include <algorithm>
-#include <filesystem>
-
+#include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
 

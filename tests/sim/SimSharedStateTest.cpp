@@ -6,13 +6,7 @@
 
 #include "formats/InfoboxFS.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-
-extern char** environ;
+#include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
 
@@ -34,25 +28,6 @@ protected:
         std::string output = RunCommand(command, status);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == expectedStatus) << command << " -> " << status;
         return output;
-    }
-
-    pid_t startOther(const std::vector<std::string>& args) {
-        std::vector<std::string> words = {VSIM_TOOL};
-        words.insert(words.end(), args.begin(), args.end());
-        std::vector<char*> argv;
-        for (auto& word : words) argv.push_back(word.data());
-        argv.push_back(nullptr);
-        pid_t pid = -1;
-        EXPECT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ), 0);
-        return pid;
-    }
-
-    // Exit status of a finished other program, -1 while it still runs.
-    static int exitStatus(pid_t pid, bool wait) {
-        int status = 0;
-        const pid_t done = waitpid(pid, &status, wait ? 0 : WNOHANG);
-        if (done == 0) return -1;
-        return done == pid && WIFEXITED(status) ? WEXITSTATUS(status) : 255;
     }
 
     void login(CK_SESSION_HANDLE session) {
@@ -117,7 +92,7 @@ TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
 TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
     // The other program writes RFU1 while this one writes RFU2 of the same
     // card; each reads its own object back after every write.
-    const pid_t writer = startOther({"write", "3", "RFU1", "other", "300"});
+    const int writer = StartProcess({VSIM_TOOL, "write", "3", "RFU1", "other", "300"});
     ASSERT_GT(writer, 0);
     CK_SESSION_HANDLE session = openSession(3, true);
     login(session);
@@ -133,10 +108,10 @@ TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
         const std::string value = "own-" + std::to_string(++written);
         ASSERT_EQ(write(session, own, value), CKR_OK);
         ASSERT_EQ(readAttribute(session, own, CKA_VALUE), textBytes(value)) << "lost update";
-        if (otherStatus < 0) otherStatus = exitStatus(writer, false);
+        if (otherStatus < 0) otherStatus = ProcessStatus(writer, false);
         else break;  // one more write after the other program ended
     }
-    if (otherStatus < 0) otherStatus = exitStatus(writer, true);
+    if (otherStatus < 0) otherStatus = ProcessStatus(writer, true);
     EXPECT_EQ(otherStatus, 0);
 
     reload();

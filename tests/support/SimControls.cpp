@@ -1,8 +1,7 @@
 // Looks the control functions up in the loaded module; see SimControls.h.
 #include "tests/support/SimControls.h"
 
-
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <dlfcn.h>
 

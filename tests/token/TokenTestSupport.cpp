@@ -5,11 +5,10 @@
 #include "token/ClientVersion.h"
 #include "token/LoadFreeLib.h"
 
-
 #include <dlfcn.h>
 #include <stdlib.h>
 
-#include <sstream>
+#include "tests/support/TestCommon.h"
 
 namespace tokentest {
 

@@ -3,17 +3,10 @@
 // test, another module in its place, and signature checks with OpenSSL.
 #pragma once
 
-#include "tests/support/LogCapture.h"
+#include "tests/support/TestCommon.h"
 #include "tests/support/SignatureCheck.h"
 #include "tests/support/SimControls.h"
-#include "tests/support/TestEnvironment.h"
 #include "token/acPKCS11.h"
-
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace tokentest {
 
