@@ -7,7 +7,6 @@
 #include "crypto/slCertificate.h"
 
 #include <ctime>
-#include <iterator>
 
 namespace CryptoTest {
 
@@ -18,11 +17,7 @@ inline std::string FixturePath(const std::string& file)
     return std::string(KORVEX_CERT_FIXTURES) + "/" + file;
 }
 
-inline Bytes ReadBytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), {});
-}
+using TestSupport::ReadBytes;
 
 // A fixture certificate, from its DER or PEM file.
 inline Korvex::slCertificate Load(const std::string& name, const char* ext = ".der")
