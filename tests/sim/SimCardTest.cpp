@@ -69,9 +69,9 @@ TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
         {{0x00, 0x20, 0x00, 0x82, 0x04, '0', '0', '0', '0'}, 0x63C2},
     };
     for (const auto& [command, expected] : answers) EXPECT_EQ(statusWord(session, command), expected) << hex(command);
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 2);
+    EXPECT_EQ(Sim::PinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 2);
     EXPECT_EQ(statusWord(session, {0x00, 0x20, 0x00, 0x82, 0x04, '1', '2', '3', '4'}), 0x9000u);
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 3);
+    EXPECT_EQ(Sim::PinTries(kAcosA04, VSIM_PIN_ENCRYPTION), 3);
     EXPECT_EQ(transmit(session, kSelectEfWithFcp).front(), 0x62);
     Bytes tail = transmit(session, {0x00, 0xB0, 0x00, 0x0E, 0x04});
     EXPECT_EQ(tail.size(), 4u);

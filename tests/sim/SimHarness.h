@@ -54,7 +54,6 @@ protected:
     std::vector<CK_OBJECT_HANDLE> findAll(CK_SESSION_HANDLE session, CK_ATTRIBUTE* pattern, CK_ULONG count);
     Bytes readAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
     CK_RV setVendorAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
-    int pinTries(const char* serial, int pin);
 
     std::string m_dir;
     SimLibrary m_sim;

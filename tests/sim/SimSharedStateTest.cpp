@@ -57,7 +57,7 @@ protected:
 
 TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
     CK_SESSION_HANDLE session = openSession(1);  // its generation reports PIN status
-    ASSERT_EQ(pinTries(kECardG4, kSignaturePin), 1);  // the demo card is on its last try
+    ASSERT_EQ(Sim::PinTries(kECardG4, kSignaturePin), 1);  // the demo card is on its last try
 
     // The right PIN here restores the counter for the other program too.
     unsigned char verify[] = {0x00, 0x20, 0x00, 0x81, 0x06, '1', '2', '3', '4', '5', '6'};
@@ -69,7 +69,7 @@ TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
 
     // Wrong entries there count here.
     EXPECT_EQ(other({"verify", "1", "81", "000000", "2"}), "63C1\n");
-    EXPECT_EQ(pinTries(kECardG4, kSignaturePin), 1);
+    EXPECT_EQ(Sim::PinTries(kECardG4, kSignaturePin), 1);
     unsigned char status[2] = {0, 0};
     length = sizeof status;
     ASSERT_EQ(m_sim.cardAttribute(session, "SicSig/PIN-Status", status, &length), CKR_OK);
@@ -77,7 +77,7 @@ TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
 
     // The token flags follow the identity-link PIN used up elsewhere.
     EXPECT_EQ(other({"verify", "3", "83", "0000"}), "63C2\n");
-    EXPECT_EQ(pinTries(kAcosA03, kIdentityLinkPin), 2);
+    EXPECT_EQ(Sim::PinTries(kAcosA03, kIdentityLinkPin), 2);
     CK_TOKEN_INFO info;
     ASSERT_EQ(p11->C_GetTokenInfo(3, &info), CKR_OK);
     EXPECT_TRUE(info.flags & CKF_USER_PIN_COUNT_LOW);
