@@ -43,6 +43,12 @@ TEST_F(TokenCardDataTest, ApdusAppendTheirResponseWithStatusWord)
     const unsigned char challenge[] = {0x00, 0x84, 0x00, 0x00, 0x00};
     EXPECT_TRUE(p11->SendAPDU(challenge, sizeof(challenge), buffer, length));
     EXPECT_EQ(length, 256u);
+
+    // A module overstating the answer's length is held to its 4096-byte buffer.
+    Sim::SetMalformed("C_CardTransmit", kAcos03, 1);
+    Bytes overstated;
+    EXPECT_TRUE(p11->SendAPDU({0x00, 0x84, 0x00, 0x00, 0x08}, overstated));
+    EXPECT_EQ(overstated.size(), 4096u);
 }
 
 TEST_F(TokenCardDataTest, ECardDataIsReadByName)
