@@ -3,7 +3,7 @@
 # the window tests need one. Arguments go to the sampler, e.g.
 #   bash scripts/mutants.sh --seed 20261124 --out mutants.txt
 # A developer's tool: every mutant runs up to the whole suite, so the 120-site
-# sample takes hours (see docs/TESTING.md).
+# sample takes about an hour and a half (see docs/TESTING.md).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if command -v ccache >/dev/null; then
