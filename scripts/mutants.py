@@ -3,13 +3,21 @@
 the test suite catch?
 
 From a fixed seed it picks mutation sites spread over the layers, applies each
-one alone to a copy of the source in place, rebuilds incrementally in its own
-build folder, runs the tests of the mutated layer and restores the file. Each
-mutant ends killed (a test failed or timed out), survived, or did not compile.
-The seed and the product sources fix the sample, so a run before and a run
-after a change of the tests judge the same mutants.
+one alone to the source in place, rebuilds the normal build incrementally in
+its own folder, runs every test of that build (the mutated layer's own tests
+first, stopping at the first failure) and restores the file. Each mutant ends
+killed (a test failed or timed out), survived, did not compile, or gone (its
+line is no longer in the tree judged). The report gives the product layers
+and the simulator apart: the simulator is test equipment.
 
     python3 scripts/mutants.py [--seed N] [--count N] [--list] [--out FILE] [--only FILE]
+                               [--write-sites FILE] [--sites FILE] [--root DIR]
+
+--write-sites keeps the seeded sample in a file (one site a line, with the
+text of its line) and --sites judges exactly the sites of such a file, found
+again by their line's text when the code around them moved: the sample stays
+fixed while the product changes. --root judges another checkout (a worktree
+of an earlier commit), so a baseline and a result use the same sampler.
 
 --only judges just the sites named in FILE ("path:line" anywhere in a line,
 as in the survivors of an earlier report): a change that only removes tests
@@ -30,6 +38,7 @@ import time
 from collections import defaultdict
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+TREE = ROOT  # the checkout sampled and mutated (--root)
 
 # Which test folders judge a mutant of each layer: the layer's own tests and,
 # for layers without a folder of their own, the tests that drive them.
@@ -47,6 +56,7 @@ LAYER_TESTS = {
 # Share of the sample per layer (about its share of the code, at least a few each).
 LAYER_QUOTA = {"base": 8, "crypto": 6, "formats": 5, "token": 9, "app": 4,
                "gui": 9, "program": 3, "sim": 12, "tools": 4}
+PRODUCT_LAYERS = [layer for layer in LAYER_TESTS if layer != "sim"]
 
 COMPARISONS = [(" == ", " != "), (" != ", " == "), (" < ", " <= "), (" <= ", " < "),
                (" > ", " >= "), (" >= ", " > "), (" && ", " || "), (" || ", " && ")]
@@ -66,7 +76,7 @@ def code_part(line):
 def sites_in(path):
     """Every (line, column, operator, old, new) this sampler can mutate in a file."""
     found = []
-    with open(os.path.join(ROOT, path), encoding="utf-8", errors="replace") as f:
+    with open(os.path.join(TREE, path), encoding="utf-8", errors="replace") as f:
         lines = f.read().split("\n")
     for number, line in enumerate(lines, 1):
         if SKIP_LINE.match(line) or "static_assert" in line:
@@ -89,11 +99,11 @@ def sites_in(path):
         if CALL_STATEMENT.match(code) and "Log" not in code:
             body = line.strip()
             found.append((number, line.find(body), "drop statement", body, ";"))
-    return [(path,) + s for s in found]
+    return [(path,) + s + (lines[s[0] - 1],) for s in found]
 
 
 def product_files(layer):
-    out = subprocess.run(["git", "ls-files", layer + "/*.cpp"], cwd=ROOT,
+    out = subprocess.run(["git", "ls-files", layer + "/*.cpp"], cwd=TREE,
                          capture_output=True, text=True, check=True).stdout.split()
     return sorted(p for p in out if "/images/" not in p)
 
@@ -109,9 +119,43 @@ def pick_sample(seed, count):
     return sample
 
 
-def apply(site):
-    layer, path, line, column, op, old, new = site
-    full = os.path.join(ROOT, path)
+def write_sites(sample, path):
+    with open(path, "w", encoding="utf-8") as f:
+        f.write("# layer\tpath\tline\tcolumn\toperator\told\tnew\tline text\n")
+        for site in sample:
+            f.write("\t".join(str(part) for part in site) + "\n")
+
+
+def read_sites(path):
+    sample = []
+    with open(path, encoding="utf-8") as f:
+        for row in f:
+            if row.startswith("#") or not row.strip():
+                continue
+            layer, file, line, column, op, old, new, text = row.rstrip("\n").split("\t", 7)
+            sample.append((layer, file, int(line), int(column), op, old, new, text))
+    return sample
+
+
+def locate(site, root):
+    """The line number the site's line has in this tree, or None when it is gone:
+    the recorded number if the text is still there, else the nearest line with
+    the same text."""
+    layer, path, line, column, op, old, new, text = site
+    full = os.path.join(root, path)
+    if not os.path.exists(full):
+        return None
+    with open(full, encoding="utf-8", errors="replace") as f:
+        lines = f.read().split("\n")
+    if line <= len(lines) and lines[line - 1] == text:
+        return line
+    same = [n for n, candidate in enumerate(lines, 1) if candidate == text]
+    return min(same, key=lambda n: abs(n - line)) if same else None
+
+
+def apply(site, root, line):
+    layer, path, _, column, op, old, new, text = site
+    full = os.path.join(root, path)
     with open(full, "rb") as f:
         original = f.read()
     lines = original.decode("utf-8").split("\n")
@@ -142,19 +186,28 @@ def clear_generated_keys(build):
         shutil.rmtree(os.path.join(build, "test-scratch", folder), ignore_errors=True)
 
 
-def judge(site, build, jobs):
-    folders = [os.path.join(build, "tests", d) for d in LAYER_TESTS[site[0]]]
+def test_folders(build, first):
+    """Every test folder of the build, the mutated layer's own first."""
+    tests = os.path.join(build, "tests")
+    every = sorted(d for d in os.listdir(tests) if os.path.exists(os.path.join(tests, d, "CTestTestfile.cmake")))
+    return [os.path.join(tests, d) for d in first if d in every] + \
+           [os.path.join(tests, d) for d in every if d not in first]
+
+
+def judge(site, root, build, jobs):
+    line = locate(site, root)
+    if line is None:
+        return "gone"
     makes_keys = site[1] == KEY_MAKER
     if makes_keys:
         clear_generated_keys(build)
-    full, original = apply(site)
+    full, original = apply(site, root, line)
     try:
-        for folder in folders:
-            if run(["cmake", "--build", folder, "-j", str(jobs)], 900) != 0:
-                return "did not compile"
-        for folder in folders:
+        if run(["cmake", "--build", build, "-j", str(jobs)], 1800) != 0:
+            return "did not compile"
+        for folder in test_folders(build, LAYER_TESTS[site[0]]):
             result = run(["ctest", "--test-dir", folder, "-j", str(jobs), "--timeout", "120",
-                          "--stop-on-failure"], 1200)
+                          "--stop-on-failure"], 1800)
             if result != 0:
                 return "killed"
         return "survived"
@@ -165,18 +218,32 @@ def judge(site, build, jobs):
             clear_generated_keys(build)
 
 
+def rate_row(name, k, s, n, g):
+    rate = f"{100.0 * k / (k + s):.1f} %" if k + s else "-"
+    return f"{name:8} {k:7} {s:9} {n:9} {g:5} {rate:>10}"
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--seed", type=int, default=20261124)
-    parser.add_argument("--count", type=int, default=60)
+    parser.add_argument("--count", type=int, default=120)
     parser.add_argument("--jobs", type=int, default=2)
     parser.add_argument("--build", default=os.path.join(ROOT, "build-mutants"))
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
     parser.add_argument("--out", help="also write the report to this file")
     parser.add_argument("--only", help="judge only the sites named in this file")
+    parser.add_argument("--write-sites", help="write the seeded sample to this file and stop")
+    parser.add_argument("--sites", help="judge the sites of this file instead of a seeded sample")
+    parser.add_argument("--root", default=ROOT, help="the checkout to mutate and build")
     args = parser.parse_args()
+    args.root = os.path.abspath(args.root)
+    global TREE
+    TREE = args.root
 
-    sample = pick_sample(args.seed, args.count)
+    sample = read_sites(args.sites) if args.sites else pick_sample(args.seed, args.count)
+    if args.write_sites:
+        write_sites(sample, args.write_sites)
+        return 0
     if args.only:
         named = set(re.findall(r"([\w/.]+\.cpp:\d+)", open(args.only).read()))
         sample = [s for s in sample if f"{s[1]}:{s[2]}" in named]
@@ -186,7 +253,7 @@ def main():
             print(f"{site[0]:8} {describe(site)}")
         return 0
 
-    subprocess.run(["cmake", "-S", ROOT, "-B", args.build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+    subprocess.run(["cmake", "-S", args.root, "-B", args.build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
                     "-DKORVEX_BUILD_BENCH=OFF"], check=True, stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", args.build, "-j", str(args.jobs)], check=True,
                    stdout=subprocess.DEVNULL)
@@ -194,7 +261,7 @@ def main():
     survivors = []
     started = time.time()
     for number, site in enumerate(sample, 1):
-        outcome = judge(site, args.build, args.jobs)
+        outcome = judge(site, args.root, args.build, args.jobs)
         results[site[0]][outcome] += 1
         if outcome == "survived":
             survivors.append(site)
@@ -202,17 +269,16 @@ def main():
     # Leave the build matching the unmutated sources.
     subprocess.run(["cmake", "--build", args.build, "-j", str(args.jobs)], stdout=subprocess.DEVNULL)
 
-    report = [f"seed {args.seed}, {len(sample)} mutants, {time.time() - started:.0f} s",
-              f"{'layer':8} {'killed':>7} {'survived':>9} {'no build':>9} {'kill rate':>10}"]
-    totals = defaultdict(int)
+    source = args.sites or f"seed {args.seed}"
+    report = [f"{source}, {len(sample)} mutants, {time.time() - started:.0f} s, tree {args.root}",
+              f"{'layer':8} {'killed':>7} {'survived':>9} {'no build':>9} {'gone':>5} {'kill rate':>10}"]
+    counts = {layer: [results[layer][o] for o in ("killed", "survived", "did not compile", "gone")]
+              for layer in LAYER_TESTS}
     for layer in LAYER_TESTS:
-        r = results[layer]
-        k, s, n = r["killed"], r["survived"], r["did not compile"]
-        totals["k"] += k; totals["s"] += s; totals["n"] += n
-        rate = f"{100.0 * k / (k + s):.1f} %" if k + s else "-"
-        report.append(f"{layer:8} {k:7} {s:9} {n:9} {rate:>10}")
-    k, s, n = totals["k"], totals["s"], totals["n"]
-    report.append(f"{'all':8} {k:7} {s:9} {n:9} {100.0 * k / max(1, k + s):9.1f} %")
+        report.append(rate_row(layer, *counts[layer]))
+    product = [sum(counts[layer][i] for layer in PRODUCT_LAYERS) for i in range(4)]
+    report.append(rate_row("product", *product))
+    report.append(rate_row("sim", *counts["sim"]))
     report.append("survivors:")
     report += [f"  {s[0]:8} {describe(s)}" for s in survivors]
     print("\n".join(report))

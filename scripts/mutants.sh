@@ -2,7 +2,8 @@
 # Runs the mutation sampler (scripts/mutants.py) under a private X server, as
 # the window tests need one. Arguments go to the sampler, e.g.
 #   bash scripts/mutants.sh --seed 20261124 --out mutants.txt
-# A developer's tool: a run of 60 mutants takes the better part of an hour.
+# A developer's tool: every mutant runs up to the whole suite, so the 120-site
+# sample takes about an hour and a half (see docs/TESTING.md).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if command -v ccache >/dev/null; then

@@ -36,7 +36,12 @@ bash scripts/package.sh "$ROOT/build/packages"
 xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" bash tests/packaging/check-packages.sh "$ROOT/build/packages"
 
 export ASAN_OPTIONS="halt_on_error=1:abort_on_error=0:detect_leaks=1:strict_string_checks=1"
-run_suite "$ROOT/build-asan" -DCMAKE_BUILD_TYPE=Debug -DKORVEX_SANITIZE=ON -DKORVEX_BUILD_BENCH=OFF
+# The sanitizer build uses Ninja, the others Make, so both generators keep
+# working. A folder configured earlier with the other generator starts afresh.
+if grep -qs '^CMAKE_GENERATOR:INTERNAL=Unix Makefiles' "$ROOT/build-asan/CMakeCache.txt"; then
+  rm -rf "$ROOT/build-asan"
+fi
+run_suite "$ROOT/build-asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKORVEX_SANITIZE=ON -DKORVEX_BUILD_BENCH=OFF
 unset ASAN_OPTIONS
 
 # GLib's own locks are futexes TSan cannot see, and the desktop libraries are

@@ -4,6 +4,7 @@
 #include "sim/Calls.h"
 #include "sim/Module.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace VessaSim {
@@ -42,6 +43,16 @@ CK_RV namedAttribute(Card& card, const std::string& name, Bytes& value, bool& is
     return CKR_ATTRIBUTE_TYPE_INVALID;
 }
 
+// A fixed answer in place of the card's: as much as fits, with CKR_OK.
+bool giveFixedAnswer(Call& call, const Card& card, CK_SLOT_ID slot, CK_BYTE_PTR out, CK_ULONG_PTR outLength) {
+    Bytes answer;
+    if (!call.module.fixedAnswer(call.function, &card, slot, answer)) return false;
+    const CK_ULONG length = std::min<CK_ULONG>(*outLength, answer.size());
+    if (out && length > 0) std::memcpy(out, answer.data(), length);
+    *outLength = length;
+    return true;
+}
+
 } // namespace
 
 CK_RV cardTransmit(CK_SESSION_HANDLE handle, CK_BYTE_PTR command, CK_ULONG commandLength, CK_BYTE_PTR response,
@@ -53,6 +64,7 @@ CK_RV cardTransmit(CK_SESSION_HANDLE handle, CK_BYTE_PTR command, CK_ULONG comma
     if (!command || !response || !responseLength) return CKR_ARGUMENTS_BAD;
     Card& card = *session->card;
     if (!card.profile().isCard) return CKR_FUNCTION_NOT_SUPPORTED;
+    if (giveFixedAnswer(call, card, session->slot, response, responseLength)) return CKR_OK;
     const Bytes answer = processApdu(card, command, commandLength);
     if (*responseLength < answer.size()) {
         *responseLength = answer.size();
@@ -73,6 +85,7 @@ CK_RV cardAttribute(CK_SESSION_HANDLE handle, const char* name, CK_BYTE_PTR out,
     if (!name || !outLength) return CKR_ARGUMENTS_BAD;
     Card& card = *session->card;
     if (!card.profile().isCard) return CKR_FUNCTION_NOT_SUPPORTED;
+    if (giveFixedAnswer(call, card, session->slot, out, outLength)) return CKR_OK;
     Bytes value;
     bool isReset = false;
     rv = namedAttribute(card, name, value, isReset);

@@ -3,12 +3,14 @@
 
 #include "base/base64.h"
 #include "crypto/Hash.h"
-#include "sim/Der.h"
+#include "formats/DerWriter.h"
 #include "sim/OpenSslPtr.h"
 
 #include <openssl/evp.h>
 
 namespace VessaSim {
+
+namespace Der = Korvex::Der;
 
 namespace {
 
@@ -20,6 +22,16 @@ Bytes sha1(const Bytes& data) {
     if (Korvex::Hash(data.empty() ? &kEmpty : data.data(), data.size(), buffer, length, Korvex::HashSha1)) {
         digest.assign(buffer, buffer + length);
     }
+    return digest;
+}
+
+// The reference digests of the identity link are SHA-256, as the companion
+// writes them: the reader keeps up to 256 bytes of each and checks none, so
+// the choice is free, and SHA-1 is no longer fit for new references. The
+// simulated cards and a card the companion has written then look alike.
+Bytes sha256(const Bytes& data) {
+    Bytes digest;
+    Korvex::Hash(data, digest, Korvex::HashSha256, false);
     return digest;
 }
 
@@ -87,9 +99,9 @@ Bytes buildIdentityLink(const CardSpec& card, const std::function<Bytes(const By
         Der::context(0, personData),
         Der::tlv(Der::Sequence, citizenKeyReferences),
         Der::bits(signature),
-        Der::context(0, Der::bits(sha1(personData))),
-        Der::context(1, Der::bits(sha1(textBytes(issuerTemplate)))),
-        Der::context(2, Der::bits(sha1(textBytes(assertionId)))),
+        Der::context(0, Der::bits(sha256(personData))),
+        Der::context(1, Der::bits(sha256(textBytes(issuerTemplate)))),
+        Der::context(2, Der::bits(sha256(textBytes(assertionId)))),
     });
 }
 

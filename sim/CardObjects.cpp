@@ -2,7 +2,8 @@
 // reports them.
 #include "sim/CardObjects.h"
 
-#include "sim/Der.h"
+#include "crypto/slCertificate.h"
+#include "formats/DerWriter.h"
 
 #include <openssl/core_names.h>
 #include <openssl/objects.h>
@@ -12,6 +13,8 @@
 #include <cstdio>
 
 namespace VessaSim {
+
+namespace Der = Korvex::Der;
 
 namespace {
 

@@ -1,6 +1,7 @@
 // Parsing and printing of fault rules and PKCS#11 return codes.
 #include "sim/FaultRules.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -79,6 +80,22 @@ std::string trim(const std::string& text) {
     return text.substr(begin, end - begin + 1);
 }
 
+// The hexadecimal bytes of a fixed answer, two digits each.
+bool parseAnswer(const std::string& hex, std::vector<unsigned char>& out, std::string& error) {
+    out.clear();
+    for (size_t i = 0; i < hex.size(); i += 2) {
+        char* end = nullptr;
+        const std::string pair = hex.substr(i, 2);
+        const unsigned long value = std::strtoul(pair.c_str(), &end, 16);
+        if (pair.size() != 2 || *end != '\0' || !std::isxdigit(static_cast<unsigned char>(pair[0]))) {
+            error = "fault answer '" + hex + "' is not hexadecimal bytes";
+            return false;
+        }
+        out.push_back(static_cast<unsigned char>(value));
+    }
+    return true;
+}
+
 bool parseEntry(const std::string& entry, FaultRule& rule, std::string& error) {
     size_t equals = entry.find('=');
     if (equals == std::string::npos) {
@@ -87,6 +104,18 @@ bool parseEntry(const std::string& entry, FaultRule& rule, std::string& error) {
     }
     std::string target = trim(entry.substr(0, equals));
     std::string result = trim(entry.substr(equals + 1));
+    size_t hash = target.find('#');
+    if (hash != std::string::npos) {
+        const std::string nth = trim(target.substr(hash + 1));
+        char* end = nullptr;
+        const long value = std::strtol(nth.c_str(), &end, 10);
+        if (nth.empty() || *end != '\0' || value < 1) {
+            error = "fault call number '" + nth + "' is not a number from 1";
+            return false;
+        }
+        rule.skip = static_cast<int>(value - 1);
+        target = trim(target.substr(0, hash));
+    }
     size_t at = target.find('@');
     rule.function = trim(target.substr(0, at));
     rule.card = at == std::string::npos ? "*" : trim(target.substr(at + 1));
@@ -108,6 +137,11 @@ bool parseEntry(const std::string& entry, FaultRule& rule, std::string& error) {
         }
         rule.times = value <= 0 ? -1 : static_cast<int>(value);
         result = trim(result.substr(0, star));
+    }
+    if (result.compare(0, 7, "answer:") == 0) {
+        rule.answers = true;
+        rule.rv = CKR_OK;
+        return parseAnswer(trim(result.substr(7)), rule.answer, error);
     }
     if (result == "malformed") {
         rule.malformed = true;
@@ -165,7 +199,17 @@ bool parseFaultRules(const std::string& ruleText, std::vector<FaultRule>& out, s
 std::string faultRuleToString(const FaultRule& rule) {
     std::string text = rule.function;
     if (rule.card != "*") text += "@" + rule.card;
-    text += "=" + (rule.malformed ? std::string("malformed") : returnCodeName(rule.rv));
+    if (rule.skip > 0) text += "#" + std::to_string(rule.skip + 1);
+    if (rule.answers) {
+        text += "=answer:";
+        for (unsigned char byte : rule.answer) {
+            char digits[3];
+            std::snprintf(digits, sizeof digits, "%02X", byte);
+            text += digits;
+        }
+    } else {
+        text += "=" + (rule.malformed ? std::string("malformed") : returnCodeName(rule.rv));
+    }
     if (rule.times > 0) text += "*" + std::to_string(rule.times);
     return text;
 }

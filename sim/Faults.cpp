@@ -28,11 +28,15 @@ void FaultTable::removeControlId(long controlId) {
 
 void FaultTable::clear() { m_rules.clear(); }
 
-FaultTable::Entry* FaultTable::match(const char* function, const char* serial, unsigned long slot,
-                                     bool malformed) {
+FaultTable::Kind FaultTable::kindOf(const FaultRule& rule) {
+    if (rule.answers) return Kind::Answer;
+    return rule.malformed ? Kind::Malformed : Kind::Failure;
+}
+
+FaultTable::Entry* FaultTable::match(const char* function, const char* serial, unsigned long slot, Kind kind) {
     for (auto& entry : m_rules) {
-        const FaultRule& rule = entry.rule;
-        if (rule.malformed != malformed || rule.times == 0) continue;
+        FaultRule& rule = entry.rule;
+        if (kindOf(rule) != kind || rule.times == 0) continue;
         if (rule.function != "*" && rule.function != function) continue;
         if (rule.card != "*") {
             if (!serial) continue;
@@ -41,6 +45,10 @@ FaultTable::Entry* FaultTable::match(const char* function, const char* serial, u
             } else if (rule.card != serial) {
                 continue;
             }
+        }
+        if (rule.skip > 0) {
+            --rule.skip;
+            continue;
         }
         return &entry;
     }
@@ -58,7 +66,7 @@ void FaultTable::consume(Entry* entry) {
 
 bool FaultTable::takeFailure(const char* function, const char* serial, unsigned long slot, CK_RV& rv) {
     if (m_rules.empty()) return false;
-    Entry* entry = match(function, serial, slot, false);
+    Entry* entry = match(function, serial, slot, Kind::Failure);
     if (!entry) return false;
     rv = entry->rule.rv;
     consume(entry);
@@ -67,8 +75,18 @@ bool FaultTable::takeFailure(const char* function, const char* serial, unsigned 
 
 bool FaultTable::takeMalformed(const char* function, const char* serial, unsigned long slot) {
     if (m_rules.empty()) return false;
-    Entry* entry = match(function, serial, slot, true);
+    Entry* entry = match(function, serial, slot, Kind::Malformed);
     if (!entry) return false;
+    consume(entry);
+    return true;
+}
+
+bool FaultTable::takeAnswer(const char* function, const char* serial, unsigned long slot,
+                            std::vector<unsigned char>& answer) {
+    if (m_rules.empty()) return false;
+    Entry* entry = match(function, serial, slot, Kind::Answer);
+    if (!entry) return false;
+    answer = entry->rule.answer;
     consume(entry);
     return true;
 }

@@ -26,6 +26,9 @@ public:
     bool takeFailure(const char* function, const char* serial, unsigned long slot, CK_RV& rv);
     // A malformed-data fault for this call; uses up one hit.
     bool takeMalformed(const char* function, const char* serial, unsigned long slot);
+    // A fixed answer for this vendor call; uses up one hit.
+    bool takeAnswer(const char* function, const char* serial, unsigned long slot,
+                    std::vector<unsigned char>& answer);
 
 private:
     struct Entry {
@@ -33,7 +36,11 @@ private:
         FaultSource source;
         long controlId;
     };
-    Entry* match(const char* function, const char* serial, unsigned long slot, bool malformed);
+    enum class Kind { Failure, Malformed, Answer };
+    static Kind kindOf(const FaultRule& rule);
+    // The first rule of this kind for the call, once its calls to let
+    // through are used up.
+    Entry* match(const char* function, const char* serial, unsigned long slot, Kind kind);
     void consume(Entry* entry);
 
     std::vector<Entry> m_rules;

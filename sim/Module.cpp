@@ -263,7 +263,20 @@ void Module::pollControl(bool force) {
 }
 
 void Module::applyControl(const ControlState& state, bool initial) {
-    for (const auto& entry : state.slots) {
+    applyControlSlots(state.slots, initial);
+    applyControlFaults(state.faults);
+    applyControlLatency(state);
+    if (initial) {
+        m_lastResetEpoch = state.lastResetEpoch();
+        return;
+    }
+    applyControlResets(state.resets);
+}
+
+// Inserts and removals new since the last look; a reader the file no longer
+// names gets its card-set card back.
+void Module::applyControlSlots(const std::map<unsigned long, std::string>& wanted, bool initial) {
+    for (const auto& entry : wanted) {
         auto applied = m_appliedSlots.find(entry.first);
         if (!initial && applied != m_appliedSlots.end() && applied->second == entry.second) continue;
         if (entry.second == "remove") {
@@ -275,13 +288,16 @@ void Module::applyControl(const ControlState& state, bool initial) {
         }
     }
     for (const auto& applied : m_appliedSlots) {
-        if (!state.slots.count(applied.first)) {
+        if (!wanted.count(applied.first)) {
             if (SlotState* slotState = slot(applied.first)) restoreFactoryCard(*slotState);
         }
     }
-    m_appliedSlots = state.slots;
+    m_appliedSlots = wanted;
+}
 
-    for (const auto& entry : state.faults) {
+// Fault entries are added once by their id and dropped when the file loses them.
+void Module::applyControlFaults(const std::map<long, std::string>& wanted) {
+    for (const auto& entry : wanted) {
         if (m_appliedFaults.count(entry.first)) continue;
         std::vector<FaultRule> rules;
         std::string error;
@@ -290,11 +306,14 @@ void Module::applyControl(const ControlState& state, bool initial) {
         }
     }
     for (long id : m_appliedFaults) {
-        if (!state.faults.count(id)) faults.removeControlId(id);
+        if (!wanted.count(id)) faults.removeControlId(id);
     }
     m_appliedFaults.clear();
-    for (const auto& entry : state.faults) m_appliedFaults.insert(entry.first);
+    for (const auto& entry : wanted) m_appliedFaults.insert(entry.first);
+}
 
+// The file's latency while it sets one, else the environment's again.
+void Module::applyControlLatency(const ControlState& state) {
     if (state.hasLatency) {
         latency.set(state.callLatencyMs, state.apduLatencyMs);
         m_controlLatency = true;
@@ -302,12 +321,11 @@ void Module::applyControl(const ControlState& state, bool initial) {
         latency.set(environmentNumber("VESSA_SIM_LATENCY_MS"), environmentNumber("VESSA_SIM_APDU_LATENCY_MS"));
         m_controlLatency = false;
     }
+}
 
-    if (initial) {
-        m_lastResetEpoch = state.lastResetEpoch();
-        return;
-    }
-    for (const auto& reset : state.resets) {
+// Card resets newer than the last one applied, for the cards in a reader.
+void Module::applyControlResets(const std::map<long, std::string>& resets) {
+    for (const auto& reset : resets) {
         if (reset.first <= m_lastResetEpoch) continue;
         for (auto& slotState : slots) {
             if (slotState.card && (reset.second == "*" || slotState.card->serial() == reset.second)) {
@@ -325,6 +343,11 @@ void Module::applyControl(const ControlState& state, bool initial) {
 bool Module::fault(const char* function, const Card* card, CK_SLOT_ID slotId, CK_RV& rv) {
     if (faults.empty()) return false;
     return faults.takeFailure(function, card ? card->serial().c_str() : nullptr, slotId, rv);
+}
+
+bool Module::fixedAnswer(const char* function, const Card* card, CK_SLOT_ID slotId, Bytes& answer) {
+    if (faults.empty()) return false;
+    return faults.takeAnswer(function, card ? card->serial().c_str() : nullptr, slotId, answer);
 }
 
 bool Module::malformed(const char* function, const Card* card, CK_SLOT_ID slotId) {

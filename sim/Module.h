@@ -77,6 +77,8 @@ public:
     // Faults for a call; serial null for calls that concern no card.
     bool fault(const char* function, const Card* card, CK_SLOT_ID slot, CK_RV& rv);
     bool malformed(const char* function, const Card* card, CK_SLOT_ID slot);
+    // A fixed answer a test gave a vendor call ("answer:HEX").
+    bool fixedAnswer(const char* function, const Card* card, CK_SLOT_ID slot, Bytes& answer);
 
     // Makes sure the card's objects exist; may release `lock` while keys are
     // loaded or generated. False (with the lock held again) on failure.
@@ -85,6 +87,10 @@ public:
 private:
     Module() = default;
     void applyControl(const ControlState& state, bool initial);
+    void applyControlSlots(const std::map<unsigned long, std::string>& wanted, bool initial);
+    void applyControlFaults(const std::map<long, std::string>& wanted);
+    void applyControlLatency(const ControlState& state);
+    void applyControlResets(const std::map<long, std::string>& resets);
     void restoreFactoryCard(SlotState& slot);
     void raiseEvent(CK_SLOT_ID slot);
 

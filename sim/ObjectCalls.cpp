@@ -123,6 +123,75 @@ CK_RV getAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE objectHandle,
     return rv;
 }
 
+namespace {
+
+// What a C_SetAttributeValue template asks for: a PIN command on the
+// object, or a new value and private flag of a data object.
+struct AttributeWrite {
+    CK_ATTRIBUTE_TYPE pinCommand = 0;
+    bool hasValue = false;
+    std::vector<unsigned char> value;
+    bool hasPrivate = false;
+    bool makePrivate = false;
+};
+
+CK_RV readWriteTemplate(const SimObject& object, CK_ATTRIBUTE_PTR pattern, CK_ULONG count,
+                        AttributeWrite& write) {
+    for (CK_ULONG i = 0; i < count; ++i) {
+        const CK_ATTRIBUTE& attribute = pattern[i];
+        switch (attribute.type) {
+        case kAttrChangePin:
+        case kAttrUnblockPin:
+            if (write.pinCommand && write.pinCommand != attribute.type) return CKR_TEMPLATE_INCONSISTENT;
+            write.pinCommand = attribute.type;
+            break;
+        case kAttrForceSoftwarePin:
+            break;  // only a marker: the dialogue is always the module's own
+        case CKA_VALUE:
+            write.value.assign(static_cast<unsigned char*>(attribute.pValue),
+                               static_cast<unsigned char*>(attribute.pValue) + attribute.ulValueLen);
+            write.hasValue = true;
+            break;
+        case CKA_PRIVATE:
+            if (attribute.ulValueLen != sizeof(CK_BBOOL)) return CKR_ATTRIBUTE_VALUE_INVALID;
+            write.hasPrivate = true;
+            write.makePrivate = *static_cast<CK_BBOOL*>(attribute.pValue) != CK_FALSE;
+            break;
+        default:
+            return object.find(attribute.type) ? CKR_ATTRIBUTE_READ_ONLY : CKR_ATTRIBUTE_TYPE_INVALID;
+        }
+    }
+    return CKR_OK;
+}
+
+// A PIN change or unblock asked for through the object's vendor attribute.
+CK_RV runPinCommandOn(Call& call, CK_SESSION_HANDLE handle, const SimObject& object,
+                      const AttributeWrite& write) {
+    if (write.hasValue || write.hasPrivate) return CKR_TEMPLATE_INCONSISTENT;
+    if (object.role != ObjectRole::PrivateKey && !object.isDataObject()) return CKR_ATTRIBUTE_TYPE_INVALID;
+    return runPinCommand(call, handle, object.pin,
+                         write.pinCommand == kAttrUnblockPin ? DialogKind::Unblock : DialogKind::Change);
+}
+
+// A data object's new value or private flag, logging in on the protected
+// path first when the card is not logged in.
+CK_RV writeDataObject(Call& call, CK_SESSION_HANDLE handle, Session* session,
+                      CK_OBJECT_HANDLE objectHandle, const AttributeWrite& write) {
+    const SimObject* object = session->card->object(objectHandle);
+    if (!object->isDataObject() || object->role == ObjectRole::InfoboxFile) return CKR_ATTRIBUTE_READ_ONLY;
+    if (!session->readWrite()) return CKR_SESSION_READ_ONLY;
+    if (write.hasValue && write.value.size() > kMaxDataObjectSize) return CKR_ATTRIBUTE_VALUE_INVALID;
+    if (!session->card->loggedIn) {
+        CK_RV rv = loginForData(call, handle, session);
+        if (rv != CKR_OK) return rv;
+        if (!session->card->object(objectHandle)) return CKR_OBJECT_HANDLE_INVALID;
+    }
+    return session->card->writeDataObject(objectHandle, write.hasValue ? &write.value : nullptr,
+                                          write.hasPrivate ? &write.makePrivate : nullptr);
+}
+
+} // namespace
+
 CK_RV setAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE objectHandle, CK_ATTRIBUTE_PTR pattern,
                         CK_ULONG count) {
     Call call("C_SetAttributeValue", true);
@@ -133,52 +202,12 @@ CK_RV setAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE objectHandle,
     SimObject* object = session->card->object(objectHandle);
     if (!object) return CKR_OBJECT_HANDLE_INVALID;
 
-    CK_ATTRIBUTE_TYPE command = 0;
-    const std::vector<unsigned char>* value = nullptr;
-    std::vector<unsigned char> newValue;
-    bool hasPrivate = false;
-    bool makePrivate = false;
-    for (CK_ULONG i = 0; i < count; ++i) {
-        const CK_ATTRIBUTE& attribute = pattern[i];
-        switch (attribute.type) {
-        case kAttrChangePin:
-        case kAttrUnblockPin:
-            if (command && command != attribute.type) return CKR_TEMPLATE_INCONSISTENT;
-            command = attribute.type;
-            break;
-        case kAttrForceSoftwarePin:
-            break;  // only a marker: the dialogue is always the module's own
-        case CKA_VALUE:
-            newValue.assign(static_cast<unsigned char*>(attribute.pValue),
-                            static_cast<unsigned char*>(attribute.pValue) + attribute.ulValueLen);
-            value = &newValue;
-            break;
-        case CKA_PRIVATE:
-            if (attribute.ulValueLen != sizeof(CK_BBOOL)) return CKR_ATTRIBUTE_VALUE_INVALID;
-            hasPrivate = true;
-            makePrivate = *static_cast<CK_BBOOL*>(attribute.pValue) != CK_FALSE;
-            break;
-        default:
-            return object->find(attribute.type) ? CKR_ATTRIBUTE_READ_ONLY : CKR_ATTRIBUTE_TYPE_INVALID;
-        }
-    }
-    if (command) {
-        if (value || hasPrivate) return CKR_TEMPLATE_INCONSISTENT;
-        if (object->role != ObjectRole::PrivateKey && !object->isDataObject()) return CKR_ATTRIBUTE_TYPE_INVALID;
-        return runPinCommand(call, handle, object->pin,
-                             command == kAttrUnblockPin ? DialogKind::Unblock : DialogKind::Change);
-    }
-    if (!value && !hasPrivate) return CKR_OK;
-    if (!object->isDataObject() || object->role == ObjectRole::InfoboxFile) return CKR_ATTRIBUTE_READ_ONLY;
-    if (!session->readWrite()) return CKR_SESSION_READ_ONLY;
-    if (value && value->size() > kMaxDataObjectSize) return CKR_ATTRIBUTE_VALUE_INVALID;
-    if (!session->card->loggedIn) {
-        rv = loginForData(call, handle, session);
-        if (rv != CKR_OK) return rv;
-        object = session->card->object(objectHandle);
-        if (!object) return CKR_OBJECT_HANDLE_INVALID;
-    }
-    return session->card->writeDataObject(objectHandle, value, hasPrivate ? &makePrivate : nullptr);
+    AttributeWrite write;
+    rv = readWriteTemplate(*object, pattern, count, write);
+    if (rv != CKR_OK) return rv;
+    if (write.pinCommand) return runPinCommandOn(call, handle, *object, write);
+    if (!write.hasValue && !write.hasPrivate) return CKR_OK;
+    return writeDataObject(call, handle, session, objectHandle, write);
 }
 
 CK_RV getObjectSize(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE objectHandle, CK_ULONG_PTR size) {

@@ -1,6 +1,7 @@
 // vessa-sim: changes the simulated card readers of running programs (and of
-// the next start) through the control file, resets card state and prints
-// card-set files for tests.
+// the next start) through the control file, resets card state, uses a card
+// as a second program would (write, verify) and prints card-set files.
+#include "sim/CardSessionCommands.h"
 #include "sim/CardSet.h"
 #include "sim/CardStateFile.h"
 #include "sim/ControlFile.h"
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,8 @@ void usage() {
                  "       vessa-sim insert <reader> <card>\n"
                  "       vessa-sim remove <reader>\n"
                  "       vessa-sim reset [<serial>]\n"
+                 "       vessa-sim write <slot> <label> <text> [<times>]\n"
+                 "       vessa-sim verify <slot> <p2> [<pin>] [<times>]\n"
                  "       vessa-sim fault <FUNCTION[@CARD]=RESULT[*TIMES];...> | fault clear\n"
                  "       vessa-sim latency <call_ms> [<apdu_ms>]\n"
                  "       vessa-sim clear\n"
@@ -141,81 +145,137 @@ void removeAllCardStates() {
     }
 }
 
+// What every control-file command works on.
+struct ToolState {
+    CardSetSpec set;
+    std::string path;
+    ControlState control;
+};
+
+int usageError() {
+    usage();
+    return 1;
+}
+
+int saveControl(const ToolState& tool) {
+    if (!saveControlFile(tool.path, tool.control)) return fail("cannot write " + tool.path);
+    return 0;
+}
+
+// The reader named by text, when its card can be changed.
+int removableReader(const ToolState& tool, const std::string& text, unsigned long& slot) {
+    if (!findReader(tool.set, text, slot)) return fail("no reader '" + text + "'");
+    if (!tool.set.readers[slot].removable) return fail("reader " + text + " is not removable");
+    return 0;
+}
+
+int insertCommand(ToolState& tool, const std::vector<std::string>& args) {
+    if (args.size() != 2) return usageError();
+    unsigned long slot;
+    if (int status = removableReader(tool, args[0], slot)) return status;
+    CardSpec card;
+    std::string error;
+    if (!resolveCard(tool.set, args[1], card, error)) return fail(error);
+    // A card is in one reader at a time.
+    const auto cards = effectiveCards(tool.set, tool.control);
+    for (size_t i = 0; i < cards.size(); ++i) {
+        if (i != slot && cards[i] && cards[i]->serial == card.serial) tool.control.slots[i] = "remove";
+    }
+    tool.control.slots[slot] = "insert " + args[1];
+    return saveControl(tool);
+}
+
+int removeCommand(ToolState& tool, const std::vector<std::string>& args) {
+    if (args.size() != 1) return usageError();
+    unsigned long slot;
+    if (int status = removableReader(tool, args[0], slot)) return status;
+    tool.control.slots[slot] = "remove";
+    return saveControl(tool);
+}
+
+int resetCommand(ToolState& tool, const std::vector<std::string>& args) {
+    if (args.size() > 1) return usageError();
+    const std::string target = args.empty() ? "*" : args[0];
+    if (target == "*") {
+        removeAllCardStates();
+    } else {
+        removeCardState(target);
+    }
+    tool.control.resets[tool.control.lastResetEpoch() + 1] = target;
+    while (tool.control.resets.size() > 20) tool.control.resets.erase(tool.control.resets.begin());
+    return saveControl(tool);
+}
+
+int faultCommand(ToolState& tool, const std::vector<std::string>& args) {
+    if (args.size() != 1) return usageError();
+    if (args[0] == "clear") {
+        tool.control.faults.clear();
+    } else {
+        std::vector<FaultRule> rules;
+        std::string error;
+        if (!parseFaultRules(args[0], rules, error)) return fail(error);
+        for (auto& rule : rules)
+            if (!cardOfFaultRule(tool.set, rule.card, error)) return fail(error);
+        for (const auto& rule : rules) tool.control.faults[tool.control.nextFaultId()] = faultRuleToString(rule);
+    }
+    return saveControl(tool);
+}
+
+int latencyCommand(ToolState& tool, const std::vector<std::string>& args) {
+    if (args.size() != 1 && args.size() != 2) return usageError();
+    tool.control.hasLatency = true;
+    tool.control.callLatencyMs = std::strtoul(args[0].c_str(), nullptr, 10);
+    tool.control.apduLatencyMs = args.size() == 2 ? std::strtoul(args[1].c_str(), nullptr, 10) : 0;
+    return saveControl(tool);
+}
+
+int clearCommand(ToolState& tool, const std::vector<std::string>& args) {
+    if (!args.empty()) return usageError();
+    ControlState cleared;
+    cleared.resets = tool.control.resets;  // running modules count resets by these numbers
+    tool.control = cleared;
+    return saveControl(tool);
+}
+
+int listCommand(ToolState& tool, const std::vector<std::string>& args) {
+    if (!args.empty()) return usageError();
+    return list(tool.set, tool.control);
+}
+
+int cardsetCommand(const std::vector<std::string>& args) {
+    int count = args.size() == 1 ? std::atoi(args[0].c_str()) : 0;
+    if (count < 1 || count > 4096) return usageError();
+    std::cout << cardSetToXml(generatedCardSet(count));
+    return 0;
+}
+
+using ControlCommand = int (*)(ToolState&, const std::vector<std::string>&);
+
+const std::map<std::string, ControlCommand> kControlCommands = {
+    {"list", listCommand},     {"insert", insertCommand},   {"remove", removeCommand},
+    {"reset", resetCommand},   {"fault", faultCommand},     {"latency", latencyCommand},
+    {"clear", clearCommand},
+};
+
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        usage();
-        return 1;
-    }
+    if (argc < 2) return usageError();
     const std::string command = argv[1];
-    std::vector<std::string> args(argv + 2, argv + argc);
+    const std::vector<std::string> args(argv + 2, argv + argc);
 
-    if (command == "cardset") {
-        int count = args.size() == 1 ? std::atoi(args[0].c_str()) : 0;
-        if (count < 1 || count > 4096) {
-            usage();
-            return 1;
-        }
-        std::cout << cardSetToXml(generatedCardSet(count));
-        return 0;
+    if (command == "cardset") return cardsetCommand(args);
+    if (command == "write" || command == "verify") {
+        const int status = runCardSessionCommand(command, args);
+        return status == 2 ? usageError() : status;
     }
+    const auto found = kControlCommands.find(command);
+    if (found == kControlCommands.end()) return usageError();
 
-    CardSetSpec set;
+    ToolState tool;
     std::string error;
-    if (!loadConfiguredCardSet(set, error)) return fail(error);
-    const std::string path = controlFilePath();
-    ControlState control = loadControlFile(path);
-
-    if (command == "list" && args.empty()) return list(set, control);
-
-    if (command == "insert" && args.size() == 2) {
-        unsigned long slot;
-        if (!findReader(set, args[0], slot)) return fail("no reader '" + args[0] + "'");
-        if (!set.readers[slot].removable) return fail("reader " + args[0] + " is not removable");
-        CardSpec card;
-        if (!resolveCard(set, args[1], card, error)) return fail(error);
-        const auto cards = effectiveCards(set, control);
-        for (size_t i = 0; i < cards.size(); ++i) {
-            if (i != slot && cards[i] && cards[i]->serial == card.serial) control.slots[i] = "remove";
-        }
-        control.slots[slot] = "insert " + args[1];
-    } else if (command == "remove" && args.size() == 1) {
-        unsigned long slot;
-        if (!findReader(set, args[0], slot)) return fail("no reader '" + args[0] + "'");
-        if (!set.readers[slot].removable) return fail("reader " + args[0] + " is not removable");
-        control.slots[slot] = "remove";
-    } else if (command == "reset" && args.size() <= 1) {
-        const std::string target = args.empty() ? "*" : args[0];
-        if (target == "*") {
-            removeAllCardStates();
-        } else {
-            removeCardState(target);
-        }
-        control.resets[control.lastResetEpoch() + 1] = target;
-        while (control.resets.size() > 20) control.resets.erase(control.resets.begin());
-    } else if (command == "fault" && args.size() == 1) {
-        if (args[0] == "clear") {
-            control.faults.clear();
-        } else {
-            std::vector<FaultRule> rules;
-            if (!parseFaultRules(args[0], rules, error)) return fail(error);
-            for (auto& rule : rules)
-                if (!cardOfFaultRule(set, rule.card, error)) return fail(error);
-            for (const auto& rule : rules) control.faults[control.nextFaultId()] = faultRuleToString(rule);
-        }
-    } else if (command == "latency" && (args.size() == 1 || args.size() == 2)) {
-        control.hasLatency = true;
-        control.callLatencyMs = std::strtoul(args[0].c_str(), nullptr, 10);
-        control.apduLatencyMs = args.size() == 2 ? std::strtoul(args[1].c_str(), nullptr, 10) : 0;
-    } else if (command == "clear" && args.empty()) {
-        ControlState cleared;
-        cleared.resets = control.resets;  // running modules count resets by these numbers
-        control = cleared;
-    } else {
-        usage();
-        return 1;
-    }
-    if (!saveControlFile(path, control)) return fail("cannot write " + path);
-    return 0;
+    if (!loadConfiguredCardSet(tool.set, error)) return fail(error);
+    tool.path = controlFilePath();
+    tool.control = loadControlFile(tool.path);
+    return found->second(tool, args);
 }

@@ -259,6 +259,16 @@ private:
     bool readCardAttribute(const char* name, unsigned char* buffer, unsigned long& length,
                            const char* errorText);
     bool moduleHashesRipemd160() const;
+    // The one signing path: signString and Sign both start and run the
+    // card's signature through these, each with its own error texts.
+    struct SignPlan {
+        CK_MECHANISM_TYPE mechanism;
+        bool systemHashes; // this system hashes, the card signs the digest
+    };
+    SignPlan signPlanFor(CK_KEY_TYPE keyType, HashAlgorithm alg) const;
+    bool signInit(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE mechanism, const char* errorText);
+    bool signData(const unsigned char* data, unsigned long dataLength, unsigned char* output,
+                  CK_ULONG& outputLength, const char* errorText);
     void clearCertificateTexts();
 
     // ---- class-wide state: one module per process ----

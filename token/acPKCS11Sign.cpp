@@ -90,6 +90,18 @@ CK_MECHANISM_TYPE acPKCS11::KeyAndHashAlgoToMechanism(CK_KEY_TYPE keyType, HashA
 
 namespace {
 
+// The kind of key for a PKCS#11 key type; other types leave key as it was.
+bool signKeyOf(CK_KEY_TYPE keyType, SignKey& key)
+{
+    if (keyType == CKK_RSA)
+        key = SIGN_KEY_RSA;
+    else if (keyType == CKK_EC)
+        key = SIGN_KEY_EC;
+    else
+        return false;
+    return true;
+}
+
 // The mechanism for a key of keyType and alg; an unknown pair is logged.
 bool mechanismFor(CK_KEY_TYPE keyType, HashAlgorithm alg, CK_MECHANISM& mechanism)
 {
@@ -162,15 +174,7 @@ bool acPKCS11::GetSignKeyType(SignKey& key, bool signatureKey)
         return true;
 
     LogMessage("PKCS11 Key Found");
-    if (keyType == CKK_RSA) {
-        key = SIGN_KEY_RSA;
-        return true;
-    }
-    if (keyType == CKK_EC) {
-        key = SIGN_KEY_EC;
-        return true;
-    }
-    return false;
+    return signKeyOf(keyType, key);
 }
 
 HashAlgorithm acPKCS11::GetHashAlgorithm(SignKey key)
@@ -242,11 +246,12 @@ bool acPKCS11::hashString(const unsigned char* input, unsigned long inputLength,
     return Hash(data, digest, alg, withDigestInfo);
 }
 
-bool acPKCS11::signString(const unsigned char* input, unsigned long inputLength,
-                          unsigned char* output, unsigned long& outputLength, SignKey& key,
-                          bool signatureKey, HashAlgorithm alg)
+namespace {
+
+// The first checks of signString, before any module call.
+bool signArgumentsGiven(const unsigned char* input, unsigned long inputLength,
+                        const unsigned char* output)
 {
-    LogMessage("acPKCS11::signString with HashAlgorithm");
     if (inputLength == 0) {
         LogError("PKCS11 insize == 0");
         return false;
@@ -259,7 +264,60 @@ bool acPKCS11::signString(const unsigned char* input, unsigned long inputLength,
         LogError("PKCS11 output == NULL");
         return false;
     }
-    if (!tokenimpl::sessionIsOpen(m_hSession))
+    return true;
+}
+
+} // namespace
+
+acPKCS11::SignPlan acPKCS11::signPlanFor(CK_KEY_TYPE keyType, HashAlgorithm alg) const
+{
+    // The card hashes SHA-1 itself, and RIPEMD-160 on an RSA key where the
+    // module offers the combined mechanism; data already hashed goes as is.
+    const bool cardHashes =
+        alg == HashSha1 || static_cast<int>(alg) == 10 ||
+        (keyType == CKK_RSA && alg == HashRipemd160 && moduleHashesRipemd160());
+    if (cardHashes)
+        return {KeyAndHashAlgoToMechanism(keyType, alg), false};
+    // Otherwise this system hashes and the card signs the digest: bare for
+    // ECDSA; for RSA inside its PKCS #1 DigestInfo, since a bare digest under
+    // CKM_RSA_PKCS would not be a PKCS #1 signature.
+    if (keyType == CKK_EC && hasDigest(alg))
+        return {CKM_ECDSA, true};
+    if (keyType == CKK_RSA && hasDigestInfo(alg) && hasDigest(alg))
+        return {CKM_RSA_PKCS, true};
+    return {kNoMechanism, false};
+}
+
+bool acPKCS11::signInit(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE mechanism, const char* errorText)
+{
+    CK_MECHANISM mech = {mechanism, nullptr, 0};
+    CK_RV rv = callModule(Proc_C_SignInit, m_hSession, &mech, key);
+    if (rv != CKR_OK) {
+        LogError(errorText, rv);
+        return false;
+    }
+    return true;
+}
+
+bool acPKCS11::signData(const unsigned char* data, unsigned long dataLength,
+                        unsigned char* output, CK_ULONG& outputLength, const char* errorText)
+{
+    CK_RV rv = callModule(Proc_C_Sign, m_hSession, const_cast<CK_BYTE_PTR>(data), dataLength,
+                          output, &outputLength);
+    if (rv != CKR_OK) {
+        LogError(errorText, rv);
+        return false;
+    }
+    return true;
+}
+
+bool acPKCS11::signString(const unsigned char* input, unsigned long inputLength,
+                          unsigned char* output, unsigned long& outputLength, SignKey& key,
+                          bool signatureKey, HashAlgorithm alg)
+{
+    LogMessage("acPKCS11::signString with HashAlgorithm");
+    if (!signArgumentsGiven(input, inputLength, output) ||
+        !tokenimpl::sessionIsOpen(m_hSession))
         return false;
 
     CK_OBJECT_HANDLE keyHandle = CK_INVALID_HANDLE;
@@ -272,39 +330,10 @@ bool acPKCS11::signString(const unsigned char* input, unsigned long inputLength,
         return false;
     }
     LogMessage("PKCS11 Key Found");
-    if (keyType == CKK_EC)
-        key = SIGN_KEY_EC;
-    else if (keyType == CKK_RSA)
-        key = SIGN_KEY_RSA;
+    signKeyOf(keyType, key);
 
-    // Mechanism, and whether this system hashes first.
-    const int hash = static_cast<int>(alg);
-    CK_MECHANISM_TYPE mechanism = kNoMechanism;
-    bool systemHashes = false;
-    if (keyType == CKK_EC) {
-        if (alg == HashSha1) {
-            mechanism = CKM_ECDSA_SHA1;
-        } else if (hash == 10) {
-            mechanism = CKM_ECDSA;
-        } else if (hasDigest(alg)) {
-            mechanism = CKM_ECDSA;
-            systemHashes = true;
-        }
-    } else if (keyType == CKK_RSA) {
-        if (alg == HashSha1) {
-            mechanism = CKM_SHA1_RSA_PKCS;
-        } else if (alg == HashRipemd160 && moduleHashesRipemd160()) {
-            mechanism = CKM_RIPEMD160_RSA_PKCS;
-        } else if (hash == 10) {
-            mechanism = CKM_RSA_PKCS;
-        } else if (hasDigestInfo(alg) && hasDigest(alg)) {
-            // A bare digest under CKM_RSA_PKCS would not be a PKCS #1
-            // signature, so only algorithms with a DigestInfo qualify.
-            mechanism = CKM_RSA_PKCS;
-            systemHashes = true;
-        }
-    }
-    if (mechanism == kNoMechanism) {
+    const SignPlan plan = signPlanFor(keyType, alg);
+    if (plan.mechanism == kNoMechanism) {
         LogError("PKCS11 Unbekannter Signaturalgorihtmus");
         return false;
     }
@@ -313,38 +342,28 @@ bool acPKCS11::signString(const unsigned char* input, unsigned long inputLength,
         return false;
     }
 
-    unsigned char work[kMaxSignInput];
-    CK_ULONG workLength = 0;
-    if (systemHashes) {
-        std::vector<unsigned char> digest;
+    std::vector<unsigned char> digest;
+    const unsigned char* toSign = input;
+    CK_ULONG toSignLength = inputLength;
+    if (plan.systemHashes) {
         if (!hashString(input, inputLength, digest, alg, keyType == CKK_RSA)) {
             LogError("PKCS11 ERROR hashing data");
             return false;
         }
-        if (digest.size() > sizeof(work)) {
+        if (digest.size() > kMaxSignInput) {
             LogError("PKCS11 buffer size error");
             return false;
         }
-        std::memcpy(work, digest.data(), digest.size());
-        workLength = digest.size();
-    } else {
-        std::memcpy(work, input, inputLength);
-        workLength = inputLength;
+        toSign = digest.data();
+        toSignLength = digest.size();
     }
 
-    CK_MECHANISM mech = {mechanism, nullptr, 0};
-    CK_RV rv = callModule(Proc_C_SignInit, m_hSession, &mech, keyHandle);
-    if (rv != CKR_OK) {
-        LogError("PKCS11 Proc_C_SignInit ERROR", rv);
+    if (!signInit(keyHandle, plan.mechanism, "PKCS11 Proc_C_SignInit ERROR"))
         return false;
-    }
     LogMessage("PKCS11 Anzeige: Bitte PIN eingeben");
     CK_ULONG signatureLength = outputLength;
-    rv = callModule(Proc_C_Sign, m_hSession, work, workLength, output, &signatureLength);
-    if (rv != CKR_OK) {
-        LogError("PKCS11 Proc_C_Sign ERROR", rv);
+    if (!signData(toSign, toSignLength, output, signatureLength, "PKCS11 Proc_C_Sign ERROR"))
         return false;
-    }
     if (signatureLength > outputLength) {
         LogError("PKCS11 buffer size error");
         return false;
@@ -402,29 +421,18 @@ bool acPKCS11::Sign(const std::string& label, const std::vector<unsigned char>& 
             continue;
 
         CK_MECHANISM mech;
-        if (!mechanismFor(keyType, alg, mech))
+        if (!mechanismFor(keyType, alg, mech) ||
+            !signInit(handles[i], mech.mechanism, "PKCS11 Proc_C_SignInit"))
             return false;
-        rv = callModule(Proc_C_SignInit, m_hSession, &mech, handles[i]);
-        if (rv != CKR_OK) {
-            LogError("PKCS11 Proc_C_SignInit", rv);
-            return false;
-        }
-        CK_BYTE_PTR in = const_cast<CK_BYTE_PTR>(data.data());
         CK_ULONG length = 0;
-        rv = callModule(Proc_C_Sign, m_hSession, in, data.size(), nullptr, &length);
-        if (rv != CKR_OK) {
-            LogError("PKCS11 Proc_C_Sign", rv);
+        if (!signData(data.data(), data.size(), nullptr, length, "PKCS11 Proc_C_Sign"))
             return false;
-        }
         if (length == 0 || length > kMaxSignatureLength)
             return false;
         std::vector<unsigned char> buffer(length);
         CK_ULONG written = length;
-        rv = callModule(Proc_C_Sign, m_hSession, in, data.size(), buffer.data(), &written);
-        if (rv != CKR_OK) {
-            LogError("PKCS11 Proc_C_Sign", rv);
+        if (!signData(data.data(), data.size(), buffer.data(), written, "PKCS11 Proc_C_Sign"))
             return false;
-        }
         if (written == 0 || written > buffer.size())
             return false;
         signature.insert(signature.end(), buffer.begin(), buffer.begin() + written);

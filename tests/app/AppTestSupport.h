@@ -3,14 +3,9 @@
 // locale code.
 #pragma once
 
-#include "tests/support/TestEnvironment.h"
+#include "tests/support/TestCommon.h"
 
 #include <wx/init.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 namespace AppTests {
 

@@ -7,11 +7,9 @@
 #include <wx/intl.h>
 #include <wx/stdpaths.h>
 
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <cstdint>
-#include <cstdlib>
-#include <fstream>
 #include <map>
 
 namespace {

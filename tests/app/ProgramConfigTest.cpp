@@ -5,7 +5,7 @@
 #include "base/FileSystem.h"
 #include "tests/app/AppTestSupport.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <set>
 
@@ -42,6 +42,7 @@ TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
         ExpectEntry(2 * i, 0, "vessa Client", keys[i]);
         ExpectEntry(2 * i + 1, 1, "vessa Client", keys[i]);
     }
+    ExpectEntry(26, 0, "Orbelia", "InstallDir");  // no twin: 27 is the Language entry
     ExpectEntry(27, 0, "vessa Client", "Language");
     ExpectEntry(28, 1, "vessa Client", "Language");
     ExpectEntry(61, 0, "vessa Client", "AutoRefresh");
@@ -64,24 +65,8 @@ TEST_F(ProgramConfigTest, TraceRowsLiveInTheTraceSubgroup)
     }
 }
 
-TEST_F(ProgramConfigTest, IrregularRowsAreKept)
-{
-    // 26 has no twin: 27 is the Language entry.
-    ExpectEntry(26, 0, "Orbelia", "InstallDir");
-    ExpectEntry(27, 0, "vessa Client", "Language");
-    // Two number pairs for the same values.
-    ExpectEntry(29, 0, "VessaMiniDriver", "EnableKorvexPinDialog");
-    ExpectEntry(44, 1, "VessaMiniDriver", "EnableKorvexPinDialog");
-    ExpectEntry(31, 0, "VessaMiniDriver", "EnableExternalPin");
-    ExpectEntry(48, 1, "VessaMiniDriver", "EnableExternalPin");
-    // Spelled so on purpose.
-    ExpectEntry(45, 0, "VessaMiniDriver", "PinEntryRequireSecuryMode");
-    ExpectEntry(46, 1, "VessaMiniDriver", "PinEntryRequireSecuryMode");
-    // Registered twice with the same values.
-    ExpectEntry(37, 0, "VessaMiniDriver", "PinCachePolicyType");
-    ExpectEntry(40, 1, "VessaMiniDriver", "PinCachePolicyInfo");
-}
-
+// Irregular on purpose: two number pairs for EnableKorvexPinDialog and
+// EnableExternalPin, and the spelling of PinEntryRequireSecuryMode.
 TEST_F(ProgramConfigTest, DriverGroupRowsAreComplete)
 {
     const char* keys[] = {"EnableKorvexPinDialog", "EnableExternalPin", "EnableLogging",

@@ -7,10 +7,9 @@
 #include "token/acPKCS11.h"
 #include "token/acPKCS11Log.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <regex>
-#include <thread>
 
 #include <sys/syscall.h>
 

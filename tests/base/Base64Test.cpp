@@ -2,9 +2,8 @@
 // tolerant decoder.
 #include "base/base64.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
-#include <cstring>
 #include <stdexcept>
 
 using namespace Korvex;

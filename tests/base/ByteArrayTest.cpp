@@ -1,11 +1,8 @@
 // Byte buffer: construction, comparison, hex formatting and file loading.
 #include "base/ByteArray.h"
 
-#include "tests/support/TestEnvironment.h"
+#include "tests/support/TestCommon.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
 #include <stdexcept>
 
 using Korvex::ByteArray;

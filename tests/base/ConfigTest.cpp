@@ -5,17 +5,8 @@
 #include "base/ConfigImpl_XML.h"
 #include "base/FileAndDirectory.h"
 
-#include "tests/support/TestEnvironment.h"
+#include "tests/support/TestCommon.h"
 
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <functional>
 #include <regex>
 
 using namespace Korvex;
@@ -24,23 +15,11 @@ using TestSupport::ReadText;
 
 namespace {
 
-std::vector<std::string> g_errors;
-void CollectError(const char* text)
-{
-    g_errors.push_back(text);
-}
-
 // Every test gets its own all-users and home directories and its own store.
 class ConfigTest : public ::testing::Test {
 protected:
     ConfigTest() : allUsers("KORVEX_ALLUSERS_DIR", etc.path() + "/"), home("HOME", homeDir.path()) {}
-    void SetUp() override
-    {
-        g_errors.clear();
-        LibConfig::SetErrorLoggingFunc(CollectError);
-        store = NewStore();
-    }
-    void TearDown() override { LibConfig::SetErrorLoggingFunc(nullptr); }
+    void SetUp() override { store = NewStore(); }
     // Initialised store with a few rows of the program's table.
     static Config* NewStore(bool init = false)
     {
@@ -62,6 +41,7 @@ protected:
     TestSupport::TempDir homeDir;
     TestSupport::EnvGuard allUsers;
     TestSupport::EnvGuard home;
+    TestSupport::LogCapture log{LibConfig::SetErrorLoggingFunc};
     Config* store = nullptr;
 };
 
@@ -101,7 +81,7 @@ TEST_F(ConfigTest, EntriesNeedInitAndReplaceEachOther)
     EXPECT_FALSE(store->Init("vessaclient", CONFIG_BACKEND_NONE));
     long value = 3;
     EXPECT_FALSE(store->GetInteger(5, value));
-    EXPECT_TRUE(g_errors.empty()) << "no back end is not reported";
+    EXPECT_TRUE(log.errors().empty()) << "no back end is not reported";
 
     ASSERT_TRUE(store->Init("vessaclient"));
     EXPECT_TRUE(store->Init("other")) << "a second Init keeps the first";
@@ -110,11 +90,11 @@ TEST_F(ConfigTest, EntriesNeedInitAndReplaceEachOther)
     EXPECT_EQ("b", store->GetConfigEntry(6)->key);
     EXPECT_TRUE(store->AddConfig(6, CONFIG_CURRENT_USER, "c", "h", SYS_32));
     EXPECT_EQ("c", store->GetConfigEntry(6)->key);
-    EXPECT_TRUE(g_errors.empty());
+    EXPECT_TRUE(log.errors().empty());
 
     EXPECT_FALSE(store->GetInteger(61, value));
     EXPECT_EQ(3, value);
-    EXPECT_EQ(std::vector<std::string>{"config entry is NULL"}, g_errors);
+    EXPECT_EQ(std::vector<std::string>{"config entry is NULL"}, log.errors());
 }
 
 TEST_F(ConfigTest, MissingFileKeepsPresetAndFirstWriteCreatesIt)
@@ -297,17 +277,17 @@ TEST_F(ConfigTest, UnusableFilesLeaveTheDefaultsAndStayAsTheyWere)
         c.make(AllUsersFile());
         struct stat before;
         ASSERT_EQ(0, lstat(AllUsersFile().c_str(), &before));
-        g_errors.clear();
+        log.clear();
         store = NewStore(true);
         ASSERT_TRUE(store->IsInitialized());
         long level = 7;
         EXPECT_FALSE(store->GetInteger(15, level));
         EXPECT_EQ(7, level);
         if (c.logged != nullptr) {
-            ASSERT_EQ(1u, g_errors.size());
-            EXPECT_NE(std::string::npos, g_errors[0].find(AllUsersFile() + " " + c.logged)) << g_errors[0];
+            ASSERT_EQ(1u, log.errors().size());
+            EXPECT_NE(std::string::npos, log.errors()[0].find(AllUsersFile() + " " + c.logged)) << log.errors()[0];
         } else {
-            EXPECT_TRUE(g_errors.empty());
+            EXPECT_TRUE(log.errors().empty());
         }
         struct stat after;
         ASSERT_EQ(0, lstat(AllUsersFile().c_str(), &after));

@@ -2,9 +2,8 @@
 // and the byte search.
 #include "base/Conversion.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
-#include <cstring>
 #include <set>
 #include <stdexcept>
 

@@ -3,15 +3,10 @@
 #include "base/FileAndDirectory.h"
 #include "base/FileSystem.h"
 
-#include "tests/support/TestEnvironment.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <regex>
 
 using namespace Korvex;

@@ -3,9 +3,7 @@
 // planted link is followed.
 #include "base/Logging.h"
 
-#include "tests/support/TestEnvironment.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,7 +13,6 @@
 #include <map>
 #include <regex>
 #include <set>
-#include <thread>
 
 using Korvex::LibLogging;
 using TestSupport::SplitLines;

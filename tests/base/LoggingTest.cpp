@@ -2,14 +2,10 @@
 // stack, buffer modes, backups at Init and Destroy.
 #include "base/Logging.h"
 
-#include "tests/support/TestEnvironment.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <sys/types.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <regex>
 
 using Korvex::LibLogging;

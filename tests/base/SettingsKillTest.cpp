@@ -2,20 +2,13 @@
 // leaves the settings file with either the old or the new content, never a
 // broken or lost one, and the temporary files of killed writes go away with
 // the next write once they are stale.
-#include "tests/support/TestEnvironment.h"
+#include "tests/support/TestCommon.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
 
-#include <gtest/gtest.h>
-
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
-#include <filesystem>
 #include <random>
 
 namespace {

@@ -1,7 +1,7 @@
 // Case-blind comparisons, trimming, replacing and line-end helpers.
 #include "base/Conversion.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <stdexcept>
 

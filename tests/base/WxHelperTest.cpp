@@ -1,12 +1,11 @@
 // Toolkit-string conversions and event posting.
 #include "base/wxHelper.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <wx/init.h>
 
 #include <clocale>
-#include <vector>
 
 namespace {
 

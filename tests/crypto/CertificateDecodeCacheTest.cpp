@@ -10,8 +10,7 @@
 #include <openssl/x509.h>
 
 #include <atomic>
-#include <memory>
-#include <thread>
+#include "tests/support/TestCommon.h"
 
 using namespace Korvex;
 using namespace CryptoTest;

@@ -8,7 +8,7 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
-#include <algorithm>
+#include "tests/support/TestCommon.h"
 
 using namespace Korvex;
 using namespace CryptoTest;

@@ -4,7 +4,7 @@
 #include <openssl/err.h>
 #include <openssl/x509.h>
 
-#include <unistd.h>
+#include "tests/support/TestCommon.h"
 
 using namespace Korvex;
 using namespace CryptoTest;
@@ -81,13 +81,13 @@ TEST(CertificateLoad, SaveAndLogWritePem)
     std::remove(path.c_str());
     EXPECT_FALSE(slCertificate().SaveCert(path) || cert.SaveCert(dir + "/no-such-dir/x.pem"));
 
-    HookGuard<decltype(&SLCERT_SetDebugLoggingFunc)> hook(SLCERT_SetDebugLoggingFunc);
+    LogCapture log(SLCERT_SetDebugLoggingFunc);
     EXPECT_FALSE(slCertificate().LogCertificate("empty"));
     EXPECT_TRUE(cert.LogCertificate("Card"));
     SLCERT_LogMessage("dropped: no message hook");
-    ASSERT_EQ(LogCapture::Lines().size(), 1u);
-    EXPECT_EQ(LogCapture::Lines()[0].rfind("Card: -----BEGIN CERTIFICATE-----\n", 0), 0u);
-    EXPECT_NE(LogCapture::Lines()[0].find("-----END CERTIFICATE-----"), std::string::npos);
+    ASSERT_EQ(LogCapture::all().size(), 1u);
+    EXPECT_EQ(LogCapture::all()[0].rfind("Card: -----BEGIN CERTIFICATE-----\n", 0), 0u);
+    EXPECT_NE(LogCapture::all()[0].find("-----END CERTIFICATE-----"), std::string::npos);
 }
 
 TEST(CertificateLoad, EmptyObjectAnswersEveryQueryEmpty)

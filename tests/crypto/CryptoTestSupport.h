@@ -2,16 +2,11 @@
 // time-zone guard.
 #pragma once
 
+#include "tests/support/TestCommon.h"
+
 #include "crypto/slCertificate.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
 
 namespace CryptoTest {
 
@@ -22,11 +17,7 @@ inline std::string FixturePath(const std::string& file)
     return std::string(KORVEX_CERT_FIXTURES) + "/" + file;
 }
 
-inline Bytes ReadBytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), {});
-}
+using TestSupport::ReadBytes;
 
 // A fixture certificate, from its DER or PEM file.
 inline Korvex::slCertificate Load(const std::string& name, const char* ext = ".der")
@@ -55,27 +46,7 @@ inline Bytes FromHex(const std::string& hex)
     return bytes;
 }
 
-// Collects every line sent to the hooks it is installed in.
-struct LogCapture {
-    static std::vector<std::string>& Lines()
-    {
-        static std::vector<std::string> lines;
-        return lines;
-    }
-    static void Hook(std::string line) { Lines().push_back(line); }
-};
-
-// Installs LogCapture as a hook for one scope, starting with no lines.
-template <typename Setter>
-struct HookGuard {
-    explicit HookGuard(Setter set) : m_set(set)
-    {
-        LogCapture::Lines().clear();
-        m_set(LogCapture::Hook);
-    }
-    ~HookGuard() { m_set(nullptr); }
-    Setter m_set;
-};
+using TestSupport::LogCapture;
 
 // Sets TZ for one scope and restores the previous zone afterwards.
 class TimeZoneGuard {

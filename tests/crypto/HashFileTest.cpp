@@ -3,7 +3,7 @@
 #include "crypto/LibCrypto.h"
 #include "CryptoTestSupport.h"
 
-#include <cstring>
+#include "tests/support/TestCommon.h"
 
 using namespace Korvex;
 using namespace CryptoTest;
@@ -90,8 +90,7 @@ TEST(HashFile, ExactChunkIsOneReadThenAnEmptyRead)
 
 TEST(HashFile, ReadErrorFailsButLeavesDigestOfWhatWasRead)
 {
-    HookGuard<decltype(&LibCrypto::acPKCS11_SetErrorLoggingFunc)> hook(
-        LibCrypto::acPKCS11_SetErrorLoggingFunc);
+    LogCapture log(LibCrypto::acPKCS11_SetErrorLoggingFunc);
     ScriptedStream stream{Pattern(20000), 5012};
     FILE* f = stream.Open();
     unsigned char out[32] = {};
@@ -109,7 +108,7 @@ TEST(HashFile, ReadErrorFailsButLeavesDigestOfWhatWasRead)
     EXPECT_FALSE(HashFile(f, out, outLen, HashSha384));
     EXPECT_EQ(outLen, 47u);
     EXPECT_FALSE(HashFile(f, out, outLen, HashNone));
-    EXPECT_EQ(LogCapture::Lines(),
+    EXPECT_EQ(LogCapture::all(),
               (std::vector<std::string>{"PKCS11 file read error", "PKCS11 file read error",
                                         "PKCS11 infile is NULL", "PKCS11 output == NULL",
                                         "PKCS11 outputsize ist zu klein"}));

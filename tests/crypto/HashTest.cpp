@@ -44,10 +44,7 @@ const Bytes kAbc = {'a', 'b', 'c'};
 
 // Every test sees the error hook and the message hook of the unit.
 class HashTest : public ::testing::Test {
-    HookGuard<decltype(&LibCrypto::acPKCS11_SetErrorLoggingFunc)> m_errors{
-        LibCrypto::acPKCS11_SetErrorLoggingFunc};
-    HookGuard<decltype(&LibCrypto::acPKCS11_SetMessageLoggingFunc)> m_messages{
-        LibCrypto::acPKCS11_SetMessageLoggingFunc};
+    LogCapture m_log{LibCrypto::acPKCS11_SetErrorLoggingFunc, LibCrypto::acPKCS11_SetMessageLoggingFunc};
 };
 
 } // namespace
@@ -77,19 +74,19 @@ TEST_F(HashTest, SizeProtocolAndRejectedArguments)
     EXPECT_EQ(outLen, 20u);
     EXPECT_FALSE(Hash(nullptr, 3, out, outLen, HashSha1));
     EXPECT_FALSE(Hash(kAbc.data(), 3, nullptr, outLen, HashSha1));
-    EXPECT_EQ(LogCapture::Lines(), (std::vector<std::string>{"PKCS11 outputsize ist zu klein",
+    EXPECT_EQ(LogCapture::all(), (std::vector<std::string>{"PKCS11 outputsize ist zu klein",
                                                              "PKCS11 input == NULL",
                                                              "PKCS11 output == NULL"}));
 
     // No digest (7) and values above 8: no descriptor, nothing logged.
-    LogCapture::Lines().clear();
+    LogCapture::clear();
     for (int value : {7, 9, 10}) {
         unsigned long size = 1234;
         EXPECT_EQ(intern::GetHashAlgo(static_cast<HashAlgorithm>(value), size), nullptr);
         EXPECT_EQ(size, 1234u);
         EXPECT_FALSE(Hash(kAbc.data(), 3, out, outLen, static_cast<HashAlgorithm>(value)));
     }
-    EXPECT_TRUE(LogCapture::Lines().empty());
+    EXPECT_TRUE(LogCapture::all().empty());
 }
 
 TEST_F(HashTest, DigestInfoHeadersParseAsDigestInfoOfTheirAlgorithm)
@@ -135,7 +132,7 @@ TEST_F(HashTest, VectorFormAppendsDigestButPutsHeaderInFront)
     empty.reserve(16);
     EXPECT_FALSE(Hash(empty, out, HashSha1, false));
     EXPECT_EQ(out, expected);
-    EXPECT_EQ(LogCapture::Lines(), std::vector<std::string>{"PKCS11 input == NULL"});
+    EXPECT_EQ(LogCapture::all(), std::vector<std::string>{"PKCS11 input == NULL"});
 }
 
 TEST_F(HashTest, LogFormsJoinTextsAndPrintNumbersAsSignedInt)
@@ -145,5 +142,5 @@ TEST_F(HashTest, LogFormsJoinTextsAndPrintNumbersAsSignedInt)
     LibCrypto::LogError("a", std::string("b"));
     LibCrypto::acPKCS11_SetErrorLoggingFunc(nullptr);
     LibCrypto::LogError("dropped");
-    EXPECT_EQ(LogCapture::Lines(), (std::vector<std::string>{"code, -1", "count, 42", "ab"}));
+    EXPECT_EQ(LogCapture::all(), (std::vector<std::string>{"code, -1", "count, 42", "ab"}));
 }

@@ -92,7 +92,7 @@ TEST_F(ProgramTest, EveryModuleFailureIsReportedWithItsReason)
     for (const std::string& folder : {modules + "/garbage", modules + "/noinit", logs})
         std::filesystem::create_directories(folder);
     TestSupport::WriteText(modules + "/garbage/libVessaP11.so", "not a shared object\n");
-    std::filesystem::copy_file(SHIM_NOINIT_PATH, modules + "/noinit/libVessaP11.so");
+    std::filesystem::copy_file(NO_ENTRY_MODULE_PATH, modules + "/noinit/libVessaP11.so");
     TestSupport::WriteText(modules + "/cards.xml", "<cardset><reader name=\"X\"><card generation=\"ACOS-A09\"/>");
     sandbox.WriteSettings("<vessa_Client><Trace><LogLevel>3</LogLevel><Filename>" + logs +
                           "/trace.log</Filename></Trace></vessa_Client>");

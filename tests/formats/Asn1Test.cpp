@@ -1,12 +1,10 @@
 // DER cursor readers and their log hooks. The bounded forms must agree with
 // the classic ones on complete data and stop at the end of cut-off data.
-#include <gtest/gtest.h>
-
-#include <cstring>
+#include "tests/support/TestCommon.h"
 
 #include "formats/Asn1.h"
 #include "tests/formats/DerBuilder.h"
-#include "tests/formats/LogCapture.h"
+#include "formats/Asn1Log.h"
 
 using namespace Korvex;
 using dertest::Bytes;
@@ -172,15 +170,15 @@ TEST(ParseValue, SixKnownTagsAndNothingChangedOtherwise)
 
 TEST(Asn1Log, ThreeFormsReachTheHookOfTheirLevel)
 {
-    dertest::LogCapture capture;
+    TestSupport::LogCapture capture(LibAsn1::acPKCS11_SetErrorLoggingFunc, LibAsn1::acPKCS11_SetMessageLoggingFunc);
     LibAsn1::LogError("plain");
     LibAsn1::LogError("code", 42ul);
     LibAsn1::LogError("join", std::string("ed"));
     LibAsn1::LogError("big", 4294967295ul);  // printed as a signed int
     ::LibAsn1::LogMessage("note", 7ul);
-    EXPECT_EQ(dertest::g_errors, (std::vector<std::string>{"plain", "code, 42", "joined", "big, -1"}));
-    EXPECT_EQ(dertest::g_messages, (std::vector<std::string>{"note, 7"}));
+    EXPECT_EQ(capture.errors(), (std::vector<std::string>{"plain", "code, 42", "joined", "big, -1"}));
+    EXPECT_EQ(capture.messages(), (std::vector<std::string>{"note, 7"}));
     LibAsn1::acPKCS11_SetErrorLoggingFunc(nullptr);
     LibAsn1::LogError("dropped");
-    EXPECT_EQ(dertest::g_errors.size(), 4u);
+    EXPECT_EQ(capture.errors().size(), 4u);
 }

@@ -1,35 +1,19 @@
-// A tiny DER writer for the tests, so that the readers are checked against
-// independently encoded data rather than hand-copied byte dumps.
+// Test data for the DER readers, written with the product's DER writer (on
+// OpenSSL's encoders, independent of the readers), and a few byte helpers.
 #pragma once
 
-#include <initializer_list>
-#include <memory>
-#include <string>
-#include <vector>
+#include "formats/DerWriter.h"
+
+#include "tests/support/TestCommon.h"
 
 namespace dertest {
 
-using Bytes = std::vector<unsigned char>;
+using Bytes = Korvex::Der::Bytes;
+using Korvex::Der::tlv;
+using Korvex::Der::utf8;
 
-inline Bytes cat(std::initializer_list<Bytes> parts)
-{
-    Bytes out;
-    for (const Bytes& part : parts)
-        out.insert(out.end(), part.begin(), part.end());
-    return out;
-}
-
-inline Bytes tlv(unsigned char tag, const Bytes& content)
-{
-    const std::size_t n = content.size();
-    Bytes head = n < 0x80 ? Bytes{tag, static_cast<unsigned char>(n)}
-               : n <= 0xFF ? Bytes{tag, 0x81, static_cast<unsigned char>(n)}
-                           : Bytes{tag, 0x82, static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)};
-    return cat({head, content});
-}
-
-inline Bytes utf8(const std::string& text) { return tlv(0x0C, Bytes(text.begin(), text.end())); }
-inline Bytes bitString(const Bytes& value) { return tlv(0x03, cat({Bytes{0x00}, value})); }
+inline Bytes cat(std::initializer_list<Bytes> parts) { return Korvex::Der::concat(parts); }
+inline Bytes bitString(const Bytes& value) { return Korvex::Der::bits(value); }
 
 inline Bytes pattern(std::size_t n, unsigned char seed)
 {

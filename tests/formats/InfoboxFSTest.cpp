@@ -1,6 +1,6 @@
 // Infobox file: header and versions, end conditions, broken entries, writing
 // back byte for byte, the entry list operations and the tag labels.
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include "formats/InfoboxFS.h"
 

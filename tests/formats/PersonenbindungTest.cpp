@@ -2,12 +2,12 @@
 // of the accepted layout, and broken records (cut at every byte, corrupted
 // bytes, oversized lengths), which must give the defined results and never
 // read outside the input (checked by the sanitizer build).
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include "formats/Asn1.h"
 #include "formats/Personenbindung.h"
 #include "tests/formats/DerBuilder.h"
-#include "tests/formats/LogCapture.h"
+#include "formats/Asn1Log.h"
 
 using namespace Korvex;
 using namespace dertest;
@@ -52,7 +52,7 @@ const Getter kDigest2 = &Personenbindung::getManifestReferenceDigest;
 
 TEST(Personenbindung, ParsesACompleteRecord)
 {
-    LogCapture log;
+    TestSupport::LogCapture log(LibAsn1::acPKCS11_SetErrorLoggingFunc);
     Personenbindung record;
     ASSERT_EQ(parseExact(record, RecordParts().build()), 1);
     EXPECT_EQ(record.getVersion(), 1);
@@ -65,12 +65,12 @@ TEST(Personenbindung, ParsesACompleteRecord)
     EXPECT_EQ(stored(record, kDigest0), pattern(20, 0x21));
     EXPECT_EQ(stored(record, kDigest1), pattern(32, 0x31));
     EXPECT_EQ(stored(record, kDigest2), pattern(48, 0x41));
-    EXPECT_TRUE(g_errors.empty());
+    EXPECT_TRUE(log.errors().empty());
 }
 
 TEST(Personenbindung, FailsWithoutOuterSequenceOrWithTooLongLengthAndEmptiesTheRecord)
 {
-    LogCapture log;
+    TestSupport::LogCapture log(LibAsn1::acPKCS11_SetErrorLoggingFunc);
     Personenbindung record;
     ASSERT_EQ(parseExact(record, RecordParts().build()), 1);
     EXPECT_EQ(parseExact(record, Bytes{0x04, 0x02, 0x01, 0x02}), 0);
@@ -78,7 +78,7 @@ TEST(Personenbindung, FailsWithoutOuterSequenceOrWithTooLongLengthAndEmptiesTheR
     EXPECT_EQ(stored(record, kSignature), Bytes{});
     EXPECT_EQ(parseExact(record, Bytes{}, 0), 0);
     EXPECT_EQ(parseExact(record, cat({Bytes{0x30, 0x82, 0x01, 0x00}, pattern(196, 0x0C)})), 0);
-    EXPECT_EQ(g_errors, (std::vector<std::string>{"Keine Personenbindungsdaten", "Keine Personenbindungsdaten",
+    EXPECT_EQ(log.errors(), (std::vector<std::string>{"Keine Personenbindungsdaten", "Keine Personenbindungsdaten",
                                                   "Fehler beim Lesen der Personenbindung Lnge passt nicht"}));
 }
 
@@ -105,17 +105,17 @@ TEST(Personenbindung, VersionAndChainedTexts)
 
 TEST(Personenbindung, PersonDataMissingInLongFormOrIncomplete)
 {
-    LogCapture log;
+    TestSupport::LogCapture log(LibAsn1::acPKCS11_SetErrorLoggingFunc);
     Personenbindung record;
     RecordParts parts;
     ASSERT_EQ(parseExact(record, tlv(0x30, parts.head)), 1);
     EXPECT_EQ(record.getGivenName(), "");
-    EXPECT_EQ(g_errors, (std::vector<std::string>{kNoPersonSequence}));
+    EXPECT_EQ(log.errors(), (std::vector<std::string>{kNoPersonSequence}));
 
     parts.personData = tlv(0xA0, cat({Bytes{0x30, 0x81, 0x0D}, utf8("Base"), utf8("Given")}));
     ASSERT_EQ(parseExact(record, parts.build()), 1);
     EXPECT_EQ(record.getBaseId(), "");
-    EXPECT_EQ(g_errors.size(), 1u);  // no message for the long form
+    EXPECT_EQ(log.errors().size(), 1u);  // no message for the long form
 
     parts.personData = tlv(0xA0, tlv(0x30, cat({utf8("Base"), utf8("Given")})));
     ASSERT_EQ(parseExact(record, parts.build()), 1);

@@ -1,7 +1,7 @@
 // Public-key parsing against keys made by OpenSSL (RSAPublicKey DER and
 // curve points of several sizes), a 4096-bit modulus whose INTEGER carries a
 // zero octet, and broken input.
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
@@ -10,7 +10,7 @@
 
 #include "formats/PublicKey.h"
 #include "tests/formats/DerBuilder.h"
-#include "tests/formats/LogCapture.h"
+#include "formats/Asn1Log.h"
 
 using namespace Korvex;
 using namespace dertest;
@@ -163,7 +163,7 @@ TEST(ParseEccKey, OddSizesUncheckedFormatByteAndEmptyInput)
 
 TEST(ParseEccKey, CoordinatesTooLongForTheirFields)
 {
-    LogCapture log;
+    TestSupport::LogCapture log(LibAsn1::acPKCS11_SetErrorLoggingFunc);
     Bytes tooLong(1 + 2 * 129, 0xFF);   // more than 128 bytes per coordinate
     Bytes wide(1 + 2 * 108, 0xFF);      // 261 digits: more than the field holds
     Bytes small(1 + 2 * 108, 0x00);     // same size, small values: fits
@@ -171,7 +171,7 @@ TEST(ParseEccKey, CoordinatesTooLongForTheirFields)
     EXPECT_EQ(text(parseExact(tooLong).x), "");
     EXPECT_EQ(parseExact(tooLong).coordinateLen, 129);
     EXPECT_EQ(text(parseExact(wide).y), "");
-    EXPECT_EQ(g_errors.size(), 3u);
+    EXPECT_EQ(log.errors().size(), 3u);
     EXPECT_EQ(text(parseExact(small).x), "42");
     EXPECT_EQ(text(parseExact(small).y), "0");
 }

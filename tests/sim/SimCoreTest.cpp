@@ -6,7 +6,6 @@
 #include "sim/CardSet.h"
 #include "sim/CardStateText.h"
 #include "sim/ControlFile.h"
-#include "sim/Der.h"
 #include "sim/FaultRules.h"
 #include "base/PinEntry.h"
 #include "sim/KeyFactory.h"
@@ -14,9 +13,7 @@
 #include "sim/SimPaths.h"
 #include "sim/PinState.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
+#include "tests/support/TestCommon.h"
 
 using namespace VessaSim;
 
@@ -39,8 +36,14 @@ TEST(SimFaultRules, ParsesEveryFormAndRefusesNonsense) {
     EXPECT_TRUE(rules[2].malformed);
     EXPECT_EQ(faultRuleToString(rules[0]), "C_Sign@1204000000004711=CKR_PIN_LOCKED*2");
     EXPECT_EQ(faultRuleToString(rules[2]), "*@slot:3=malformed*1");
+    const std::string fixedThird = "C_CardAttribute@slot:1#3=answer:FF03*1";
+    ASSERT_TRUE(parseFaultRules(fixedThird, rules, error)) << error;
+    EXPECT_EQ(rules[3].skip, 2);
+    EXPECT_EQ(rules[3].answer, (std::vector<unsigned char>{0xFF, 0x03}));
+    EXPECT_EQ(faultRuleToString(rules[3]), fixedThird);
 
-    for (const char* bad : {"C_Sign", "Sign=CKR_OK", "C_Sign=CKR_NOTHING", "C_Sign=0x30*x", "C_Sign=12abc"}) {
+    for (const char* bad : {"C_Sign", "Sign=CKR_OK", "C_Sign=CKR_NOTHING", "C_Sign=0x30*x", "C_Sign=12abc",
+                            "C_Sign#0=CKR_OK", "C_CardTransmit=answer:F0F", "C_CardTransmit=answer:+1"}) {
         std::vector<FaultRule> none;
         EXPECT_FALSE(parseFaultRules(bad, none, error)) << bad;
         EXPECT_TRUE(none.empty());

@@ -3,7 +3,7 @@
 #include "SimHarness.h"
 #include "tests/support/SignatureCheck.h"
 
-#include <algorithm>
+#include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
 

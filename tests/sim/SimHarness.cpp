@@ -3,13 +3,7 @@
 
 #include <dlfcn.h>
 
-#include <filesystem>
-#include <sys/stat.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include "tests/support/TestCommon.h"
 
 namespace SimTesting {
 
@@ -57,10 +51,7 @@ void SimTest::TearDown() {
     if (p11) p11->C_Finalize(nullptr);
     m_sim.close();
     p11 = nullptr;
-    if (!m_dir.empty()) {
-        int status = 0;
-        RunCommand("rm -rf '" + m_dir + "'", status);
-    }
+    if (!m_dir.empty()) std::filesystem::remove_all(m_dir);
 }
 
 void SimTest::reload() {
@@ -109,10 +100,6 @@ CK_RV SimTest::setVendorAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE ob
     CK_BBOOL value = CK_FALSE;
     CK_ATTRIBUTE attribute = {type, &value, 1};
     return p11->C_SetAttributeValue(session, object, &attribute, 1);
-}
-
-int SimTest::pinTries(const char* serial, int pin) {
-    return Sim::PinTries(serial, pin);
 }
 
 } // namespace SimTesting

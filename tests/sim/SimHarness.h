@@ -5,14 +5,11 @@
 
 #include "sim/SimControl.h"
 #include "tests/support/SimControls.h"
-#include "tests/support/TestEnvironment.h"
+#include "tests/support/TestCommon.h"
 
-#include <gtest/gtest.h>
 #include <p11-kit/pkcs11.h>
 
 #include <initializer_list>
-#include <string>
-#include <vector>
 
 namespace SimTesting {
 
@@ -57,7 +54,6 @@ protected:
     std::vector<CK_OBJECT_HANDLE> findAll(CK_SESSION_HANDLE session, CK_ATTRIBUTE* pattern, CK_ULONG count);
     Bytes readAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
     CK_RV setVendorAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
-    int pinTries(const char* serial, int pin);
 
     std::string m_dir;
     SimLibrary m_sim;

@@ -7,7 +7,7 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
-#include <memory>
+#include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
 

@@ -2,10 +2,7 @@
 // protected path, a damaged state file, and the factory reset.
 #include "SimHarness.h"
 
-#include <algorithm>
-#include <filesystem>
-#include <thread>
-
+#include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
 
@@ -60,7 +57,7 @@ TEST_F(SimPins, CancelFormatMismatchAndBrokenDialoguesLeaveTheCounterAlone) {
         EXPECT_EQ(command({}), rv) << error;
     }
     setenv("VESSA_SIM_PINENTRY", VSIM_FAKE_PINENTRY, 1);
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
+    EXPECT_EQ(Sim::PinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
 }
 
 TEST_F(SimPins, LoginAsksOnTheProtectedPathOrChecksTheGivenPin) {
@@ -75,7 +72,7 @@ TEST_F(SimPins, LoginAsksOnTheProtectedPathOrChecksTheGivenPin) {
     EXPECT_EQ(p11->C_Login(session, CKU_USER, wrong, 4), CKR_PIN_INCORRECT);
     EXPECT_EQ(p11->C_Login(session, CKU_SO, right, 4), CKR_USER_TYPE_INVALID);
     EXPECT_EQ(p11->C_Login(session, CKU_USER, right, 4), CKR_OK);
-    EXPECT_EQ(pinTries(kAcosA03, VSIM_PIN_IDENTITY_LINK), 3) << "a right PIN restores the tries";
+    EXPECT_EQ(Sim::PinTries(kAcosA03, VSIM_PIN_IDENTITY_LINK), 3) << "a right PIN restores the tries";
     // C_SetPIN changes the identity-link PIN, given or asked, in read-write sessions only.
     CK_UTF8CHAR newPin[] = "1357";
     EXPECT_EQ(p11->C_SetPIN(session, right, 4, newPin, 4), CKR_SESSION_READ_ONLY);
@@ -101,7 +98,7 @@ TEST_F(SimPins, ADamagedStateFileMeansFactoryStateAndIsKeptAsideAtTheNextChange)
     WriteText(state, damaged);
     WriteText(state + ".broken", "an earlier copy");
     reload();
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
+    EXPECT_EQ(Sim::PinTries(kAcosA04, VSIM_PIN_SIGNATURE), 3);
     EXPECT_EQ(ReadText(state), damaged) << "reading never rewrites";
     ASSERT_EQ(command({"123456", "654321", "654321"}), CKR_OK);
     EXPECT_EQ(ReadText(state + ".broken"), "an earlier copy");
@@ -115,7 +112,7 @@ TEST_F(SimPins, ResetRestoresFactoryPinsAndCountersInTheModuleAndOnDisk) {
     CK_UTF8CHAR wrong[] = "0000";
     ASSERT_EQ(p11->C_Login(openSession(0), CKU_USER, wrong, 4), CKR_PIN_INCORRECT);
     ASSERT_EQ(Sim::ResetState(kAcosA04), CKR_OK);
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
+    EXPECT_EQ(Sim::PinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
     EXPECT_EQ(command({"123456", "222222", "222222"}), CKR_OK);
 
     // The control tool resets a running module and the files on disk.
@@ -126,7 +123,7 @@ TEST_F(SimPins, ResetRestoresFactoryPinsAndCountersInTheModuleAndOnDisk) {
     ASSERT_EQ(status, 0);
     CK_ULONG count = 0;
     ASSERT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);  // the running module picks it up
-    EXPECT_EQ(pinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
+    EXPECT_EQ(Sim::PinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
     reload();
     EXPECT_EQ(command({"123456", "333333", "333333"}), CKR_OK);
 

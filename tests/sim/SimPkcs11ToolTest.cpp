@@ -3,7 +3,7 @@
 // login on the protected authentication path; OpenSSL checks the results.
 #include "SimHarness.h"
 
-#include <unistd.h>
+#include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
 

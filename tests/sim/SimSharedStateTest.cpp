@@ -6,13 +6,7 @@
 
 #include "formats/InfoboxFS.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-
-extern char** environ;
+#include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
 
@@ -25,33 +19,15 @@ Bytes textBytes(const std::string& text) { return Bytes(text.begin(), text.end()
 
 class SimSharedState : public SimTest {
 protected:
-    // Runs the other program to its end; its standard output.
+    // The other program is vessa-sim's write and verify, which load the
+    // module themselves. Runs it to its end; its standard output.
     std::string other(const std::vector<std::string>& args, int expectedStatus = 0) {
-        std::string command = VSIM_OTHER_PROCESS;
+        std::string command = VSIM_TOOL;
         for (const auto& arg : args) command += " '" + arg + "'";
         int status = -1;
         std::string output = RunCommand(command, status);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == expectedStatus) << command << " -> " << status;
         return output;
-    }
-
-    pid_t startOther(const std::vector<std::string>& args) {
-        std::vector<std::string> words = {VSIM_OTHER_PROCESS};
-        words.insert(words.end(), args.begin(), args.end());
-        std::vector<char*> argv;
-        for (auto& word : words) argv.push_back(word.data());
-        argv.push_back(nullptr);
-        pid_t pid = -1;
-        EXPECT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ), 0);
-        return pid;
-    }
-
-    // Exit status of a finished other program, -1 while it still runs.
-    static int exitStatus(pid_t pid, bool wait) {
-        int status = 0;
-        const pid_t done = waitpid(pid, &status, wait ? 0 : WNOHANG);
-        if (done == 0) return -1;
-        return done == pid && WIFEXITED(status) ? WEXITSTATUS(status) : 255;
     }
 
     void login(CK_SESSION_HANDLE session) {
@@ -81,7 +57,7 @@ protected:
 
 TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
     CK_SESSION_HANDLE session = openSession(1);  // its generation reports PIN status
-    ASSERT_EQ(pinTries(kECardG4, kSignaturePin), 1);  // the demo card is on its last try
+    ASSERT_EQ(Sim::PinTries(kECardG4, kSignaturePin), 1);  // the demo card is on its last try
 
     // The right PIN here restores the counter for the other program too.
     unsigned char verify[] = {0x00, 0x20, 0x00, 0x81, 0x06, '1', '2', '3', '4', '5', '6'};
@@ -93,7 +69,7 @@ TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
 
     // Wrong entries there count here.
     EXPECT_EQ(other({"verify", "1", "81", "000000", "2"}), "63C1\n");
-    EXPECT_EQ(pinTries(kECardG4, kSignaturePin), 1);
+    EXPECT_EQ(Sim::PinTries(kECardG4, kSignaturePin), 1);
     unsigned char status[2] = {0, 0};
     length = sizeof status;
     ASSERT_EQ(m_sim.cardAttribute(session, "SicSig/PIN-Status", status, &length), CKR_OK);
@@ -101,7 +77,7 @@ TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
 
     // The token flags follow the identity-link PIN used up elsewhere.
     EXPECT_EQ(other({"verify", "3", "83", "0000"}), "63C2\n");
-    EXPECT_EQ(pinTries(kAcosA03, kIdentityLinkPin), 2);
+    EXPECT_EQ(Sim::PinTries(kAcosA03, kIdentityLinkPin), 2);
     CK_TOKEN_INFO info;
     ASSERT_EQ(p11->C_GetTokenInfo(3, &info), CKR_OK);
     EXPECT_TRUE(info.flags & CKF_USER_PIN_COUNT_LOW);
@@ -116,7 +92,7 @@ TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
 TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
     // The other program writes RFU1 while this one writes RFU2 of the same
     // card; each reads its own object back after every write.
-    const pid_t writer = startOther({"write", "3", "RFU1", "other", "300"});
+    const int writer = StartProcess({VSIM_TOOL, "write", "3", "RFU1", "other", "300"});
     ASSERT_GT(writer, 0);
     CK_SESSION_HANDLE session = openSession(3, true);
     login(session);
@@ -132,10 +108,10 @@ TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
         const std::string value = "own-" + std::to_string(++written);
         ASSERT_EQ(write(session, own, value), CKR_OK);
         ASSERT_EQ(readAttribute(session, own, CKA_VALUE), textBytes(value)) << "lost update";
-        if (otherStatus < 0) otherStatus = exitStatus(writer, false);
+        if (otherStatus < 0) otherStatus = ProcessStatus(writer, false);
         else break;  // one more write after the other program ended
     }
-    if (otherStatus < 0) otherStatus = exitStatus(writer, true);
+    if (otherStatus < 0) otherStatus = ProcessStatus(writer, true);
     EXPECT_EQ(otherStatus, 0);
 
     reload();

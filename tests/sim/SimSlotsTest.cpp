@@ -2,10 +2,8 @@
 // to misuse of the module-level calls.
 #include "SimHarness.h"
 
-#include <chrono>
+#include "tests/support/TestCommon.h"
 #include <set>
-#include <cstring>
-#include <thread>
 
 using namespace SimTesting;
 

@@ -3,7 +3,7 @@
 // C_Verify to judge its C_Sign.
 #pragma once
 
-#include <vector>
+#include "tests/support/TestCommon.h"
 
 namespace TestSupport {
 

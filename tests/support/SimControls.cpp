@@ -1,10 +1,12 @@
 // Looks the control functions up in the loaded module; see SimControls.h.
 #include "tests/support/SimControls.h"
 
-
-#include <gtest/gtest.h>
+#include "tests/support/TestCommon.h"
 
 #include <dlfcn.h>
+
+#include <type_traits>
+#include <variant>
 
 namespace TestSupport::Sim {
 
@@ -23,64 +25,45 @@ Fn Control(const char* name)
     return fn;
 }
 
-#define SIM_CONTROL(name) Control<decltype(&name)>(#name)
+// Calls a control function by name; `fallback` when the module lacks it.
+template <typename Fn, typename Result, typename... Args>
+Result CallControl(const char* name, Result fallback, Args... args)
+{
+    Fn fn = Control<Fn>(name);
+    if (fn == nullptr)
+        return fallback;
+    if constexpr (std::is_void_v<decltype(fn(args...))>) {
+        fn(args...);
+        return fallback;
+    } else {
+        return fn(args...);
+    }
+}
+
+#define SIM_CALL(name, fallback, ...) CallControl<decltype(&name)>(#name, fallback, ##__VA_ARGS__)
 
 void Tries(const char* serial, int pin, int& pinTries, int& pukTries)
 {
     pinTries = pukTries = -100;
-    if (auto tries = SIM_CONTROL(vsim_get_pin_tries))
-        tries(serial, pin, &pinTries, &pukTries);
+    SIM_CALL(vsim_get_pin_tries, CKR_GENERAL_ERROR, serial, pin, &pinTries, &pukTries);
 }
 
 } // namespace
 
-CK_RV InsertCard(CK_SLOT_ID slot, const char* card)
-{
-    auto fn = SIM_CONTROL(vsim_insert_card);
-    return fn != nullptr ? fn(slot, card) : CKR_GENERAL_ERROR;
-}
-
-CK_RV RemoveCard(CK_SLOT_ID slot)
-{
-    auto fn = SIM_CONTROL(vsim_remove_card);
-    return fn != nullptr ? fn(slot) : CKR_GENERAL_ERROR;
-}
-
+CK_RV InsertCard(CK_SLOT_ID slot, const char* card) { return SIM_CALL(vsim_insert_card, CKR_GENERAL_ERROR, slot, card); }
+CK_RV RemoveCard(CK_SLOT_ID slot) { return SIM_CALL(vsim_remove_card, CKR_GENERAL_ERROR, slot); }
 CK_RV SetFault(const char* function, const char* serial, CK_RV rv, int times)
 {
-    auto fn = SIM_CONTROL(vsim_set_fault);
-    return fn != nullptr ? fn(function, serial, rv, times) : CKR_GENERAL_ERROR;
+    return SIM_CALL(vsim_set_fault, CKR_GENERAL_ERROR, function, serial, rv, times);
 }
-
 CK_RV SetMalformed(const char* function, const char* serial, int times)
 {
-    auto fn = SIM_CONTROL(vsim_set_malformed);
-    return fn != nullptr ? fn(function, serial, times) : CKR_GENERAL_ERROR;
+    return SIM_CALL(vsim_set_malformed, CKR_GENERAL_ERROR, function, serial, times);
 }
-
-CK_RV AddFaults(const char* rules)
-{
-    auto fn = SIM_CONTROL(vsim_add_faults);
-    return fn != nullptr ? fn(rules) : CKR_GENERAL_ERROR;
-}
-
-void ClearFaults()
-{
-    if (auto fn = SIM_CONTROL(vsim_clear_faults))
-        fn();
-}
-
-CK_RV ResetState(const char* serial)
-{
-    auto fn = SIM_CONTROL(vsim_reset_state);
-    return fn != nullptr ? fn(serial) : CKR_GENERAL_ERROR;
-}
-
-void SetLatency(unsigned long callMs, unsigned long apduMs)
-{
-    if (auto fn = SIM_CONTROL(vsim_set_latency))
-        fn(callMs, apduMs);
-}
+CK_RV AddFaults(const char* rules) { return SIM_CALL(vsim_add_faults, CKR_GENERAL_ERROR, rules); }
+void ClearFaults() { SIM_CALL(vsim_clear_faults, std::monostate()); }
+CK_RV ResetState(const char* serial) { return SIM_CALL(vsim_reset_state, CKR_GENERAL_ERROR, serial); }
+void SetLatency(unsigned long callMs, unsigned long apduMs) { SIM_CALL(vsim_set_latency, std::monostate(), callMs, apduMs); }
 
 int PinTries(const char* serial, int pin)
 {
@@ -96,11 +79,7 @@ int PukTries(const char* serial, int pin)
     return pukTries;
 }
 
-unsigned long PinDialogCount()
-{
-    auto fn = SIM_CONTROL(vsim_pin_dialog_count);
-    return fn != nullptr ? fn() : 0;
-}
+unsigned long PinDialogCount() { return SIM_CALL(vsim_pin_dialog_count, 0ul); }
 
 long OpenSessions(CK_SLOT_ID slot)
 {

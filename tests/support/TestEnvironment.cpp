@@ -1,6 +1,8 @@
 // Scratch folder, simulator environment and file helpers; see TestEnvironment.h.
 #include "tests/support/TestEnvironment.h"
 
+#include <spawn.h>
+#include <sys/wait.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +15,8 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+
+extern char** environ;
 
 namespace TestSupport {
 
@@ -191,6 +195,25 @@ bool WaitForFile(const std::string& path, double seconds)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return true;
+}
+
+int StartProcess(const Lines& argv)
+{
+    std::vector<char*> words;
+    for (const std::string& word : argv)
+        words.push_back(const_cast<char*>(word.c_str()));
+    words.push_back(nullptr);
+    pid_t pid = -1;
+    return posix_spawn(&pid, words[0], nullptr, nullptr, words.data(), environ) == 0 ? pid : -1;
+}
+
+int ProcessStatus(int pid, bool wait)
+{
+    int status = 0;
+    const pid_t done = waitpid(pid, &status, wait ? 0 : WNOHANG);
+    if (done == 0)
+        return -1;
+    return done == pid && WIFEXITED(status) ? WEXITSTATUS(status) : 255;
 }
 
 std::string RunCommand(const std::string& command, int& status)

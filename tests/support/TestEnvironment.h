@@ -77,5 +77,10 @@ Lines FileNames(const std::string& dir);
 bool WaitForFile(const std::string& path, double seconds);
 // Runs a shell command; its standard output, and its exit status in `status`.
 std::string RunCommand(const std::string& command, int& status);
+// Starts a program (argv[0] a path, no shell) beside the test; its process
+// id, or -1. ProcessStatus: its exit status, waiting for it or, without
+// `wait`, -1 while it still runs; 255 when it did not end by itself.
+int StartProcess(const Lines& argv);
+int ProcessStatus(int pid, bool wait);
 
 } // namespace TestSupport

@@ -43,6 +43,12 @@ TEST_F(TokenCardDataTest, ApdusAppendTheirResponseWithStatusWord)
     const unsigned char challenge[] = {0x00, 0x84, 0x00, 0x00, 0x00};
     EXPECT_TRUE(p11->SendAPDU(challenge, sizeof(challenge), buffer, length));
     EXPECT_EQ(length, 256u);
+
+    // A module overstating the answer's length is held to its 4096-byte buffer.
+    Sim::SetMalformed("C_CardTransmit", kAcos03, 1);
+    Bytes overstated;
+    EXPECT_TRUE(p11->SendAPDU({0x00, 0x84, 0x00, 0x00, 0x08}, overstated));
+    EXPECT_EQ(overstated.size(), 4096u);
 }
 
 TEST_F(TokenCardDataTest, ECardDataIsReadByName)
@@ -127,22 +133,21 @@ TEST_F(TokenCardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-class TokenShimCardDataTest : public ShimTokenTest {};
-
-TEST_F(TokenShimCardDataTest, ShortAndLongResponses)
+TEST_F(TokenCardDataTest, ShortAndLongResponses)
 {
     ASSERT_TRUE(openCard(kAcos03));
-    Bytes response = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9};
-    shim->setOutput("C_CardTransmit", response);
+    // Every APDU of the card number gets the same answer.
+    Sim::AddFaults("C_CardTransmit=answer:A0A1A2A3A4A5A6A7A8A9");
     std::string cin;
     EXPECT_TRUE(p11->GetCinCsn(cin));
     EXPECT_EQ(cin, "A0A1A2A3A4A5A6A7");
-    response.resize(9);
-    shim->setOutput("C_CardTransmit", response);
+    Sim::ClearFaults();
+    Sim::AddFaults("C_CardTransmit=answer:A0A1A2A3A4A5A6A7A8");
     EXPECT_FALSE(p11->GetCinCsn(cin));
     EXPECT_TRUE(Log::errors().empty());
 
-    shim->setOutput("C_CardTransmit", Bytes(300, 0x55));
+    Sim::ClearFaults();
+    Sim::AddFaults(("C_CardTransmit=answer:" + std::string(600, '5')).c_str());
     unsigned char buffer[256];
     unsigned long length = sizeof(buffer);
     EXPECT_TRUE(p11->SendAPDU(buffer, 5, buffer, length));
@@ -150,14 +155,14 @@ TEST_F(TokenShimCardDataTest, ShortAndLongResponses)
     EXPECT_EQ(buffer[255], 0x55);
 }
 
-TEST_F(TokenShimCardDataTest, EachCardNumberApduReportsItsOwnFailure)
+TEST_F(TokenCardDataTest, EachCardNumberApduReportsItsOwnFailure)
 {
     ASSERT_TRUE(openCard(kAcos03));
     std::string cin;
-    shim->failCall("C_CardTransmit", 2, CKR_DEVICE_ERROR);
+    Sim::AddFaults("C_CardTransmit#2=CKR_DEVICE_ERROR*1");
     EXPECT_FALSE(p11->GetCinCsn(cin));
     EXPECT_EQ(Log::errors().back(), "error select EF DEC");
-    shim->failCall("C_CardTransmit", 3, CKR_DEVICE_REMOVED);
+    Sim::AddFaults("C_CardTransmit#3=CKR_DEVICE_REMOVED*1");
     EXPECT_FALSE(p11->GetCinCsn(cin));
     EXPECT_EQ(Log::errors(), (Lines{"Failed C_CardTransmit, rv = 0x30", "sendAPDU failed", "error select EF DEC",
                                     "Failed C_CardTransmit, rv = 0x32", "sendAPDU failed", "error read binary"}));

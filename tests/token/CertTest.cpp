@@ -111,13 +111,11 @@ TEST_F(TokenCertTest, CertificatesOfEveryCard)
     EXPECT_NE(p11->getSigningCertificateHandle(false), CK_INVALID_HANDLE);
 }
 
-class TokenShimCertTest : public ShimTokenTest {};
-
-TEST_F(TokenShimCertTest, ValueLongerThanTheBufferIsRefused)
+TEST_F(TokenCertTest, ValueLongerThanTheBufferIsRefused)
 {
     ASSERT_TRUE(openCard(kAcos));
     // Call 1 reads the first certificate's label, call 2 its value.
-    shim->inflateCall("C_GetAttributeValue", 2);
+    Sim::AddFaults("C_GetAttributeValue#2=malformed*1");
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
     EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
     unsigned char buffer[Token::CERT_BUFFER_SIZE];
@@ -125,13 +123,13 @@ TEST_F(TokenShimCertTest, ValueLongerThanTheBufferIsRefused)
     EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
     // The usual answer to a value that does not fit: the module says so.
     Log::clear();
-    shim->failCall("C_GetAttributeValue", 2, CKR_BUFFER_TOO_SMALL);
+    Sim::AddFaults("C_GetAttributeValue#2=CKR_BUFFER_TOO_SMALL*1");
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
     EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
 
     // An inflated label is not trusted either: that object is passed over.
     Log::clear();
-    shim->inflateCall("C_GetAttributeValue", 1);
+    Sim::AddFaults("C_GetAttributeValue=malformed*1");
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
     EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetAttributeValue ERROR0x150", "Key not found !!!"}));
 }

@@ -9,11 +9,7 @@ namespace {
 
 class TokenModuleTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        Log::install();
-        Log::clear();
-    }
+    TokenLog log;
 };
 
 TEST_F(TokenModuleTest, MissingModuleFailsWithOneErrorAndDestroyIsHarmless)
@@ -71,17 +67,16 @@ TEST_F(TokenModuleTest, LoadsOnceLogsModuleInfoAndSharesTheModule)
 
 TEST_F(TokenModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
 {
-    ModuleOverride shim(SHIM_FULL_PATH);
-    shim.failCall("C_Initialize", 1, CKR_GENERAL_ERROR);
+    ASSERT_EQ(Sim::AddFaults("C_Initialize=CKR_GENERAL_ERROR*1"), CKR_OK);
     Token token;
     EXPECT_FALSE(Token::IsInitialized());
     EXPECT_TRUE(token.IsModuleLoaded());
     EXPECT_EQ(Log::errors(), Lines{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x5"});
-    EXPECT_TRUE(Log::hasMessage("C_Initialize of " SHIM_FULL_PATH " failed: CKR_GENERAL_ERROR"));
+    EXPECT_TRUE(Log::hasMessage("C_Initialize of " SIM_MODULE_DIR "/libVessaP11.so failed: CKR_GENERAL_ERROR"));
     EXPECT_EQ(Token::GetLoadReport().failure, Korvex::MODULE_INIT_FAILED);
 
     Log::clear();
-    shim.failCall("C_GetInfo", 1, CKR_DEVICE_ERROR);
+    Sim::AddFaults("C_GetInfo=CKR_DEVICE_ERROR*1");
     EXPECT_FALSE(token.init());
     EXPECT_EQ(Log::errors(), Lines{"PKCS11 Aufruf Proc_C_GetInfo(&info) ERROR0x30"});
 
@@ -90,17 +85,17 @@ TEST_F(TokenModuleTest, FailedInitializeAndGetInfoAreLoggedAndRetried)
     Log::clear();
     EXPECT_FALSE(token.init());
     EXPECT_EQ(Log::errors(), Lines{"PKCS11 Aufruf Proc_C_Initialize() ERROR0x191"});
-    EXPECT_TRUE(Log::hasMessage("C_Initialize of " SHIM_FULL_PATH " failed: CKR_CRYPTOKI_ALREADY_INITIALIZED"));
+    EXPECT_TRUE(Log::hasMessage("C_Initialize of " SIM_MODULE_DIR "/libVessaP11.so failed: CKR_CRYPTOKI_ALREADY_INITIALIZED"));
     token.destroy();
 }
 
 TEST_F(TokenModuleTest, ModuleWithoutInitializeIsRefused)
 {
-    ModuleOverride shim(SHIM_NOINIT_PATH);
+    ModuleOverride other(NO_ENTRY_MODULE_PATH);
     Token token;
     EXPECT_FALSE(Token::IsInitialized());
     EXPECT_EQ(Log::errors(), Lines{"PKCS11 Proc_C_Initialize ERROR"});
-    EXPECT_TRUE(Log::hasMessage("entry point C_Initialize missing in " SHIM_NOINIT_PATH));
+    EXPECT_TRUE(Log::hasMessage("entry point C_Initialize missing in " NO_ENTRY_MODULE_PATH));
     EXPECT_EQ(Token::GetLoadReport().failure, Korvex::MODULE_ENTRY_MISSING);
     token.destroy();
 }

@@ -126,28 +126,26 @@ TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
     EXPECT_EQ(p11->GetPINStatus(static_cast<Korvex::ApplType>(3), state, tries), Korvex::PKCS11_ERROR);
 }
 
-class TokenShimPinTest : public ShimTokenTest {};
-
-TEST_F(TokenShimPinTest, StatusBytesAreReadWhateverTheResult)
+TEST_F(TokenPinTest, StatusBytesAreReadWhateverTheResult)
 {
     ASSERT_TRUE(openCard(kG3A));
     ASSERT_TRUE(p11->LoadCardType());
     Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
     int32_t tries = 0;
 
-    shim->setOutput("C_CardAttribute", {0xFF, 0x03});
+    Sim::AddFaults("C_CardAttribute=answer:FF03*1");
     EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_OK);
     EXPECT_EQ(state, Korvex::PIN_STATE_UNKNOWN);
     EXPECT_EQ(tries, -1);
-    shim->setOutput("C_CardAttribute", {0x00, 0x03});
+    Sim::AddFaults("C_CardAttribute=answer:0003*1");
     EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_OK);
     EXPECT_EQ(state, Korvex::PIN_STATE_NO_TRIES);
     EXPECT_EQ(tries, 0);
 
-    shim->failCall("C_CardAttribute", 1, CKR_FUNCTION_NOT_SUPPORTED);
+    Sim::AddFaults("C_CardAttribute=CKR_FUNCTION_NOT_SUPPORTED*1");
     EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_NOT_SUPPORTED);
     EXPECT_EQ(state, Korvex::PIN_STATE_NO_TRIES);  // zeroed buffer
-    shim->failCall("C_CardAttribute", 1, CKR_DEVICE_ERROR);
+    Sim::AddFaults("C_CardAttribute=CKR_DEVICE_ERROR*1");
     EXPECT_EQ(p11->GetPINStatus(APPL_ENCRYPTION, state, tries), Korvex::PKCS11_ERROR);
 }
 

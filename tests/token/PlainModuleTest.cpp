@@ -1,15 +1,25 @@
 // The token layer on a standard PKCS#11 module without the vendor extensions
-// (the shim forwards only standard entry points to the simulator): what does
-// not need the extensions works, the rest fails without a crash.
+// (the simulator's standard-module build): what does not need the extensions
+// works, the rest fails without a crash.
 #include "tests/token/TokenTestSupport.h"
 
 using namespace tokentest;
 
 namespace {
 
-class TokenPlainModuleTest : public ShimTokenTest {
+class TokenPlainModuleTest : public TokenTest {
 protected:
-    TokenPlainModuleTest() : ShimTokenTest(SHIM_PLAIN_PATH) {}
+    void SetUp() override
+    {
+        module = std::make_unique<ModuleOverride>(STANDARD_MODULE_PATH);
+        TokenTest::SetUp();
+    }
+    void TearDown() override
+    {
+        TokenTest::TearDown();
+        module.reset();
+    }
+    std::unique_ptr<ModuleOverride> module;
 };
 
 TEST_F(TokenPlainModuleTest, StandardOperationsWork)

@@ -5,7 +5,7 @@
 #include "crypto/Hash.h"
 
 #include <optional>
-#include <string>
+#include "tests/support/TestCommon.h"
 
 using namespace tokentest;
 using Korvex::HashAlgorithm;

@@ -1,5 +1,5 @@
 // Slot enumeration, token information and card generations, ATR and card
-// type codes, against the simulator (and the shim for faults it cannot make).
+// type codes, against the simulator and its fault rules.
 #include "tests/token/TokenTestSupport.h"
 
 using namespace tokentest;
@@ -145,8 +145,6 @@ TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
     EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetSlotList(1) ERROR0x30", "PKCS11 Proc_C_GetTokenInfo ERROR0xe0"}));
 }
 
-class TokenShimSlotsTest : public ShimTokenTest {};
-
 TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
 {
     Sim::SetMalformed("C_GetSlotList", "*", VSIM_ALWAYS);
@@ -157,12 +155,12 @@ TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
     EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
 }
 
-TEST_F(TokenShimSlotsTest, SecondSlotListCallFailureIsLogged)
+TEST_F(TokenSlotsTest, SecondSlotListCallFailureIsLogged)
 {
     std::vector<Korvex::SlotStruct*> slots;
-    shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
+    Sim::AddFaults("C_GetSlotList#2=CKR_BUFFER_TOO_SMALL*1");
     EXPECT_FALSE(p11->GetSlots(slots, true));
-    shim->failCall("C_GetSlotList", 2, CKR_BUFFER_TOO_SMALL);
+    Sim::AddFaults("C_GetSlotList#2=CKR_BUFFER_TOO_SMALL*1");
     Korvex::TokenInfoStruct info;
     EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
     EXPECT_EQ(Log::errors(), Lines(2, "PKCS11 Proc_C_GetSlotList(2) ERROR0x150"));

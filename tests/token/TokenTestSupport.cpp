@@ -2,15 +2,13 @@
 #include "tests/token/TokenTestSupport.h"
 
 #include "base/Config.h"
-#include "tests/token/ShimControl.h"
 #include "token/ClientVersion.h"
 #include "token/LoadFreeLib.h"
-
 
 #include <dlfcn.h>
 #include <stdlib.h>
 
-#include <sstream>
+#include "tests/support/TestCommon.h"
 
 namespace tokentest {
 
@@ -28,12 +26,6 @@ const char kOddG3BSerial[] = "3032000000000008";
 const char kOddG4Serial[] = "3014000000000009";
 
 namespace {
-
-Lines g_errors;
-Lines g_messages;
-
-void captureError(const char* line) { g_errors.emplace_back(line); }
-void captureMessage(const char* line) { g_messages.emplace_back(line); }
 
 std::string cardSetXml()
 {
@@ -85,29 +77,8 @@ void setClientVersion(const std::string& text)
         ASSERT_TRUE(config->SetString(Korvex::kClientVersionEntry, text));
 }
 
-void Log::install()
-{
-    Token::SetErrorLoggingFunc(captureError);
-    Token::SetMessageLoggingFunc(captureMessage);
-}
-
-void Log::clear()
-{
-    g_errors.clear();
-    g_messages.clear();
-}
-
-const Lines& Log::errors() { return g_errors; }
-const Lines& Log::messages() { return g_messages; }
-
-bool Log::hasMessage(const std::string& line)
-{
-    return std::find(g_messages.begin(), g_messages.end(), line) != g_messages.end();
-}
-
 void TokenTest::SetUp()
 {
-    Log::install();
     p11 = std::make_unique<Token>();
     ASSERT_TRUE(Token::IsInitialized());
     Sim::ClearFaults();
@@ -142,46 +113,11 @@ bool TokenTest::openCard(const char* serial, bool readWrite)
     return position >= 0 && p11->OpenSession(position, readWrite);
 }
 
-void ShimTokenTest::SetUp()
+ModuleOverride::ModuleOverride(const char* path) : m_previousName(Korvex::PKCS11_LIB_NAME)
 {
-    shim = std::make_unique<ModuleOverride>(m_shimPath);
-    TokenTest::SetUp();
-}
-
-void ShimTokenTest::TearDown()
-{
-    TokenTest::TearDown();
-    shim.reset();
-}
-
-ModuleOverride::ModuleOverride(const char* path)
-    : m_previousName(Korvex::PKCS11_LIB_NAME), m_handle(dlopen(path, RTLD_LAZY))
-{
-    EXPECT_NE(m_handle, nullptr) << dlerror();
     Korvex::PKCS11_LIB_NAME = path;
-    if (auto reset = reinterpret_cast<shim_reset_fn>(dlsym(m_handle, "shim_reset")))
-        reset();
 }
 
-ModuleOverride::~ModuleOverride()
-{
-    Korvex::PKCS11_LIB_NAME = m_previousName;
-    if (m_handle != nullptr)
-        dlclose(m_handle);
-}
-
-#define SHIM_CALL(name, ...)                                                  \
-    do {                                                                      \
-        auto fn = reinterpret_cast<name##_fn>(dlsym(m_handle, #name));        \
-        ASSERT_NE(fn, nullptr) << "shim lacks " #name;                        \
-        fn(__VA_ARGS__);                                                      \
-    } while (0)
-
-void ModuleOverride::failCall(const char* function, int nth, CK_RV rv) { SHIM_CALL(shim_fail_call, function, nth, rv); }
-void ModuleOverride::setOutput(const char* function, const Bytes& bytes)
-{
-    SHIM_CALL(shim_set_output, function, bytes.data(), bytes.size());
-}
-void ModuleOverride::inflateCall(const char* function, int nth) { SHIM_CALL(shim_inflate_call, function, nth); }
+ModuleOverride::~ModuleOverride() { Korvex::PKCS11_LIB_NAME = m_previousName; }
 
 } // namespace tokentest

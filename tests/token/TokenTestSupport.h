@@ -1,18 +1,12 @@
 // Shared pieces of the token tests on top of the shared fixture library:
 // their card set, captured log lines, a fixture that loads the module per
-// test, the fault shims, and signature checks with OpenSSL.
+// test, another module in its place, and signature checks with OpenSSL.
 #pragma once
 
+#include "tests/support/TestCommon.h"
 #include "tests/support/SignatureCheck.h"
 #include "tests/support/SimControls.h"
-#include "tests/support/TestEnvironment.h"
 #include "token/acPKCS11.h"
-
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace tokentest {
 
@@ -37,13 +31,11 @@ using Bytes = std::vector<unsigned char>;
 // Points the client version entry at text ("" removes it).
 void setClientVersion(const std::string& text);
 
-// Log lines of the token layer since the last clear.
-struct Log {
-    static void install();
-    static void clear();
-    static const Lines& errors();
-    static const Lines& messages();
-    static bool hasMessage(const std::string& line);
+// Log lines of the token layer since the last clear, caught while a
+// TokenLog lives.
+using Log = TestSupport::LogCapture;
+struct TokenLog : Log {
+    TokenLog() : Log(Token::SetErrorLoggingFunc, Token::SetMessageLoggingFunc) {}
 };
 
 // The simulator's controls and the scripted PIN dialogue of the shared
@@ -61,37 +53,19 @@ protected:
     bool openCard(const char* serial, bool readWrite = false);
     int positionOf(const char* serial);
 
+    TokenLog log;
     std::unique_ptr<Token> p11;
 };
 
-// Loads the module file under another name for the lifetime of the object
-// (the test shims of ShimModule.cpp), and reaches the shim's controls.
+// The token layer loads another module file (path) for the lifetime of the
+// object, instead of the simulator by its name.
 class ModuleOverride {
 public:
     explicit ModuleOverride(const char* path);
     ~ModuleOverride();
-    void failCall(const char* function, int nth, CK_RV rv);
-    void setOutput(const char* function, const Bytes& bytes);
-    void inflateCall(const char* function, int nth);
 
 private:
     const char* m_previousName;
-    void* m_handle;
-};
-
-// A TokenTest on one of the shims instead of the simulator itself: the shim
-// is in place before the token object loads the module and goes after it is
-// unloaded. By default the shim with the vendor extensions.
-class ShimTokenTest : public TokenTest {
-protected:
-    explicit ShimTokenTest(const char* shimPath = SHIM_FULL_PATH) : m_shimPath(shimPath) {}
-    void SetUp() override;
-    void TearDown() override;
-
-    std::unique_ptr<ModuleOverride> shim;
-
-private:
-    const char* m_shimPath;
 };
 
 using TestSupport::verifyWithCertificate;
