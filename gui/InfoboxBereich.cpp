@@ -284,7 +284,9 @@ void InfoboxBereich::LoadObjectList() {
     MyEnable(true);
     // The controls were off while the card was read, so nothing in the
     // dialog holds the keyboard; without a focus its keys (Escape) go nowhere.
-    m_list->SetFocus();
+    // The close button takes it: the list would choose its first object on
+    // taking the focus, which is no choice of the user's.
+    m_close->SetFocus();
     if (m_list->IsEmpty()) {
         if (m_readFailed)
             ShowReadError();

@@ -44,14 +44,24 @@ StandardPinTexts MakeStandardPinTexts(bool unblock, const Korvex::TokenProfile& 
     return texts;
 }
 
+namespace {
+
+// The desktop's pinentry, or the one VESSACARDS_PINENTRY names.
+bool StartPinEntry(Korvex::PinEntry& entry)
+{
+    const char* program = std::getenv("VESSACARDS_PINENTRY");
+    return entry.start(program != nullptr ? program : "");
+}
+
+} // namespace
+
 Korvex::PKCS11Return LoginStandardToken(Korvex::acPKCS11& p11, const Korvex::TokenProfile& profile,
                                         const StandardPinTexts& texts)
 {
     if (profile.protectedPath)
         return p11.LoginUser(nullptr);
     Korvex::PinEntry entry;
-    const char* program = std::getenv("VESSACARDS_PINENTRY");
-    if (!entry.start(program != nullptr ? program : ""))
+    if (!StartPinEntry(entry))
         return Korvex::PKCS11_ERROR;
     Secrets pins;
     Korvex::PinPrompt prompt;
@@ -71,8 +81,7 @@ Korvex::PKCS11Return RunStandardPinCommand(Korvex::acPKCS11& p11, bool unblock, 
         return unblock ? p11.UnblockUserPin(nullptr, nullptr) : p11.SetUserPin(nullptr, nullptr);
 
     Korvex::PinEntry entry;
-    const char* program = std::getenv("VESSACARDS_PINENTRY");
-    if (!entry.start(program != nullptr ? program : ""))
+    if (!StartPinEntry(entry))
         return Korvex::PKCS11_ERROR;
     Secrets pins;
     Korvex::PinPrompt prompt;

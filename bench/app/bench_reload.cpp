@@ -23,26 +23,11 @@
 #include <string>
 #include <vector>
 
+#include "../BenchCardSet.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-const char* const kGenerations[] = {"ACOS-A03", "ACOS-A04", "ACOS-A05", "ECARD-G2",
-                                    "ECARD-G3A", "ECARD-G3B", "ECARD-G4"};
-
-// The serials bench_refresh uses, so both share the simulator's key store.
-void WriteCardSet(const std::string& path, int count)
-{
-    std::ofstream out(path, std::ios::trunc);
-    out << "<cardset>\n";
-    for (int i = 0; i < count; ++i) {
-        char serial[17];
-        std::snprintf(serial, sizeof(serial), "98%d%013d", i % 7, i);
-        out << "<reader name=\"Bench " << i << "\"><card generation=\"" << kGenerations[i % 7]
-            << "\" serial=\"" << serial << "\" given=\"Bench\" family=\"Holder" << i << "\"/></reader>\n";
-    }
-    out << "</cardset>\n";
-}
 
 double Median(std::vector<double> values)
 {
@@ -167,7 +152,7 @@ int main(int argc, char** argv)
         return 1;
     const std::string scratch = pattern;
     std::system(("mkdir -p '" + scratch + "/etc' '" + scratch + "/state'").c_str());
-    WriteCardSet(scratch + "/cards.xml", BenchApp::s_cards);
+    WriteBenchCardSet(scratch + "/cards.xml", BenchApp::s_cards);
     setenv("HOME", scratch.c_str(), 1);
     setenv("TMPDIR", (scratch + "/").c_str(), 1);
     setenv("KORVEX_ALLUSERS_DIR", (scratch + "/etc/").c_str(), 1);

@@ -46,26 +46,11 @@
 #include <string>
 #include <vector>
 
+#include "../BenchCardSet.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-const char* const kGenerations[] = {"ACOS-A03", "ACOS-A04", "ACOS-A05", "ECARD-G2",
-                                    "ECARD-G3A", "ECARD-G3B", "ECARD-G4"};
-
-void writeCardSet(const std::string& path, int count)
-{
-    std::ofstream out(path, std::ios::trunc);
-    out << "<cardset>\n";
-    for (int i = 0; i < count; ++i) {
-        char serial[17];
-        std::snprintf(serial, sizeof(serial), "98%d%013d", i % 7, i);
-        out << "<reader name=\"Bench " << i << "\"><card generation=\"" << kGenerations[i % 7]
-            << "\" serial=\"" << serial << "\" given=\"Bench\" family=\"Holder" << i
-            << "\"/></reader>\n";
-    }
-    out << "</cardset>\n";
-}
 
 // ---- the token layer, as the refresh thread uses it ----
 size_t refreshThroughWrapper(Korvex::acPKCS11& p11)
@@ -363,7 +348,7 @@ int main()
     int lastCards = 0;
     for (int cards : {1, 8, 32, 64}) {
         const std::string set = work + "/cards-" + std::to_string(cards) + ".xml";
-        writeCardSet(set, cards);
+        WriteBenchCardSet(set, cards);
         setenv("VESSA_SIM_CARDS", set.c_str(), 1);
 
         Korvex::acPKCS11 p11;
