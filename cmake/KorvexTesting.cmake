@@ -24,6 +24,19 @@ set(KORVEX_TEST_ENV
   "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"
 )
 
+# The module is instrumented in a sanitizer build while pkcs11-tool is not;
+# a test that runs the tool on it preloads the sanitizer runtimes, named to
+# the test as VSIM_SANITIZER_PRELOAD.
+function(korvex_sanitizer_preload target)
+  if(KORVEX_SANITIZE)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libasan.so
+                    OUTPUT_VARIABLE asan_runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libubsan.so
+                    OUTPUT_VARIABLE ubsan_runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
+    target_compile_definitions(${target} PRIVATE VSIM_SANITIZER_PRELOAD="${asan_runtime}:${ubsan_runtime}")
+  endif()
+endfunction()
+
 function(korvex_add_gtest target)
   cmake_parse_arguments(ARG "GUI" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${target} ${ARG_SOURCES})

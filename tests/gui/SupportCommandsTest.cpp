@@ -59,7 +59,11 @@ TEST_F(DemoSupportTest, DiagnosticsAgreeFieldByFieldWithPkcs11Tool)
     EXPECT_NE(report.find("Moduldatei: " + module + "\n"), std::string::npos) << report;
 
     int status = -1;
-    const std::string listing = RunCommand("pkcs11-tool -L --module '" + module + "' 2>&1", status);
+    std::string environment;
+#ifdef VSIM_SANITIZER_PRELOAD
+    environment = "LD_PRELOAD='" VSIM_SANITIZER_PRELOAD "' ASAN_OPTIONS=detect_leaks=0 ";
+#endif
+    const std::string listing = RunCommand(environment + "pkcs11-tool -L --module '" + module + "' 2>&1", status);
     ASSERT_EQ(status, 0) << listing;
     const std::vector<Fields> tool = Blocks(listing, "Slot ", "slot");
     std::vector<Fields> shown = Blocks(report, "Steckplatz ", "");
