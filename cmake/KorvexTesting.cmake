@@ -34,6 +34,10 @@ function(korvex_sanitizer_preload target)
     execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libubsan.so
                     OUTPUT_VARIABLE ubsan_runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
     target_compile_definitions(${target} PRIVATE VSIM_SANITIZER_PRELOAD="${asan_runtime}:${ubsan_runtime}")
+  elseif(KORVEX_TSAN)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libtsan.so
+                    OUTPUT_VARIABLE tsan_runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
+    target_compile_definitions(${target} PRIVATE VSIM_SANITIZER_PRELOAD="${tsan_runtime}")
   endif()
 endfunction()
 

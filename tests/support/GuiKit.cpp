@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <thread>
 #include <typeinfo>
 
@@ -97,6 +98,9 @@ bool SaveScreenshot(wxWindow* window, const std::string& path)
     void* pixbuf = gdkWindow != nullptr ? fromWindow(gdkWindow, 0, 0, width(gdkWindow), height(gdkWindow)) : nullptr;
     if (pixbuf == nullptr)
         return false;
+    // The first screenshot of a fresh build folder makes its folder.
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
     const bool saved = save(pixbuf, (path + ".png").c_str(), "png", nullptr, nullptr, nullptr) != 0;
     unref(pixbuf);
     return saved;
