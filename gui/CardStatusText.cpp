@@ -67,7 +67,7 @@ wxString PinStatusText(const Korvex::PinStatus& status, PinActions actions)
     return actions.change ? Tr("PIN: in Ordnung") : Tr("PIN: hier nicht änderbar");
 }
 
-ValidityMark CertificateValidity(const ListEntryData& row, std::time_t now)
+ValidityMark CertificateValidity(const CardRow& row, std::time_t now)
 {
     if (row.validTo == 0)
         return VALIDITY_UNKNOWN;
@@ -76,7 +76,7 @@ ValidityMark CertificateValidity(const ListEntryData& row, std::time_t now)
     return row.validTo - now <= kSoonSeconds ? VALIDITY_EXPIRES_SOON : VALIDITY_GOOD;
 }
 
-wxString ValidUntilText(const ListEntryData& row, std::time_t now)
+wxString ValidUntilText(const CardRow& row, std::time_t now)
 {
     if (row.validTo == 0)
         return wxString();
@@ -91,7 +91,7 @@ wxString ValidUntilText(const ListEntryData& row, std::time_t now)
     }
 }
 
-wxString CertificateDetails(const ListEntryData& row)
+wxString CertificateDetails(const CardRow& row)
 {
     if (row.validTo == 0)
         return wxString();

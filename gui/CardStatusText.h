@@ -24,9 +24,9 @@ wxString PinStatusText(const Korvex::PinStatus& status, PinActions actions = Pin
 enum ValidityMark { VALIDITY_UNKNOWN, VALIDITY_GOOD, VALIDITY_EXPIRES_SOON, VALIDITY_NOT_VALID };
 
 // Expired or not yet valid, within 90 days of its end, or good.
-ValidityMark CertificateValidity(const ListEntryData& row, std::time_t now);
+ValidityMark CertificateValidity(const CardRow& row, std::time_t now);
 // The "Gültig bis" cell: local date of the end, with a word when marked.
-wxString ValidUntilText(const ListEntryData& row, std::time_t now);
+wxString ValidUntilText(const CardRow& row, std::time_t now);
 // Issuer and exact validity period of the certificate the refresh read (a
 // card's two certificates are issued together), for the row's tooltip.
-wxString CertificateDetails(const ListEntryData& row);
+wxString CertificateDetails(const CardRow& row);

@@ -17,6 +17,11 @@ struct ListEntryData {
     wxString holder;   // common name of the signing certificate, or "unbekannt"
     wxString typeName; // display name of the card type, empty when unknown
     int type = Korvex::TOKEN_UNKNOWN; // TokenType, stored as the row's item data
+};
+
+// The row as this program keeps it: the card list's record and what the
+// window shows beside it (PIN lines, validity, tooltip, the token's profile).
+struct CardRow : ListEntryData {
     unsigned long slotId = 0;          // the reader the card was read in
     Korvex::CardPinStates pins;        // what the card told about its PINs
     // Validity of the signature certificate (UTC seconds), 0 when unknown.
@@ -28,7 +33,7 @@ struct ListEntryData {
     std::vector<wxString> certificates; // standard tokens: certificate labels, in token order
 };
 
-typedef std::vector<std::shared_ptr<ListEntryData>> ListEntryVector;
+typedef std::vector<std::shared_ptr<CardRow>> ListEntryVector;
 
 // Display name of a card generation (from the generation table); empty for
 // any other value.

@@ -145,7 +145,7 @@ public:
     wxMenu* CreatePopupMenu(Korvex::TokenType type);
     // The popup menu of a standard token: its PIN, each certificate by its
     // label, the signature test.
-    wxMenu* CreateStandardPopupMenu(const ListEntryData& row);
+    wxMenu* CreateStandardPopupMenu(const CardRow& row);
     // The popup of the selected card, of whichever kind it is.
     wxMenu* CreateSelectedCardMenu();
 
@@ -189,7 +189,7 @@ public:
     // The PIN state line of an application's box.
     wxStaticText* GetPinStateText(Korvex::ApplType appl) const;
     // The row of the selected card as the last refresh read it; null when none.
-    const ListEntryData* SelectedCardData() const;
+    const CardRow* SelectedCardData() const;
     // The selected card's number and type (as GetSelectedItem gives them) and
     // the reader the last refresh saw it in, which spares a look-up of every
     // card's number; false when no card of that refresh is selected.

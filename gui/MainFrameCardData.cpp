@@ -24,7 +24,7 @@ const char kCertificateFileName[] = "vessacards_cert.cer";
 
 void MainFrame::ShowCertificate(std::vector<bool> signatureFirst) {
     const std::string path = Korvex::CombinePaths(Korvex::GetTempDir(), kCertificateFileName);
-    const ListEntryData* row = SelectedCardData();
+    const CardRow* row = SelectedCardData();
     if (row != nullptr && !row->profile.vendor) {
         ShowStandardCertificate(-1);
         return;

@@ -63,7 +63,7 @@ void MainFrame::RunPinCommand(Korvex::ApplType appl, bool unblock)
         Korvex::CardPinStates pins;
     };
     auto pinWork = std::make_shared<PinWork>();
-    const ListEntryData* row = SelectedCardData();
+    const CardRow* row = SelectedCardData();
     const bool standard = row != nullptr && !row->profile.vendor;
     const Korvex::TokenProfile profile = row != nullptr ? row->profile : Korvex::TokenProfile();
     const StandardPinTexts texts =
@@ -145,7 +145,7 @@ void MainFrame::ApplyPinStates(const std::string& number, const Korvex::CardPinS
     for (int item = 0; item < list_ctrl_cards->GetItemCount(); ++item) {
         if (list_ctrl_cards->RowText(item, 0) != wxString::FromUTF8(number.c_str()))
             continue;
-        for (const std::shared_ptr<ListEntryData>& row : m_Rows)
+        for (const std::shared_ptr<CardRow>& row : m_Rows)
             if (row->number == list_ctrl_cards->RowText(item, 0))
                 row->pins = pins;
         list_ctrl_cards->SetRowImage(item, pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);

@@ -73,7 +73,7 @@ void MainFrame::RunStandardSignatureTest()
         Korvex::PKCS11Return login = Korvex::PKCS11_ERROR;
         std::vector<Korvex::SignatureCheckResult> results;
     };
-    const ListEntryData* row = SelectedCardData();
+    const CardRow* row = SelectedCardData();
     if (row == nullptr)
         return;
     const Korvex::TokenProfile profile = row->profile;
@@ -115,7 +115,7 @@ void MainFrame::RunStandardSignatureTest()
 
 void MainFrame::RunSignatureTest(const wxString& title, Korvex::ApplType appl)
 {
-    const ListEntryData* row = SelectedCardData();
+    const CardRow* row = SelectedCardData();
     if (row != nullptr && !row->profile.vendor) {
         RunStandardSignatureTest();
         return;

@@ -113,7 +113,7 @@ void MainFrame::ApplySelectionRules()
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_UNKNOWN;
     GetSelectedItem(number, type);
-    const ListEntryData* selected = SelectedCardData();
+    const CardRow* selected = SelectedCardData();
     // A standard token's one user PIN lives in the signature group.
     const bool standard = selected != nullptr && !selected->profile.vendor;
     sizer_sig_staticbox->SetLabel(standard ? Tr("PIN") : Tr("Signaturzertifikat"));
@@ -141,7 +141,7 @@ void MainFrame::ApplySelectionRules()
         button_sig_puk->Enable(generation->unblock);
     }
     // A locked PIN can only be unblocked, not changed.
-    if (const ListEntryData* row = SelectedCardData()) {
+    if (const CardRow* row = SelectedCardData()) {
         wxButton* change[] = {button_sig_change_pin, button_enc_change_pin, button_pers_change};
         for (int appl = Korvex::APPL_SIGNATURE; appl <= Korvex::APPL_IDENTITY_LINK; ++appl)
             if (row->pins.pins[appl].known && row->pins.pins[appl].locked)
@@ -187,7 +187,7 @@ wxMenu* MainFrame::CreatePopupMenu(Korvex::TokenType type)
     return menu;
 }
 
-wxMenu* MainFrame::CreateStandardPopupMenu(const ListEntryData& row)
+wxMenu* MainFrame::CreateStandardPopupMenu(const CardRow& row)
 {
     wxMenu* menu = new wxMenu();
     if (row.profile.change[Korvex::APPL_SIGNATURE]) {
@@ -224,7 +224,7 @@ wxMenu* MainFrame::CreateSelectedCardMenu()
     std::string number;
     Korvex::TokenType type = Korvex::TOKEN_ACOS_A03;
     GetSelectedItem(number, type);
-    const ListEntryData* row = SelectedCardData();
+    const CardRow* row = SelectedCardData();
     return row != nullptr && !row->profile.vendor ? CreateStandardPopupMenu(*row) : CreatePopupMenu(type);
 }
 
@@ -376,7 +376,7 @@ wxString MainFrame::MarkCardsWithUnreadData(const ListEntryVector& rows)
     // objects could not be read, and what it said of its PINs is not vouched
     // for either.
     wxString numbers;
-    for (const std::shared_ptr<ListEntryData>& row : rows) {
+    for (const std::shared_ptr<CardRow>& row : rows) {
         if (row->holder != wxString::FromUTF8("unbekannt") || row->number == wxString::FromUTF8(EMPTY_CARD.c_str()))
             continue;
         for (Korvex::PinStatus& pin : row->pins.pins) {
@@ -406,7 +406,7 @@ void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSel
     // Every row goes in at the position of the one before, so the last card
     // read ends up on top.
     int index = 0;
-    for (const std::shared_ptr<ListEntryData>& row : rows) {
+    for (const std::shared_ptr<CardRow>& row : rows) {
         CardList::Row contents;
         // The placeholder is the only holder text of the program's own.
         const wxString holder = row->holder == wxString::FromUTF8("unbekannt") ? Tr("unbekannt") : row->holder;

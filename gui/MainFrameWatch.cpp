@@ -43,13 +43,13 @@ void MainFrame::evt_OnWatchTimer(wxTimerEvent& /*event*/)
     }
 }
 
-const ListEntryData* MainFrame::SelectedCardData() const
+const CardRow* MainFrame::SelectedCardData() const
 {
     const int item = list_ctrl_cards->GetSelectedRow();
     if (item == wxNOT_FOUND)
         return nullptr;
     const wxString number = list_ctrl_cards->RowText(item, 0);
-    for (const std::shared_ptr<ListEntryData>& row : m_Rows)
+    for (const std::shared_ptr<CardRow>& row : m_Rows)
         if (row->number == number)
             return row.get();
     return nullptr;
@@ -58,7 +58,7 @@ const ListEntryData* MainFrame::SelectedCardData() const
 bool MainFrame::SelectedCardReader(std::string& number, Korvex::TokenType& type, CK_SLOT_ID& slotId)
 {
     GetSelectedItem(number, type);
-    const ListEntryData* row = SelectedCardData();
+    const CardRow* row = SelectedCardData();
     if (row == nullptr || number.empty() || number == EMPTY_CARD)
         return false;
     slotId = row->slotId;
@@ -67,7 +67,7 @@ bool MainFrame::SelectedCardReader(std::string& number, Korvex::TokenType& type,
 
 void MainFrame::ShowSelectedCardState()
 {
-    const ListEntryData* row = SelectedCardData();
+    const CardRow* row = SelectedCardData();
     for (int appl = Korvex::APPL_SIGNATURE; appl <= Korvex::APPL_IDENTITY_LINK; ++appl) {
         const Korvex::PinStatus* pin = row != nullptr ? &row->pins.pins[appl] : nullptr;
         const PinActions actions = row != nullptr ? PinActionsFor(row->type, static_cast<Korvex::ApplType>(appl))

@@ -32,7 +32,7 @@ std::time_t UtcSeconds(unsigned short year, unsigned short month, unsigned short
 }
 
 // Validity and issuer of a certificate into its row.
-void TakeValidity(const Korvex::slCertificate& certificate, ListEntryData& entry)
+void TakeValidity(const Korvex::slCertificate& certificate, CardRow& entry)
 {
     unsigned short y, mo, d, h, mi, s;
     certificate.ValidFrom(y, mo, d, h, mi, s);
@@ -124,7 +124,7 @@ void RefreshCardThread::DoWork(std::vector<Korvex::SlotStruct*> slots)
 
         const wxString typeName = infoRead ? TokenTypeDisplayName(info.tokenType) : wxString();
 
-        std::shared_ptr<ListEntryData> entry = std::make_shared<ListEntryData>();
+        std::shared_ptr<CardRow> entry = std::make_shared<CardRow>();
         entry->slotId = slots[i]->slotID;
         const Korvex::TokenState state{raw.flags};
         entry->pins = Korvex::ReadCardPinStates(*m_P11, info, infoRead ? &state : nullptr);
@@ -146,7 +146,7 @@ void RefreshCardThread::DoWork(std::vector<Korvex::SlotStruct*> slots)
 void RefreshCardThread::ReadStandardToken(const Korvex::SlotStruct& slot, const Korvex::TokenInfoStruct2& info,
                                           const CK_TOKEN_INFO& raw, const Korvex::TokenProfile& profile)
 {
-    std::shared_ptr<ListEntryData> entry = std::make_shared<ListEntryData>();
+    std::shared_ptr<CardRow> entry = std::make_shared<CardRow>();
     entry->slotId = slot.slotID;
     entry->number = wxString::FromUTF8(slot.serial.c_str());
     // The vendor's cards keep their type name behind a module without the

@@ -52,7 +52,7 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
     // SoftHSM2's slot is fixed; the free slot after it holds no token.
     ASSERT_EQ(RowNumbers().size(), 1u);
     SelectRow(0);
-    const ListEntryData* row = frame->SelectedCardData();
+    const CardRow* row = frame->SelectedCardData();
     ASSERT_NE(row, nullptr);
     EXPECT_EQ(RowText(0, 1), "Tessa Token rsa");  // the first certificate with its key
     EXPECT_EQ(RowText(0, 2), "SoftHSM project SoftHSM v2");
