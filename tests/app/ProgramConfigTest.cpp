@@ -1,13 +1,11 @@
 // The registered configuration and path tables: every row, the irregular
-// ones included, and how the entries meet the XML file.
+// ones included, and the log file setting as path entry 0.
 #include "app/ProgramConfig.h"
 #include "base/Config.h"
 #include "base/FileSystem.h"
 #include "tests/app/AppTestSupport.h"
 
 #include "tests/support/TestCommon.h"
-
-#include <set>
 
 namespace {
 
@@ -35,7 +33,7 @@ protected:
     AppTests::ScratchDir m_dir;
 };
 
-TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
+TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypesTraceRowsInTheirSubgroup)
 {
     const char* keys[] = {"", "CheckForUpdates", "DXR", "InstallDir", "Updateable", "Version"};
     for (unsigned i = 0; i < 6; ++i) {
@@ -54,20 +52,16 @@ TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypes)
         ExpectEntry(18 + 2 * i, 0, "vessa Client", more[i]);
         ExpectEntry(19 + 2 * i, 1, "vessa Client", more[i]);
     }
-}
-
-TEST_F(ProgramConfigTest, TraceRowsLiveInTheTraceSubgroup)
-{
-    const char* keys[] = {"LogMode", "LogLevel", "Filename"};
+    const char* trace[] = {"LogMode", "LogLevel", "Filename"};
     for (unsigned i = 0; i < 3; ++i) {
-        ExpectEntry(12 + 2 * i, 0, "vessa Client\\Trace", keys[i]);
-        ExpectEntry(13 + 2 * i, 1, "vessa Client\\Trace", keys[i]);
+        ExpectEntry(12 + 2 * i, 0, "vessa Client\\Trace", trace[i]);
+        ExpectEntry(13 + 2 * i, 1, "vessa Client\\Trace", trace[i]);
     }
 }
 
 // Irregular on purpose: two number pairs for EnableKorvexPinDialog and
 // EnableExternalPin, and the spelling of PinEntryRequireSecuryMode.
-TEST_F(ProgramConfigTest, DriverGroupRowsAreComplete)
+TEST_F(ProgramConfigTest, DriverGroupRowsAreCompleteAndNoNumberAboveSixtyFour)
 {
     const char* keys[] = {"EnableKorvexPinDialog", "EnableExternalPin", "EnableLogging",
                           "EnableCardAuthenticateEx", "PinCachePolicyType", "PinCachePolicyInfo",
@@ -79,32 +73,8 @@ TEST_F(ProgramConfigTest, DriverGroupRowsAreComplete)
         ExpectEntry(29 + 2 * i, 0, "VessaMiniDriver", keys[i]);
         ExpectEntry(30 + 2 * i, 1, "VessaMiniDriver", keys[i]);
     }
-}
-
-TEST_F(ProgramConfigTest, NumbersAboveSixtyFourDoNotExist)
-{
     EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(65), nullptr);
     EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(100), nullptr);
-}
-
-TEST_F(ProgramConfigTest, BothSystemTypesReadTheSameElementOfTheAllUsersFile)
-{
-    Config::GetHandle(0)->Destroy();
-    AppTests::WriteAllUsersConfig(
-        m_dir.path(), "<vessa_Client><Trace><LogLevel>3</LogLevel></Trace></vessa_Client>");
-    GenerateConfig();
-    long level14 = -1, level15 = -1;
-    EXPECT_TRUE(Config::GetHandle(0)->GetInteger(14, level14));
-    EXPECT_TRUE(Config::GetHandle(0)->GetInteger(15, level15));
-    EXPECT_EQ(level14, 3);
-    EXPECT_EQ(level15, 3);
-}
-
-TEST_F(ProgramConfigTest, MissingValueKeepsTheCallersPreset)
-{
-    long level = 42;
-    EXPECT_FALSE(Config::GetHandle(0)->GetInteger(VessaCards::CFG_LOG_LEVEL, level));
-    EXPECT_EQ(level, 42);
 }
 
 TEST_F(ProgramConfigTest, LogFileBecomesPathEntryZeroUnderTheUserDirectory)

@@ -1,5 +1,5 @@
-// Process start-up: when the log is switched on, where it goes, what its
-// lines look like, and the hooks that carry the token layer's lines into it.
+// Process start-up: when the log is switched on, where it goes, the hooks
+// that carry the token layer's lines into it, and teardown.
 #include "app/AppStartup.h"
 #include "app/VessaCardsLogger.h"
 #include "base/Config.h"
@@ -9,43 +9,28 @@
 
 #include "tests/support/TestCommon.h"
 
-#include <regex>
-
-#include <sys/syscall.h>
-
 namespace {
 
 using VessaCards::LogDirectoryFromSettings;
 
-TEST(LogDirectoryFromSettings, NeedsAPositiveLevelAndAPathOfFiveCharacters)
+TEST(LogDirectoryFromSettings, NeedsAPositiveLevelAndAPathOfFiveCharactersAndDropsAFileNameEndingInLog)
 {
-    std::string dir = "unchanged";
-    EXPECT_FALSE(LogDirectoryFromSettings(0, "/var/log/vessa", dir));
-    EXPECT_FALSE(LogDirectoryFromSettings(-3, "/var/log/vessa", dir));
-    EXPECT_FALSE(LogDirectoryFromSettings(1, "/var", dir)); // four characters
-    EXPECT_FALSE(LogDirectoryFromSettings(5, "", dir));
-    EXPECT_EQ(dir, "unchanged");
-
-    EXPECT_TRUE(LogDirectoryFromSettings(1, "/var/", dir));
-    EXPECT_EQ(dir, "/var/");
-    // Any level of 1 or more only switches the log on.
-    EXPECT_TRUE(LogDirectoryFromSettings(99, "/var/log/vessa", dir));
-    EXPECT_EQ(dir, "/var/log/vessa");
-}
-
-TEST(LogDirectoryFromSettings, AFileNameEndingInLogKeepsOnlyItsDirectory)
-{
-    std::string dir;
-    EXPECT_TRUE(LogDirectoryFromSettings(1, "/var/log/vessa/trace.log", dir));
-    EXPECT_EQ(dir, "/var/log/vessa");
-    EXPECT_TRUE(LogDirectoryFromSettings(1, "/var/log/vessa/TRACE.LOG", dir));
-    EXPECT_EQ(dir, "/var/log/vessa");
-    // A bare name of exactly five characters writes into the working directory.
-    EXPECT_TRUE(LogDirectoryFromSettings(1, "a.log", dir));
-    EXPECT_EQ(dir, "");
-    // ".log" in the middle is not a suffix.
-    EXPECT_TRUE(LogDirectoryFromSettings(1, "/srv/a.logs", dir));
-    EXPECT_EQ(dir, "/srv/a.logs");
+    const struct {
+        long level;
+        const char* path;
+        const char* dir; // null: no log
+    } cases[] = {
+        {0, "/var/log/vessa", nullptr}, {-3, "/var/log/vessa", nullptr}, {1, "/var", nullptr}, {5, "", nullptr},
+        {1, "/var/", "/var/"}, {99, "/var/log/vessa", "/var/log/vessa"}, // any level of 1 or more only switches it on
+        {1, "/var/log/vessa/trace.log", "/var/log/vessa"}, {1, "/var/log/vessa/TRACE.LOG", "/var/log/vessa"},
+        {1, "a.log", ""},                  // a bare name of five characters: the working directory
+        {1, "/srv/a.logs", "/srv/a.logs"}, // ".log" in the middle is not a suffix
+    };
+    for (const auto& c : cases) {
+        std::string dir = "unchanged";
+        EXPECT_EQ(LogDirectoryFromSettings(c.level, c.path, dir), c.dir != nullptr) << c.level << " " << c.path;
+        EXPECT_EQ(dir, c.dir != nullptr ? c.dir : "unchanged") << c.level << " " << c.path;
+    }
 }
 
 // Restores the process-wide singletons after each start-up test.
@@ -92,47 +77,6 @@ protected:
     AppTests::ScratchDir m_settings;
     AppTests::ScratchDir m_logs;
 };
-
-TEST_F(StartupTest, LogLinesCarryTimeKindAndThreadId)
-{
-    const std::string path = VessaCards::StartApplicationLog(m_logs.path());
-    AppLog()->LogMessage("from the main thread");
-    long workerId = 0;
-    std::thread worker([&workerId] {
-        workerId = static_cast<long>(syscall(SYS_gettid));
-        ::acPKCS11::LogError("PKCS11 Proc_C_OpenSession ERROR", 0x1b0);
-    });
-    worker.join();
-
-    const std::vector<std::string> files = LogFiles(m_logs.path());
-    ASSERT_EQ(files.size(), 1u);
-    EXPECT_TRUE(std::regex_match(files[0], std::regex(R"(VessaCards_\d{4}-\d\d-\d\d-\d\d-\d\d-\d\d\.log)")))
-        << files[0];
-    EXPECT_EQ(path, m_logs.path() + "/" + files[0]);
-
-    const std::string text = AppTests::ReadText(path);
-    const long mainId = static_cast<long>(syscall(SYS_gettid));
-    const std::string stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)";
-    EXPECT_TRUE(std::regex_search(
-        text, std::regex(stamp + "      MESSAGE \\(" + std::to_string(mainId) + "\\) from the main thread\n")))
-        << text;
-    EXPECT_TRUE(std::regex_search(
-        text, std::regex(stamp + "        ERROR \\(" + std::to_string(workerId) +
-                         "\\) PKCS11 Proc_C_OpenSession ERROR0x1b0\n")))
-        << text;
-}
-
-TEST_F(StartupTest, ALogFolderThatCannotHoldTheLogIsNamedOnStandardError)
-{
-    const std::string blocked = m_logs.path() + "/a-file";
-    TestSupport::WriteText(blocked, "in the way");
-    testing::internal::CaptureStderr();
-    const std::string path = VessaCards::StartApplicationLog(blocked);
-    const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(said, "log file " + path + " cannot be written: Not a directory\n");
-    AppLog()->LogMessage("nowhere to go");  // and the program goes on
-    EXPECT_EQ(TestSupport::ReadText(blocked), "in the way");
-}
 
 TEST_F(StartupTest, LevelZeroStartsNoLogAndNoHooks)
 {
