@@ -8,8 +8,6 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
-#include "tests/support/TestCommon.h"
-
 using namespace Korvex;
 using namespace CryptoTest;
 

@@ -4,8 +4,6 @@
 #include <openssl/err.h>
 #include <openssl/x509.h>
 
-#include "tests/support/TestCommon.h"
-
 using namespace Korvex;
 using namespace CryptoTest;
 

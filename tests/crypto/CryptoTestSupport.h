@@ -48,24 +48,16 @@ inline Bytes FromHex(const std::string& hex)
 
 using TestSupport::LogCapture;
 
-// Sets TZ for one scope and restores the previous zone afterwards.
+// Sets TZ for one scope; the zone is read again on entry and once the
+// previous one is back (members end in reverse order).
 class TimeZoneGuard {
-public:
-    explicit TimeZoneGuard(const char* zone) : m_had(std::getenv("TZ") != nullptr)
-    {
-        m_old = m_had ? std::getenv("TZ") : "";
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~TimeZoneGuard()
-    {
-        m_had ? setenv("TZ", m_old.c_str(), 1) : unsetenv("TZ");
-        tzset();
-    }
+    struct Reread {
+        ~Reread() { tzset(); }
+    } m_reread;
+    TestSupport::EnvGuard m_zone;
 
-private:
-    bool m_had;
-    std::string m_old;
+public:
+    explicit TimeZoneGuard(const char* zone) : m_zone("TZ", zone) { tzset(); }
 };
 
 } // namespace CryptoTest

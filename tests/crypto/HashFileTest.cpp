@@ -3,8 +3,6 @@
 #include "crypto/LibCrypto.h"
 #include "CryptoTestSupport.h"
 
-#include "tests/support/TestCommon.h"
-
 using namespace Korvex;
 using namespace CryptoTest;
 
