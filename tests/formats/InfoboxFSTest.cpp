@@ -29,18 +29,6 @@ bool parse(InfoboxFS& fs, const Bytes& raw) { return fs.ParseInfoboxData(ByteArr
 
 } // namespace
 
-TEST(InfoboxFS, ParsesEntriesUpToAZeroTag)
-{
-    InfoboxFS fs;
-    ASSERT_TRUE(parse(fs, {0x41, 0x49, 0x4B, 0x01, 0x01, 0x00, 0x03, 0x00, 0x61, 0x62, 0x63, 0x00, 0x02, 0x00}));
-    unsigned char type = 0xEE;
-    ByteArray data;
-    ASSERT_TRUE(fs.GetEntry(1, type, data));
-    EXPECT_EQ(type, 0);
-    EXPECT_EQ(data.ToVector(), (Bytes{0x61, 0x62, 0x63}));
-    EXPECT_EQ(fs.GetTagList(), (Bytes{1}));
-}
-
 TEST(InfoboxFS, HeaderAndVersions)
 {
     for (unsigned char version : {0, 1, 2, 0xFF}) {

@@ -75,16 +75,12 @@ TEST(ParseRsaKey, NumbersWithoutLeadingZerosAtAnyOffset)
     EXPECT_EQ(key.curve, "");
 }
 
-TEST(ParseRsaKey, KeysMadeByOpenSslAndTheLargestModulus)
+// A key made by OpenSSL: CutAtEveryByteReadsOnlyCompleteNumbers.
+TEST(ParseRsaKey, TheLargestModulusFillsItsArray)
 {
-    PKeyPtr pkey(EVP_RSA_gen(2048), &EVP_PKEY_free);
-    ASSERT_NE(pkey, nullptr);
-    ParsedPublicKey key = parseExact(rsaPublicKeyDer(pkey.get()));
-    EXPECT_EQ(modulus(key), paramBytes(pkey.get(), OSSL_PKEY_PARAM_RSA_N));
-    EXPECT_EQ(exponent(key), paramBytes(pkey.get(), OSSL_PKEY_PARAM_RSA_E));
     // 4096 bits: the 513-byte INTEGER, zero octet first, fills the 512-byte array.
     const Bytes n = pattern(512, 0x81);
-    key = parseExact(tlv(0x30, cat({tlv(0x02, cat({Bytes{0x00}, n})), Bytes{0x02, 0x03, 0x01, 0x00, 0x01}})));
+    ParsedPublicKey key = parseExact(tlv(0x30, cat({tlv(0x02, cat({Bytes{0x00}, n})), Bytes{0x02, 0x03, 0x01, 0x00, 0x01}})));
     EXPECT_EQ(modulus(key), n);
     EXPECT_EQ(exponent(key), (Bytes{0x01, 0x00, 0x01}));
 }
