@@ -1,5 +1,5 @@
-// Language selection and catalogue loading, with catalogues written by the
-// test into a private data directory.
+// Language selection and catalogue loading, with the program's English
+// catalogue copied into a private data directory.
 #include "app/I18N.h"
 #include "tests/app/AppTestSupport.h"
 
@@ -9,37 +9,7 @@
 
 #include "tests/support/TestCommon.h"
 
-#include <cstdint>
-#include <map>
-
 namespace {
-
-// Writes a GNU message catalogue (.mo) holding `texts` (UTF-8).
-void WriteMoFile(const std::string& path, std::map<std::string, std::string> texts)
-{
-    texts[""] = "Content-Type: text/plain; charset=UTF-8\n";
-    const uint32_t count = static_cast<uint32_t>(texts.size());
-    const uint32_t originals = 28, translations = originals + 8 * count;
-    uint32_t offset = translations + 8 * count;
-
-    std::vector<uint32_t> header = {0x950412de, 0, count, originals, translations, 0, offset};
-    std::vector<uint32_t> originalTable, translationTable;
-    std::string strings;
-    for (const auto& text : texts) {
-        originalTable.push_back(static_cast<uint32_t>(text.first.size()));
-        originalTable.push_back(offset + static_cast<uint32_t>(strings.size()));
-        strings += text.first + '\0';
-    }
-    for (const auto& text : texts) {
-        translationTable.push_back(static_cast<uint32_t>(text.second.size()));
-        translationTable.push_back(offset + static_cast<uint32_t>(strings.size()));
-        strings += text.second + '\0';
-    }
-    std::ofstream out(path, std::ios::binary);
-    for (const std::vector<uint32_t>* table : {&header, &originalTable, &translationTable})
-        out.write(reinterpret_cast<const char*>(table->data()), table->size() * 4);
-    out << strings;
-}
 
 class I18NTest : public testing::Test {
 protected:
@@ -49,7 +19,6 @@ protected:
         wxStandardPaths::Get().SetInstallPrefix(m_prefix);
         wxAppConsole::GetInstance()->SetAppName("vessatest");
         m_catalogFolder = m_prefix + "/share/vessatest/vessaclient/I18N";
-        std::system(("mkdir -p '" + m_catalogFolder + "'").c_str());
     }
     void TearDown() override
     {
@@ -64,15 +33,15 @@ protected:
         setenv("LANG", locale, 1);
     }
 
-    // Puts the catalogue into every folder name the default language may be
-    // looked up under.
+    // Puts the program's English catalogue into every folder name the
+    // default language may be looked up under.
     void InstallCatalogForDefaultLanguage()
     {
+        const std::string english = TestSupport::BinaryDir() + "/share/VessaClient/vessaclient/I18N/en/LC_MESSAGES";
         for (const char* folder : {"en", "en_US", "C", "POSIX"}) {
             const std::string dir = m_catalogFolder + "/" + folder;
-            std::system(("mkdir -p '" + dir + "'").c_str());
-            WriteMoFile(dir + "/VessaClient.mo", {{"Kartenverwaltung", "Card Manager"},
-                                                  {"Infobox anzeigen", "Show infobox"}});
+            std::filesystem::create_directories(dir);
+            std::filesystem::copy_file(english + "/VessaClient.mo", dir + "/VessaClient.mo");
         }
     }
 
@@ -95,7 +64,7 @@ TEST_F(I18NTest, CatalogueOfTheDesktopLanguageTranslatesAndTheCLocaleStaysGerman
     // The C locale of the test machine may count as "not available".
     EXPECT_TRUE(result == I18N::I18N_OK || result == I18N::I18N_LANGUAGE_UNAVAILABLE) << result;
     EXPECT_EQ(wxGetTranslation("Kartenverwaltung"), "Card Manager");
-    EXPECT_EQ(wxGetTranslation(wxString::FromUTF8("Ausgestellt für")), wxString::FromUTF8("Ausgestellt für"));
+    EXPECT_EQ(wxGetTranslation(wxString::FromUTF8("Nicht übersetzt")), wxString::FromUTF8("Nicht übersetzt"));
 }
 
 TEST_F(I18NTest, UnavailableLanguageFallsBackToTheDefault)
