@@ -14,8 +14,6 @@ using namespace dertest;
 
 namespace {
 
-const char* const kNoPersonSequence = "Personenbindung::_doPersonData keine Sequence";
-
 struct RecordParts {
     Bytes head = cat({Bytes{0x02, 0x01, 0x01}, utf8("urn:publicid:gv.at:cdid+ZMR"), utf8("id-4711"), utf8("2012-03-04")});
     Bytes personData = tlv(0xA0, tlv(0x30, cat({utf8("Ab1Cd2=="), utf8("Maria"), utf8("Musterfrau"), utf8("1971-02-03")})));
@@ -106,7 +104,7 @@ TEST(Personenbindung, PersonDataMissingInLongFormOrIncomplete)
     RecordParts parts;
     ASSERT_EQ(parseExact(record, tlv(0x30, parts.head)), 1);
     EXPECT_EQ(record.getGivenName(), "");
-    EXPECT_EQ(log.errors(), (std::vector<std::string>{kNoPersonSequence}));
+    EXPECT_EQ(log.errors(), (std::vector<std::string>{"Personenbindung::_doPersonData keine Sequence"}));
 
     parts.personData = tlv(0xA0, cat({Bytes{0x30, 0x81, 0x0D}, utf8("Base"), utf8("Given")}));
     ASSERT_EQ(parseExact(record, parts.build()), 1);
