@@ -33,46 +33,36 @@ protected:
     AppTests::ScratchDir m_dir;
 };
 
-TEST_F(ProgramConfigTest, ClientGroupRowsArePairsOfBothSystemTypesTraceRowsInTheirSubgroup)
+// Rows come in pairs of both system types from the first number on. The
+// driver group is irregular on purpose: two number pairs for
+// EnableKorvexPinDialog and EnableExternalPin, and the spelling of
+// PinEntryRequireSecuryMode.
+TEST_F(ProgramConfigTest, EveryRowAndNoNumberAboveSixtyFour)
 {
-    const char* keys[] = {"", "CheckForUpdates", "DXR", "InstallDir", "Updateable", "Version"};
-    for (unsigned i = 0; i < 6; ++i) {
-        ExpectEntry(2 * i, 0, "vessa Client", keys[i]);
-        ExpectEntry(2 * i + 1, 1, "vessa Client", keys[i]);
+    const struct {
+        unsigned first;
+        const char* path;
+        std::vector<const char*> keys;
+    } pairs[] = {
+        {0, "vessa Client", {"", "CheckForUpdates", "DXR", "InstallDir", "Updateable", "Version"}},
+        {12, "vessa Client\\Trace", {"LogMode", "LogLevel", "Filename"}},
+        {18, "vessa Client", {"DeleteLogfilesAfterXDays", "FixIt", "CleanCertsOnRefresh", "MakeDialogsStayOnTop"}},
+        {27, "vessa Client", {"Language"}},
+        {29, "VessaMiniDriver", {"EnableKorvexPinDialog", "EnableExternalPin", "EnableLogging",
+                                 "EnableCardAuthenticateEx", "PinCachePolicyType", "PinCachePolicyInfo",
+                                 "EnableOutputDebugString", "EnableKorvexPinDialog", "PinEntryRequireSecuryMode",
+                                 "EnableExternalPin", "IgnoreAcosSubVersion", "CheckReaderCapabilities",
+                                 "EnableDiagnostics", "DoExclusiveReconnect", "MiniDriverVersion",
+                                 "MiniDriverMinVersion"}},
+        {61, "vessa Client", {"AutoRefresh", "PKCS11Module"}},
+    };
+    for (const auto& group : pairs) {
+        for (unsigned i = 0; i < group.keys.size(); ++i) {
+            ExpectEntry(group.first + 2 * i, 0, group.path, group.keys[i]);
+            ExpectEntry(group.first + 2 * i + 1, 1, group.path, group.keys[i]);
+        }
     }
-    ExpectEntry(26, 0, "Orbelia", "InstallDir");  // no twin: 27 is the Language entry
-    ExpectEntry(27, 0, "vessa Client", "Language");
-    ExpectEntry(28, 1, "vessa Client", "Language");
-    ExpectEntry(61, 0, "vessa Client", "AutoRefresh");
-    ExpectEntry(62, 1, "vessa Client", "AutoRefresh");
-    ExpectEntry(63, 0, "vessa Client", "PKCS11Module");
-    ExpectEntry(64, 1, "vessa Client", "PKCS11Module");
-    const char* more[] = {"DeleteLogfilesAfterXDays", "FixIt", "CleanCertsOnRefresh", "MakeDialogsStayOnTop"};
-    for (unsigned i = 0; i < 4; ++i) {
-        ExpectEntry(18 + 2 * i, 0, "vessa Client", more[i]);
-        ExpectEntry(19 + 2 * i, 1, "vessa Client", more[i]);
-    }
-    const char* trace[] = {"LogMode", "LogLevel", "Filename"};
-    for (unsigned i = 0; i < 3; ++i) {
-        ExpectEntry(12 + 2 * i, 0, "vessa Client\\Trace", trace[i]);
-        ExpectEntry(13 + 2 * i, 1, "vessa Client\\Trace", trace[i]);
-    }
-}
-
-// Irregular on purpose: two number pairs for EnableKorvexPinDialog and
-// EnableExternalPin, and the spelling of PinEntryRequireSecuryMode.
-TEST_F(ProgramConfigTest, DriverGroupRowsAreCompleteAndNoNumberAboveSixtyFour)
-{
-    const char* keys[] = {"EnableKorvexPinDialog", "EnableExternalPin", "EnableLogging",
-                          "EnableCardAuthenticateEx", "PinCachePolicyType", "PinCachePolicyInfo",
-                          "EnableOutputDebugString", "EnableKorvexPinDialog",
-                          "PinEntryRequireSecuryMode", "EnableExternalPin", "IgnoreAcosSubVersion",
-                          "CheckReaderCapabilities", "EnableDiagnostics", "DoExclusiveReconnect",
-                          "MiniDriverVersion", "MiniDriverMinVersion"};
-    for (unsigned i = 0; i < 16; ++i) {
-        ExpectEntry(29 + 2 * i, 0, "VessaMiniDriver", keys[i]);
-        ExpectEntry(30 + 2 * i, 1, "VessaMiniDriver", keys[i]);
-    }
+    ExpectEntry(26, 0, "Orbelia", "InstallDir"); // no twin: 27 is the Language entry
     EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(65), nullptr);
     EXPECT_EQ(Config::GetHandle(0)->GetConfigEntry(100), nullptr);
 }
