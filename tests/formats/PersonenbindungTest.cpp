@@ -53,7 +53,7 @@ TEST(Personenbindung, ParsesACompleteRecord)
     TestSupport::LogCapture log(LibAsn1::acPKCS11_SetErrorLoggingFunc);
     Personenbindung record;
     ASSERT_EQ(parseExact(record, RecordParts().build()), 1);
-    // Every text field: IdentityLinkBuilder.RecordParsesBackIntoItsFields.
+    // Every text field: IdentityLinkBuilder.RecordParsesBackIntoItsFieldsWithAnExactOuterLength.
     EXPECT_EQ(record.getVersion(), 1);
     EXPECT_EQ(stored(record, kSignature), pattern(256, 0x11));
     EXPECT_EQ(stored(record, kDigest0), pattern(20, 0x21));

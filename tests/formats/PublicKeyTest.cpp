@@ -75,12 +75,13 @@ TEST(ParseRsaKey, NumbersWithoutLeadingZerosAtAnyOffset)
     EXPECT_EQ(key.curve, "");
 }
 
-// A key made by OpenSSL: CutAtEveryByteReadsOnlyCompleteNumbers.
+// A key made by OpenSSL: ParseRsaKey.CutAtEveryByteReadsOnlyCompleteNumbers.
 TEST(ParseRsaKey, TheLargestModulusFillsItsArray)
 {
     // 4096 bits: the 513-byte INTEGER, zero octet first, fills the 512-byte array.
     const Bytes n = pattern(512, 0x81);
-    ParsedPublicKey key = parseExact(tlv(0x30, cat({tlv(0x02, cat({Bytes{0x00}, n})), Bytes{0x02, 0x03, 0x01, 0x00, 0x01}})));
+    const Bytes exponent3 = {0x02, 0x03, 0x01, 0x00, 0x01};
+    ParsedPublicKey key = parseExact(tlv(0x30, cat({tlv(0x02, cat({Bytes{0x00}, n})), exponent3})));
     EXPECT_EQ(modulus(key), n);
     EXPECT_EQ(exponent(key), (Bytes{0x01, 0x00, 0x01}));
 }
