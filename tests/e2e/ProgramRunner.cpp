@@ -1,9 +1,7 @@
 // Child-process and X window helpers of the end-to-end tests.
 #include "tests/e2e/ProgramRunner.h"
 
-#include <X11/Xatom.h>
 #include <X11/Xlib.h>
-#include <X11/Xutil.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -151,80 +149,20 @@ std::string ProgramRunner::StandardError() const
     return TestSupport::ReadText(m_stderrPath);
 }
 
-namespace {
-
-// A window property's raw items (8-bit text or 32-bit numbers, which Xlib
-// hands over as longs); empty when the window has none of that type.
-std::string Property(Display* display, Window window, const char* name, Atom type, int* format)
-{
-    const Atom property = XInternAtom(display, name, True);
-    Atom actualType;
-    unsigned long count, after;
-    unsigned char* data = nullptr;
-    std::string bytes;
-    if (property != None && XGetWindowProperty(display, window, property, 0, 1024, False, type, &actualType, format,
-                                               &count, &after, &data) == Success && data != nullptr) {
-        bytes.assign(reinterpret_cast<char*>(data), count * (*format == 32 ? sizeof(long) : *format / 8));
-        XFree(data);
-    }
-    return bytes;
-}
-
-std::string TextProperty(Display* display, Window window, const char* name, Atom type)
-{
-    int format = 0;
-    const std::string text = Property(display, window, name, type, &format);
-    return format == 8 ? text : "";
-}
-
-long PidOf(Display* display, Window window)
-{
-    int format = 0;
-    const std::string bytes = Property(display, window, "_NET_WM_PID", XA_CARDINAL, &format);
-    long pid = -1;
-    if (bytes.size() == sizeof pid)
-        std::memcpy(&pid, bytes.data(), sizeof pid);
-    return pid;
-}
-
-void Collect(Display* display, Window window, pid_t pid, std::vector<WindowInfo>& found)
-{
-    XWindowAttributes attributes;
-    if (XGetWindowAttributes(display, window, &attributes) && attributes.map_state == IsViewable &&
-        PidOf(display, window) == pid) {
-        std::string title = TextProperty(display, window, "_NET_WM_NAME",
-                                         XInternAtom(display, "UTF8_STRING", False));
-        if (title.empty())
-            title = TextProperty(display, window, "WM_NAME", XA_STRING);
-        found.push_back({window, title});
-    }
-    Window root, parent, *children = nullptr;
-    unsigned count = 0;
-    if (XQueryTree(display, window, &root, &parent, &children, &count)) {
-        for (unsigned i = 0; i < count; ++i)
-            Collect(display, children[i], pid, found);
-        if (children != nullptr)
-            XFree(children);
-    }
-}
-
-// Windows may vanish while the tree is walked; that is no error here.
-int IgnoreXErrors(Display*, XErrorEvent*)
-{
-    return 0;
-}
-
-} // namespace
-
 std::vector<WindowInfo> WindowsOf(pid_t pid)
 {
+    // xdotool finds a process's windows by their _NET_WM_PID.
     std::vector<WindowInfo> found;
-    XSetErrorHandler(IgnoreXErrors);
-    Display* display = XOpenDisplay(nullptr);
-    if (display == nullptr)
-        return found;
-    Collect(display, DefaultRootWindow(display), pid, found);
-    XCloseDisplay(display);
+    int status = -1;
+    const std::string pidText = std::to_string(pid);
+    for (const std::string& id :
+         TestSupport::SplitLines(TestSupport::RunCommand("xdotool search --onlyvisible --pid " + pidText + " 2>/dev/null",
+                                                         status))) {
+        std::string title = TestSupport::RunCommand("xdotool getwindowname " + id + " 2>/dev/null", status);
+        if (!title.empty() && title.back() == '\n')
+            title.pop_back();
+        found.push_back({std::stoul(id), title});
+    }
     return found;
 }
 
