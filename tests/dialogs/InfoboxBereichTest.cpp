@@ -122,8 +122,6 @@ TEST_F(InfoboxBereichTest, FixedLayoutListsThreeObjectsAndShowsTheIdentityLink) 
     EXPECT_EQ(Binary(), shown);
     Select("RFU1");
     EXPECT_TRUE(Binary().empty());
-    Select("RFU2");
-    EXPECT_TRUE(Binary().empty());
     EXPECT_TRUE(Text().empty());
     dialog->SetContent({0x41, 0x00, 0x42, 0x0A, 0x43}, InfoboxBereich::CONTENT_OTHER);
     EXPECT_EQ(Binary(), "41 00 42 0A 43");
