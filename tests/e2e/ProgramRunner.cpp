@@ -42,8 +42,10 @@ Sandbox::Sandbox()
 }
 
 ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> arguments)
-    : m_program(BuiltProgram()), m_arguments(std::move(arguments)), m_stderrPath(sandbox.Root() + "/stderr-XXXXXX")
+    : m_program(BuiltProgram()), m_arguments(std::move(arguments))
 {
+    static int runs = 0;
+    m_stderrPath = sandbox.Root() + "/stderr-" + std::to_string(++runs);
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
         const size_t equals = text.find('=');
@@ -65,12 +67,6 @@ ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> ar
     m_env["LANG"] = "C.UTF-8";
     m_env.erase("LC_ALL");
     m_env.erase("LC_MESSAGES");
-    std::vector<char> buffer(m_stderrPath.begin(), m_stderrPath.end());
-    buffer.push_back('\0');
-    const int fd = mkstemp(buffer.data());
-    if (fd >= 0)
-        close(fd);
-    m_stderrPath = buffer.data();
 }
 
 ProgramRunner::~ProgramRunner()
@@ -83,39 +79,29 @@ ProgramRunner::~ProgramRunner()
 
 bool ProgramRunner::Start()
 {
-    std::vector<std::string> envText;
+    // env -i hands the child exactly m_env; setpriv (run by root) takes the
+    // rights to override file permissions away.
+    std::vector<std::string> words{"/usr/bin/env", "-i"};
     for (const auto& entry : m_env)
-        envText.push_back(entry.first + "=" + entry.second);
-    static const std::string kDropCapabilities = "/usr/bin/setpriv";
-    static const std::string kFileOverrides = "--bounding-set=-dac_override,-dac_read_search";
-    const bool root = geteuid() == 0 && access(kDropCapabilities.c_str(), X_OK) == 0;
-    const std::string& launcher = root ? kDropCapabilities : m_program;
-    std::vector<char*> argv{const_cast<char*>(launcher.c_str())};
-    std::string reuid = m_user.substr(0, m_user.find(' ')), regid = m_user.substr(m_user.find(' ') + 1);
-    if (root && !m_user.empty()) {
-        for (std::string* option : {&reuid, &regid})
-            argv.push_back(option->data());
-        argv.push_back(const_cast<char*>("--clear-groups"));
+        words.push_back(entry.first + "=" + entry.second);
+    if (geteuid() == 0 && access("/usr/bin/setpriv", X_OK) == 0) {
+        words.push_back("/usr/bin/setpriv");
+        words.insert(words.end(), m_user.begin(), m_user.end());
+        words.insert(words.end(), {"--bounding-set=-dac_override,-dac_read_search", "--"});
     }
-    if (root) {
-        argv.push_back(const_cast<char*>(kFileOverrides.c_str()));
-        argv.push_back(const_cast<char*>("--"));
-        argv.push_back(m_program.data());
-    }
-    for (std::string& argument : m_arguments)
-        argv.push_back(argument.data());
+    words.push_back(m_program);
+    words.insert(words.end(), m_arguments.begin(), m_arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
     argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (std::string& entry : envText)
-        envp.push_back(entry.data());
-    envp.push_back(nullptr);
 
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&files, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&files, 2, m_stderrPath.c_str(), O_WRONLY | O_TRUNC, 0);
-    const bool started = posix_spawn(&m_pid, launcher.c_str(), &files, nullptr, argv.data(), envp.data()) == 0;
+    posix_spawn_file_actions_addopen(&files, 2, m_stderrPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const bool started = posix_spawn(&m_pid, argv[0], &files, nullptr, argv.data(), environ) == 0;
     posix_spawn_file_actions_destroy(&files);
     return started;
 }
