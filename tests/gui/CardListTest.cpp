@@ -129,7 +129,6 @@ TEST_F(CardListTest, ModuleFailuresDuringARefreshLeaveOutWhatCannotBeReadAndSayW
 
     // A one-off failure of the slot list: the window says so, and the next
     // automatic try brings the cards back without the reload button.
-    Sim::ClearFaults();
     Sim::SetFault("C_GetSlotList", nullptr, CKR_DEVICE_ERROR, 1);
     Reload();
     EXPECT_EQ(frame->GetCardList()->GetItemCount(), 0);

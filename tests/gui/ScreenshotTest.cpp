@@ -18,7 +18,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 
 namespace WindowTests {
 namespace {
@@ -67,8 +66,7 @@ int ScrollbarPixels(MainFrame* frame, const std::string& shot)
 
 TEST_F(DemoWindowTest, TheListStaysUsableFromTheSmallestWindowToSevenCards)
 {
-    const std::string shots = BinaryDir() + "/screenshots";
-    std::filesystem::create_directories(shots);
+    const std::string shots = BinaryDir() + "/screenshots"; // SaveScreenshot makes the folder
     ASSERT_EQ(Sim::InsertCard(5, "anna"), static_cast<CK_RV>(CKR_OK));
     ASSERT_TRUE(PumpUntil([this] { return !frame->IsRefreshRunning() && RowNumbers().size() == 7; }));
     CardList* list = frame->GetCardList();
