@@ -4,10 +4,7 @@
 #include "gui/MainFrame.h"
 #include "token/acPKCS11.h"
 
-#include <wx/image.h>
 #include "gui/CardList.h"
-
-#include <cstdlib>
 
 void PrepareGuiTestProcess() { DialogTests::PrepareEnvironment(); }
 
@@ -62,15 +59,6 @@ std::vector<unsigned char> ReadObject(const Card& card, const std::string& label
         token->CloseSession();
     }
     return value;
-}
-
-void ExpectScreenshot(wxWindow* window, const std::string& name) {
-    const char* dir = std::getenv("KORVEX_SCREENSHOT_DIR");
-    const std::string path = (dir != nullptr && *dir != '\0' ? std::string(dir) : ScratchDir()) + "/" + name;
-    ASSERT_TRUE(SaveScreenshot(window, path)) << path;
-    wxImage picture(wxString::FromUTF8(path + ".png"), wxBITMAP_TYPE_PNG);
-    ASSERT_TRUE(picture.IsOk()) << path;
-    EXPECT_EQ(picture.GetSize(), window->GetSize()) << path;
 }
 
 } // namespace DialogTests

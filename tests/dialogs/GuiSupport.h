@@ -1,6 +1,6 @@
 // Toolkit side of the dialog tests: one shared main window whose token object
-// the tests use, and the fixtures around it. Event pumping, dialogs and
-// screenshots come from the shared fixture library.
+// the tests use, and the fixtures around it. Event pumping, dialogs and the
+// layout check come from the shared fixture library.
 #pragma once
 
 #include "tests/dialogs/DialogCards.h"
@@ -12,7 +12,6 @@
 #include <vector>
 
 class MainFrame;
-class wxWindow;
 namespace Korvex {
 class acPKCS11;
 }
@@ -28,10 +27,6 @@ bool SelectCard(const Card& card);
 
 // Reads one data object of a card through the token layer.
 std::vector<unsigned char> ReadObject(const Card& card, const std::string& label);
-
-// Saves the window as <name>.png (into KORVEX_SCREENSHOT_DIR when set, the
-// scratch folder otherwise) and checks that a picture of its size came out.
-void ExpectScreenshot(wxWindow* window, const std::string& name);
 
 // Base of the dialog fixtures: the shared window has loaded the module and
 // the card list before a test sets any fault, every card starts in factory

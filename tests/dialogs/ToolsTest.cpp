@@ -16,7 +16,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 using namespace DialogTests;
 
@@ -77,8 +76,7 @@ TEST(ShowCertificate, StartsTheViewerDetachedOrReportsItMissing) {
     EXPECT_EQ(waitpid(-1, &status, WNOHANG), -1) << "the intermediate child is reaped, the viewer is init's";
 
     std::remove((BinDir() + "/certViewerApp").c_str());
-    const std::string saved = std::getenv("PATH");
-    setenv("PATH", BinDir().c_str(), 1);
+    EnvGuard path("PATH", BinDir());
     const std::string errors = ScratchDir() + "/viewer-stderr";
     const int savedErr = dup(STDERR_FILENO);
     const int file = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -89,7 +87,6 @@ TEST(ShowCertificate, StartsTheViewerDetachedOrReportsItMissing) {
     dup2(savedErr, STDERR_FILENO);
     close(savedErr);
     close(file);
-    setenv("PATH", saved.c_str(), 1);
     EXPECT_TRUE(started);
     ASSERT_TRUE(WaitForFile(errors, 10));
     EXPECT_EQ(ReadText(errors), "ERROR: can not execute certViewerApp: No such file or directory\n");

@@ -1,9 +1,7 @@
 // Child-process and X window helpers of the end-to-end tests.
 #include "tests/e2e/ProgramRunner.h"
 
-#include <X11/Xatom.h>
 #include <X11/Xlib.h>
-#include <X11/Xutil.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -44,8 +42,10 @@ Sandbox::Sandbox()
 }
 
 ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> arguments)
-    : m_program(BuiltProgram()), m_arguments(std::move(arguments)), m_stderrPath(sandbox.Root() + "/stderr-XXXXXX")
+    : m_program(BuiltProgram()), m_arguments(std::move(arguments))
 {
+    static int runs = 0;
+    m_stderrPath = sandbox.Root() + "/stderr-" + std::to_string(++runs);
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
         const size_t equals = text.find('=');
@@ -67,12 +67,6 @@ ProgramRunner::ProgramRunner(const Sandbox& sandbox, std::vector<std::string> ar
     m_env["LANG"] = "C.UTF-8";
     m_env.erase("LC_ALL");
     m_env.erase("LC_MESSAGES");
-    std::vector<char> buffer(m_stderrPath.begin(), m_stderrPath.end());
-    buffer.push_back('\0');
-    const int fd = mkstemp(buffer.data());
-    if (fd >= 0)
-        close(fd);
-    m_stderrPath = buffer.data();
 }
 
 ProgramRunner::~ProgramRunner()
@@ -85,39 +79,29 @@ ProgramRunner::~ProgramRunner()
 
 bool ProgramRunner::Start()
 {
-    std::vector<std::string> envText;
+    // env -i hands the child exactly m_env; setpriv (run by root) takes the
+    // rights to override file permissions away.
+    std::vector<std::string> words{"/usr/bin/env", "-i"};
     for (const auto& entry : m_env)
-        envText.push_back(entry.first + "=" + entry.second);
-    static const std::string kDropCapabilities = "/usr/bin/setpriv";
-    static const std::string kFileOverrides = "--bounding-set=-dac_override,-dac_read_search";
-    const bool root = geteuid() == 0 && access(kDropCapabilities.c_str(), X_OK) == 0;
-    const std::string& launcher = root ? kDropCapabilities : m_program;
-    std::vector<char*> argv{const_cast<char*>(launcher.c_str())};
-    std::string reuid = m_user.substr(0, m_user.find(' ')), regid = m_user.substr(m_user.find(' ') + 1);
-    if (root && !m_user.empty()) {
-        for (std::string* option : {&reuid, &regid})
-            argv.push_back(option->data());
-        argv.push_back(const_cast<char*>("--clear-groups"));
+        words.push_back(entry.first + "=" + entry.second);
+    if (geteuid() == 0 && access("/usr/bin/setpriv", X_OK) == 0) {
+        words.push_back("/usr/bin/setpriv");
+        words.insert(words.end(), m_user.begin(), m_user.end());
+        words.insert(words.end(), {"--bounding-set=-dac_override,-dac_read_search", "--"});
     }
-    if (root) {
-        argv.push_back(const_cast<char*>(kFileOverrides.c_str()));
-        argv.push_back(const_cast<char*>("--"));
-        argv.push_back(m_program.data());
-    }
-    for (std::string& argument : m_arguments)
-        argv.push_back(argument.data());
+    words.push_back(m_program);
+    words.insert(words.end(), m_arguments.begin(), m_arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
     argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (std::string& entry : envText)
-        envp.push_back(entry.data());
-    envp.push_back(nullptr);
 
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&files, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&files, 2, m_stderrPath.c_str(), O_WRONLY | O_TRUNC, 0);
-    const bool started = posix_spawn(&m_pid, launcher.c_str(), &files, nullptr, argv.data(), envp.data()) == 0;
+    posix_spawn_file_actions_addopen(&files, 2, m_stderrPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const bool started = posix_spawn(&m_pid, argv[0], &files, nullptr, argv.data(), environ) == 0;
     posix_spawn_file_actions_destroy(&files);
     return started;
 }
@@ -151,80 +135,20 @@ std::string ProgramRunner::StandardError() const
     return TestSupport::ReadText(m_stderrPath);
 }
 
-namespace {
-
-// A window property's raw items (8-bit text or 32-bit numbers, which Xlib
-// hands over as longs); empty when the window has none of that type.
-std::string Property(Display* display, Window window, const char* name, Atom type, int* format)
-{
-    const Atom property = XInternAtom(display, name, True);
-    Atom actualType;
-    unsigned long count, after;
-    unsigned char* data = nullptr;
-    std::string bytes;
-    if (property != None && XGetWindowProperty(display, window, property, 0, 1024, False, type, &actualType, format,
-                                               &count, &after, &data) == Success && data != nullptr) {
-        bytes.assign(reinterpret_cast<char*>(data), count * (*format == 32 ? sizeof(long) : *format / 8));
-        XFree(data);
-    }
-    return bytes;
-}
-
-std::string TextProperty(Display* display, Window window, const char* name, Atom type)
-{
-    int format = 0;
-    const std::string text = Property(display, window, name, type, &format);
-    return format == 8 ? text : "";
-}
-
-long PidOf(Display* display, Window window)
-{
-    int format = 0;
-    const std::string bytes = Property(display, window, "_NET_WM_PID", XA_CARDINAL, &format);
-    long pid = -1;
-    if (bytes.size() == sizeof pid)
-        std::memcpy(&pid, bytes.data(), sizeof pid);
-    return pid;
-}
-
-void Collect(Display* display, Window window, pid_t pid, std::vector<WindowInfo>& found)
-{
-    XWindowAttributes attributes;
-    if (XGetWindowAttributes(display, window, &attributes) && attributes.map_state == IsViewable &&
-        PidOf(display, window) == pid) {
-        std::string title = TextProperty(display, window, "_NET_WM_NAME",
-                                         XInternAtom(display, "UTF8_STRING", False));
-        if (title.empty())
-            title = TextProperty(display, window, "WM_NAME", XA_STRING);
-        found.push_back({window, title});
-    }
-    Window root, parent, *children = nullptr;
-    unsigned count = 0;
-    if (XQueryTree(display, window, &root, &parent, &children, &count)) {
-        for (unsigned i = 0; i < count; ++i)
-            Collect(display, children[i], pid, found);
-        if (children != nullptr)
-            XFree(children);
-    }
-}
-
-// Windows may vanish while the tree is walked; that is no error here.
-int IgnoreXErrors(Display*, XErrorEvent*)
-{
-    return 0;
-}
-
-} // namespace
-
 std::vector<WindowInfo> WindowsOf(pid_t pid)
 {
+    // xdotool finds a process's windows by their _NET_WM_PID.
     std::vector<WindowInfo> found;
-    XSetErrorHandler(IgnoreXErrors);
-    Display* display = XOpenDisplay(nullptr);
-    if (display == nullptr)
-        return found;
-    Collect(display, DefaultRootWindow(display), pid, found);
-    XCloseDisplay(display);
+    int status = -1;
+    const std::string pidText = std::to_string(pid);
+    for (const std::string& id :
+         TestSupport::SplitLines(TestSupport::RunCommand("xdotool search --onlyvisible --pid " + pidText + " 2>/dev/null",
+                                                         status))) {
+        std::string title = TestSupport::RunCommand("xdotool getwindowname " + id + " 2>/dev/null", status);
+        if (!title.empty() && title.back() == '\n')
+            title.pop_back();
+        found.push_back({std::stoul(id), title});
+    }
     return found;
 }
 

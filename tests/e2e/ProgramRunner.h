@@ -41,7 +41,10 @@ public:
     void SetProgram(const std::string& path) { m_program = path; }
     // Run by root: the program runs as this user (p11-kit reads a user's
     // module registry only for users other than root).
-    void SetUser(uid_t uid, gid_t gid) { m_user = "--reuid=" + std::to_string(uid) + " --regid=" + std::to_string(gid); }
+    void SetUser(uid_t uid, gid_t gid)
+    {
+        m_user = {"--reuid=" + std::to_string(uid), "--regid=" + std::to_string(gid), "--clear-groups"};
+    }
     bool Start();
     pid_t Pid() const { return m_pid; }
     // Waits up to `seconds` for the child to end; false when it still runs.
@@ -56,7 +59,7 @@ private:
     std::vector<std::string> m_arguments;
     std::map<std::string, std::string> m_env;
     std::string m_stderrPath;
-    std::string m_user;
+    std::vector<std::string> m_user;
     pid_t m_pid = -1;
     int m_status = -2;
 };

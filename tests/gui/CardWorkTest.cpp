@@ -1,14 +1,11 @@
 // A command's card work on its worker thread: the window keeps answering
-// while the module's PIN dialogue is open, a second click is refused, the
-// signature test's key is read there too, and closing the window waits for
-// the card work instead of cutting it off.
+// while the module's PIN dialogue is open, a second click is refused, and
+// closing the window waits for the card work instead of cutting it off.
 #include "tests/gui/WindowTestSupport.h"
 
-#include "gui/TestDialog.h"
 #include "sim/SimControl.h"
 
 #include "gui/CardList.h"
-#include <wx/textctrl.h>
 #include <wx/timer.h>
 
 #include <cstdlib>
@@ -59,22 +56,6 @@ TEST_F(CardWorkTest, WindowAnswersDuringThePinDialogueAndASecondClickIsRefused)
     EXPECT_EQ(Sim::PinDialogCount(), dialogues + 1) << "the command ran once";
     EXPECT_TRUE(frame->GetCardList()->IsEnabled());
     EXPECT_FALSE(frame->GetWaitDialog().IsShown());
-}
-
-TEST_F(CardWorkTest, TheSignatureTestOpensOnceTheWorkerHasReadTheKey)
-{
-    SelectCard(kJohann);
-    ModalRecorder recorder;
-    std::vector<wxString> keys;
-    recorder.inspect = [&keys](wxDialog* dialog) {
-        if (TestDialog* test = dynamic_cast<TestDialog*>(dialog))
-            keys.push_back(test->GetKeyAlgorithmField()->GetValue());
-    };
-    ClickWithoutWaiting(MainFrame::ID_SIG_TEST);
-    EXPECT_TRUE(frame->IsCardWorkRunning()) << "the click read the card on the GUI thread";
-    EXPECT_TRUE(recorder.seen.empty());
-    WaitForCardWork();
-    EXPECT_EQ(keys, std::vector<wxString>{"RSA"});
 }
 
 TEST_F(CardWorkTest, ClosingTheWindowLetsThePinChangeFinish)

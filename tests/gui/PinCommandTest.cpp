@@ -101,23 +101,20 @@ TEST_F(PinCommandTest, EveryResultCodeHasItsText)
         const char* change;
         const char* unblock;
     } cases[] = {
-        {Korvex::PKCS11_OK, kChanged, kUnblocked},
-        {Korvex::PKCS11_CANCELED, kCancelled, kCancelled},
+        // Success, cancel and any other failure: ChangeUnblockAndCancelOnEveryApplication.
         {Korvex::PKCS11_PIN_INCORRECT, "Fehler beim PIN \xC3\x84ndern! PIN falsch!",
          "Fehler beim PIN entsperren! PIN/PUK falsch!"},
         {Korvex::PKCS11_PIN_LOCKED, "Fehler beim PIN \xC3\x84ndern! PIN Gesperrt",
          "Fehler beim PIN entsperren! PUK Gesperrt"},
         {Korvex::PKCS11_NOT_SUPPORTED, "PIN \xC3\x84nderung nicht unterst\xC3\xBCtzt!",
          "PIN Entsperren nicht unterst\xC3\xBCtzt!"},
-        {Korvex::PKCS11_ERROR, "Fehler beim PIN \xC3\x84ndern!", "Fehler beim PIN entsperren!"},
-        {static_cast<Korvex::PKCS11Return>(17), "Fehler beim PIN \xC3\x84ndern!", "Fehler beim PIN entsperren!"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(static_cast<int>(c.result));
         frame->SetStatusPinChange(c.result);
-        ExpectStatus(c.change, c.result != Korvex::PKCS11_OK);
+        ExpectStatus(c.change, true);
         frame->SetStatusPinUnblock(c.result);
-        ExpectStatus(c.unblock, c.result != Korvex::PKCS11_OK);
+        ExpectStatus(c.unblock, true);
     }
 }
 

@@ -16,12 +16,11 @@
 
 namespace WindowTests {
 
-const TestCard kJohann = {"johann", "1203000000001111", "Johann \xC3\x96sterreicher", 0,
-                          "vessa premium ACOS 03"};
-const TestCard kMaria = {"maria", "1204000000004711", "Maria Musterfrau", 1, "vessa premium ACOS 04"};
-const TestCard kErika = {"erika", "3002000000004242", "Erika Beispiel", 3, "vessa premium e-Card G2"};
-const TestCard kBlank = {"blank", "0000000000000000", "", 2, "vessa premium ACOS 05"};
-const TestCard kLukas = {"lukas", "3031000000003333", "Lukas Huber", 4, "vessa premium e-Card G3A"};
+const TestCard kJohann = {"johann", "1203000000001111", 0, "vessa premium ACOS 03"};
+const TestCard kMaria = {"maria", "1204000000004711", 1, "vessa premium ACOS 04"};
+const TestCard kErika = {"erika", "3002000000004242", 3, "vessa premium e-Card G2"};
+const TestCard kBlank = {"blank", "0000000000000000", 2, "vessa premium ACOS 05"};
+const TestCard kLukas = {"lukas", "3031000000003333", 4, "vessa premium e-Card G3A"};
 
 namespace {
 

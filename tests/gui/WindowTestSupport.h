@@ -24,7 +24,6 @@ using namespace TestSupport;
 struct TestCard {
     const char* id;
     const char* serial;
-    const char* holder; // UTF-8; empty for the unpersonalised card
     int type;           // TokenType
     const char* typeName;
 };
