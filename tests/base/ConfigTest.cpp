@@ -248,18 +248,49 @@ TEST_F(ConfigTest, BrokenFileIsKeptBeforeTheFirstWrite)
     EXPECT_EQ(3u, FileNames(Dir()).size()) << "the copy is made once";
 }
 
-// The other unusable files (directory, dangling link, garbage, cut-off XML,
-// huge) go through the whole program in BadFilesTest.
-TEST_F(ConfigTest, AnEmptyFileIsLikeAMissingOneWithoutALogLine)
+TEST_F(ConfigTest, UnusableFilesLeaveTheDefaultsAndStayAsTheyWere)
 {
-    ASSERT_TRUE(CreateDirectories(Dir()));
-    TestSupport::WriteText(AllUsersFile(), "");
-    store = NewStore(true);
-    ASSERT_TRUE(store->IsInitialized());
-    long level = 7;
-    EXPECT_FALSE(store->GetInteger(15, level));
-    EXPECT_EQ(7, level);
-    EXPECT_TRUE(log.errors().empty());
+    struct Case {
+        const char* what;
+        std::function<void(const std::string&)> make;
+        const char* logged; // reason in the log line, null: silent
+    };
+    const Case cases[] = {
+        {"directory", [](const std::string& f) { mkdir(f.c_str(), 0755); }, "is not a regular file"},
+        {"dangling link", [](const std::string& f) { ASSERT_EQ(0, symlink((f + ".gone").c_str(), f.c_str())); }, nullptr},
+        {"empty", [](const std::string& f) { TestSupport::WriteText(f, ""); }, nullptr},
+        {"garbage", [](const std::string& f) { TestSupport::WriteText(f, "PK\x03\x04<<\xff\xfe"); },
+         "is not well-formed XML"},
+        {"truncated", [](const std::string& f) { TestSupport::WriteText(f, "<config><vessa_Client><Trace><Log"); },
+         "is not well-formed XML"},
+        {"huge", [](const std::string& f) { TestSupport::WriteText(f, "<config>"); ASSERT_EQ(0, truncate(f.c_str(), 100 << 20)); },
+         "is too large to be settings"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove_all(Dir());
+        ASSERT_TRUE(CreateDirectories(Dir()));
+        c.make(AllUsersFile());
+        struct stat before;
+        ASSERT_EQ(0, lstat(AllUsersFile().c_str(), &before));
+        log.clear();
+        store = NewStore(true);
+        ASSERT_TRUE(store->IsInitialized());
+        long level = 7;
+        EXPECT_FALSE(store->GetInteger(15, level));
+        EXPECT_EQ(7, level);
+        if (c.logged != nullptr) {
+            ASSERT_EQ(1u, log.errors().size());
+            EXPECT_NE(std::string::npos, log.errors()[0].find(AllUsersFile() + " " + c.logged)) << log.errors()[0];
+        } else {
+            EXPECT_TRUE(log.errors().empty());
+        }
+        struct stat after;
+        ASSERT_EQ(0, lstat(AllUsersFile().c_str(), &after));
+        EXPECT_EQ(before.st_mode, after.st_mode);
+        EXPECT_EQ(before.st_size, after.st_size) << "reading never changes the file";
+        store->Destroy();
+    }
 }
 
 TEST_F(ConfigTest, StaleTemporaryFilesOfKilledWritesGoAtTheNextWrite)
