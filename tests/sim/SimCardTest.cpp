@@ -1,11 +1,10 @@
-// The vendor APDUs, fault injection from every source, latency, and two
-// threads using the module at once.
+// The vendor APDUs, fault injection from the environment and the control
+// tool, latency, and two threads using the module at once.
 #include "SimHarness.h"
 
 #include "base/Conversion.h"
 
 #include <atomic>
-#include <tuple>
 #include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
@@ -88,32 +87,6 @@ TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
     EXPECT_EQ(m_sim.transmit(internal, read, sizeof read, small.data(), &length), CKR_FUNCTION_NOT_SUPPORTED);
 }
 
-TEST_F(SimCard, FaultsFromCallsHitTheChosenCardAndCount) {
-    CK_SESSION_HANDLE first = openSession(0);
-    CK_SESSION_HANDLE other = openSession(3);
-    CK_SESSION_INFO info;
-    ASSERT_EQ(Sim::SetFault("C_GetSessionInfo", kAcosA04, CKR_DEVICE_ERROR, 2), CKR_OK);
-    EXPECT_EQ(p11->C_GetSessionInfo(other, &info), CKR_OK);
-    EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_DEVICE_ERROR);
-    EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_DEVICE_ERROR);
-    EXPECT_EQ(p11->C_GetSessionInfo(first, &info), CKR_OK);
-
-    ASSERT_EQ(Sim::SetFault("C_GetTokenInfo", "slot:3", CKR_TOKEN_NOT_RECOGNIZED, VSIM_ALWAYS), CKR_OK);
-    CK_TOKEN_INFO token;
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(p11->C_GetTokenInfo(3, &token), CKR_TOKEN_NOT_RECOGNIZED);
-    EXPECT_EQ(p11->C_GetTokenInfo(0, &token), CKR_OK);
-    Sim::ClearFaults();
-    EXPECT_EQ(p11->C_GetTokenInfo(3, &token), CKR_OK);
-
-    const std::string rules = "C_GetSlotList=CKR_FUNCTION_FAILED*1; *@" + std::string(kAcosA03) + "=0x30";
-    ASSERT_EQ(Sim::AddFaults(rules.c_str()), CKR_OK);
-    CK_ULONG count = 0;
-    EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_FUNCTION_FAILED);
-    EXPECT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
-    EXPECT_EQ(p11->C_GetSessionInfo(other, &info), CKR_DEVICE_ERROR);
-    EXPECT_EQ(Sim::AddFaults("C_Sign=CKR_NOPE"), CKR_ARGUMENTS_BAD);
-}
-
 class SimEnvironmentFaults : public SimTest {
 protected:
     void prepareEnvironment() override {
@@ -125,6 +98,7 @@ protected:
 TEST_F(SimEnvironmentFaults, EnvironmentSetsFaultsAndLatencyForTheProcess) {
     CK_INFO info;
     EXPECT_EQ(p11->C_GetInfo(&info), CKR_GENERAL_ERROR);
+    EXPECT_EQ(Sim::AddFaults("C_Sign=CKR_NOPE"), CKR_ARGUMENTS_BAD);
     CK_SESSION_HANDLE session;
     EXPECT_EQ(p11->C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_DEVICE_ERROR);
     EXPECT_EQ(p11->C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
@@ -144,8 +118,6 @@ TEST_F(SimEnvironmentFaults, EnvironmentSetsFaultsAndLatencyForTheProcess) {
     CK_SESSION_INFO sessionInfo;
     EXPECT_EQ(p11->C_GetSessionInfo(session, &sessionInfo), CKR_DEVICE_REMOVED);
     EXPECT_EQ(p11->C_GetSessionInfo(session, &sessionInfo), CKR_OK);
-    unsetenv("VESSA_SIM_FAULTS");
-    unsetenv("VESSA_SIM_LATENCY_MS");
 }
 
 TEST_F(SimCard, TwoThreadsAtOnceAndNoThreadWaitsForAnotherOnesDialogue) {
@@ -176,8 +148,6 @@ TEST_F(SimCard, TwoThreadsAtOnceAndNoThreadWaitsForAnotherOnesDialogue) {
     EXPECT_FALSE(dialogueOver) << "the second thread had to wait for the first one's dialogue";
     dialogue.join();
     EXPECT_EQ(signed_, CKR_OK);
-    unsetenv("FAKE_PINENTRY_DELAY");
-
 }
 
 } // namespace
