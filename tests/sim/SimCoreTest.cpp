@@ -46,7 +46,8 @@ TEST(SimFaultRules, ParsesEveryFormAndRefusesNonsense) {
     EXPECT_EQ(returnCodeName(0x80000123UL), "0x80000123");
 }
 
-TEST(SimControlFile, RoundTripsAndSkipsWhatItCannotRead) {
+// Written back by every vessa-sim command the module tests run.
+TEST(SimControlFile, SkipsWhatItCannotRead) {
     ControlState state = parseControl("# comment\n"
                                       "slot 2 insert ECARD-G4:3014000000000999:Eva Maria:Huber\n"
                                       "slot 5 remove\r\n"
@@ -63,10 +64,6 @@ TEST(SimControlFile, RoundTripsAndSkipsWhatItCannotRead) {
     EXPECT_TRUE(state.hasLatency);
     EXPECT_EQ(state.apduLatencyMs, 5u);
     EXPECT_EQ(state.lastResetEpoch(), 7);
-    ControlState again = parseControl(controlToText(state));
-    EXPECT_EQ(again.slots, state.slots);
-    EXPECT_EQ(again.faults, state.faults);
-    EXPECT_EQ(again.resets, state.resets);
 }
 
 TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
@@ -191,10 +188,11 @@ TEST(SimIdentityLink, TheKeptCaSignatureIsKeptForItsOwnBytesOnly) {
     EXPECT_EQ(keptCaSignature(serial, keys, other), signWithCa(keys.caKey.get(), other));
 }
 
+// That the imported keys sign as the kept ones did: every token test process
+// after the first signs with them and checks against the certificate.
 TEST(SimKeyNumbers, GiveTheSameKeyBackOnlyForTheirOwnPem) {
     const std::vector<unsigned char> pem = {'k', 'e', 'y'}, other = {'o', 't', 'h', 'e', 'r'};
     const std::string path = ::testing::TempDir() + "/key.numbers";
-    const unsigned char data[] = "signed by the imported key";
     for (EVP_PKEY* made : {EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{1024}),
                            EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "prime256v1")}) {
         PkeyPtr key(made);
@@ -203,14 +201,6 @@ TEST(SimKeyNumbers, GiveTheSameKeyBackOnlyForTheirOwnPem) {
         PkeyPtr again = loadKeyNumbers(path, pem);
         ASSERT_TRUE(again);
         EXPECT_FALSE(loadKeyNumbers(path, other));
-        // The private half too: what the import signs, the original verifies.
-        unsigned char signature[512];
-        size_t length = sizeof(signature);
-        MdCtxPtr sign(EVP_MD_CTX_new()), verify(EVP_MD_CTX_new());
-        ASSERT_EQ(EVP_DigestSignInit(sign.get(), nullptr, EVP_sha256(), nullptr, again.get()), 1);
-        ASSERT_EQ(EVP_DigestSign(sign.get(), signature, &length, data, sizeof(data)), 1);
-        ASSERT_EQ(EVP_DigestVerifyInit(verify.get(), nullptr, EVP_sha256(), nullptr, key.get()), 1);
-        EXPECT_EQ(EVP_DigestVerify(verify.get(), signature, length, data, sizeof(data)), 1);
     }
 }
 

@@ -133,7 +133,7 @@ TEST_F(TokenCardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
     EXPECT_TRUE(Log::errors().empty());
 }
 
-TEST_F(TokenCardDataTest, ShortAndLongResponses)
+TEST_F(TokenCardDataTest, ShortLongAndFailedResponses)
 {
     ASSERT_TRUE(openCard(kAcos03));
     // Every APDU of the card number gets the same answer.
@@ -153,12 +153,9 @@ TEST_F(TokenCardDataTest, ShortAndLongResponses)
     EXPECT_TRUE(p11->SendAPDU(buffer, 5, buffer, length));
     EXPECT_EQ(length, 256u);
     EXPECT_EQ(buffer[255], 0x55);
-}
 
-TEST_F(TokenCardDataTest, EachCardNumberApduReportsItsOwnFailure)
-{
-    ASSERT_TRUE(openCard(kAcos03));
-    std::string cin;
+    // Each APDU of the card number reports its own failure.
+    Sim::ClearFaults();
     Sim::AddFaults("C_CardTransmit#2=CKR_DEVICE_ERROR*1");
     EXPECT_FALSE(p11->GetCinCsn(cin));
     EXPECT_EQ(Log::errors().back(), "error select EF DEC");
