@@ -32,14 +32,10 @@ TEST_F(SimPins, CancelFormatMismatchAndBrokenDialoguesLeaveTheCounterAlone) {
     EXPECT_EQ(command({"123456", "65432a", "65432a"}), CKR_PIN_LEN_RANGE);
     EXPECT_EQ(command({"123456", "654321", "654322"}), CKR_PIN_INVALID);
     EXPECT_EQ(command({}, kUnblock), CKR_FUNCTION_CANCELED) << "the user closes every dialogue";
-    // The software-PIN marker alone changes nothing; with the command it is a plain change.
+    // The software-PIN marker alone changes nothing (with the command:
+    // TokenPinTest.InitPinForcesTheSoftwarePinOnAcosCardsForNewClients).
     CK_SESSION_HANDLE session = openSession(0);
-    CK_OBJECT_HANDLE key = findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG");
-    EXPECT_EQ(setVendorAttribute(session, key, 0x80000002UL), CKR_OK);
-    CK_BBOOL one = CK_TRUE;
-    CK_ATTRIBUTE forced[] = {{kChange, &one, 1}, {0x80000002UL, &one, 1}};
-    SetPinAnswers({"123456", "222222", "222222"});
-    EXPECT_EQ(p11->C_SetAttributeValue(session, key, forced, 2), CKR_OK);
+    EXPECT_EQ(setVendorAttribute(session, findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG"), 0x80000002UL), CKR_OK);
     EXPECT_EQ(setVendorAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH.SIG"), kChange),
               CKR_ATTRIBUTE_TYPE_INVALID);
     // A pinentry that answers GETPIN with an error of its own is a failure;
