@@ -101,7 +101,7 @@ TEST_F(TokenPinTest, InitPinForcesTheSoftwarePinOnAcosCardsForNewClients)
     setClientVersion("");
 }
 
-TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
+TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsItWhateverTheResult)
 {
     Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
     int32_t tries = 0;
@@ -124,15 +124,8 @@ TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
     EXPECT_EQ(p11->GetPINStatus(APPL_IDENTITY_LINK, state, tries), Korvex::PKCS11_OK);
     EXPECT_EQ(tries, 2);
     EXPECT_EQ(p11->GetPINStatus(static_cast<Korvex::ApplType>(3), state, tries), Korvex::PKCS11_ERROR);
-}
 
-TEST_F(TokenPinTest, StatusBytesAreReadWhateverTheResult)
-{
-    ASSERT_TRUE(openCard(kG3A));
-    ASSERT_TRUE(p11->LoadCardType());
-    Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
-    int32_t tries = 0;
-
+    // The status bytes are read whatever the module's result.
     Sim::AddFaults("C_CardAttribute=answer:FF03*1");
     EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_OK);
     EXPECT_EQ(state, Korvex::PIN_STATE_UNKNOWN);

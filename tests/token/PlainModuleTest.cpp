@@ -9,17 +9,8 @@ namespace {
 
 class TokenPlainModuleTest : public TokenTest {
 protected:
-    void SetUp() override
-    {
-        module = std::make_unique<ModuleOverride>(STANDARD_MODULE_PATH);
-        TokenTest::SetUp();
-    }
-    void TearDown() override
-    {
-        TokenTest::TearDown();
-        module.reset();
-    }
-    std::unique_ptr<ModuleOverride> module;
+    // In place before SetUp loads the module, until after TearDown unloads it.
+    ModuleOverride module{STANDARD_MODULE_PATH};
 };
 
 TEST_F(TokenPlainModuleTest, StandardOperationsWork)
