@@ -35,7 +35,7 @@ TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
     EXPECT_EQ(Sim::PinTries(kAcos, VSIM_PIN_ENCRYPTION), 3);
 }
 
-TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
+TEST_F(TokenPinTest, RefusalsFailuresAndTheFourArgumentForm)
 {
     EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
     EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
@@ -56,11 +56,9 @@ TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
     EXPECT_EQ(Log::errors(), Lines{"Proc_C_SetAttributeValue returned 0x6"});
     EXPECT_TRUE(Log::hasMessage(Korvex::kPinDialogueNotShown));
     EXPECT_EQ(p11->LastPinCommandRv(), CKR_FUNCTION_FAILED);
-}
 
-TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
-{
-    ASSERT_TRUE(openCard(kAcos));
+    // The four-argument form maps a wrong PIN to locked and locked to a wrong PIN.
+    Log::clear();
     SetPinAnswers({"999999", "111111", "111111", "999999", "111111", "111111", "999999", "111111", "111111"});
     for (int attempt = 0; attempt < 3; ++attempt)
         EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
