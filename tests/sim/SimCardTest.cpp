@@ -51,7 +51,7 @@ const Bytes kReadBinary = {0x00, 0xB0, 0x00, 0x00, 0x00};
 
 TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
     CK_SESSION_HANDLE session = openSession(0);
-    // (VERIFY and its PIN counters: SimSharedState.PinTriesUsedElsewhereCountHereAndBack.)
+    // (VERIFY and the shared PIN counters: SimSharedState.PinTriesUsedElsewhereCountHereAndBack.)
     const std::pair<Bytes, unsigned> answers[] = {
         {kReadBinary, 0x6986},  // no EF selected
         {kSelectEf, 0x6A82},    // not below the DF
@@ -64,6 +64,7 @@ TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
         {kSelectDf, 0x9000},
         {kSelectEfWithFcp, 0x9000},
         {{0x00, 0xB0, 0x00, 0x40, 0x00}, 0x6B00},
+        {{0x00, 0x20, 0x00, 0x82}, 0x63C3},  // the encryption PIN's tries
     };
     for (const auto& [command, expected] : answers) EXPECT_EQ(statusWord(session, command), expected) << hex(command);
     EXPECT_EQ(transmit(session, kSelectEfWithFcp).front(), 0x62);

@@ -72,6 +72,8 @@ TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
         const char* complaint;
     } bad[] = {
         {"<cardset/>", "without readers"},
+        {"<cardset><reader name='A'><card generation='ACOS-A09' serial='1204000000004711'/></reader></cardset>",
+         "unknown generation 'ACOS-A09'"},
         {"<other/>", "no <cardset>"},
         {"<cardset><reader name='A'><card generation='ACOS-A04' serial='12'/></reader></cardset>", "16 hexadecimal"},
         {"<cardset><reader name='A'><card generation='ACOS-A04' serial='120400000000471G'/></reader></cardset>",

@@ -1,5 +1,6 @@
-// Signing like a card: only the real signature asks the PIN (size queries,
-// a context-specific login, multi-part signing, cancel, wrong and locked PINs).
+// Signing like a card: the module's own SHA-384 and SHA-512 digesting, and
+// only the real signature asks the PIN (size queries, a context-specific
+// login, multi-part signing, cancel, wrong and locked PINs).
 #include "SimHarness.h"
 #include "tests/support/SignatureCheck.h"
 
@@ -17,6 +18,25 @@ protected:
         return readAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH." + suffix), CKA_VALUE);
     }
 };
+
+// The token layer hashes before it signs and the window offers neither
+// hash: the module's own SHA-384 and SHA-512 digesting is checked here only.
+TEST_F(SimCrypto, Sha384AndSha512SignaturesVerifyWithTheCertificate) {
+    CK_SESSION_HANDLE session = openSession(1);
+    CK_OBJECT_HANDLE key = findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG");
+    Bytes data = kMessage;
+    for (const auto& [type, digest] :
+         {std::pair{CKM_SHA384_RSA_PKCS, "SHA384"}, std::pair{CKM_SHA512_RSA_PKCS, "SHA512"}}) {
+        CK_MECHANISM mechanism = {type, nullptr, 0};
+        SetPinAnswers({"123456"});
+        ASSERT_EQ(p11->C_SignInit(session, &mechanism, key), CKR_OK);
+        Bytes signature(256);
+        CK_ULONG length = signature.size();
+        ASSERT_EQ(p11->C_Sign(session, data.data(), data.size(), signature.data(), &length), CKR_OK);
+        signature.resize(length);
+        EXPECT_TRUE(TestSupport::verifyWithCertificate(certificate(session, "SIG"), digest, data, signature)) << digest;
+    }
+}
 
 TEST_F(SimCrypto, SigningAsksThePinOnlyForTheRealSignature) {
     CK_SESSION_HANDLE session = openSession(0);

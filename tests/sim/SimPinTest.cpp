@@ -106,8 +106,19 @@ TEST_F(SimPins, ResetRestoresFactoryPinsAndCountersInTheModuleAndOnDisk) {
     ASSERT_EQ(p11->C_Login(openSession(0), CKU_USER, wrong, 4), CKR_PIN_INCORRECT);
     ASSERT_EQ(Sim::ResetState(kAcosA04), CKR_OK);
     EXPECT_EQ(Sim::PinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
-    reload();
     EXPECT_EQ(command({"123456", "222222", "222222"}), CKR_OK);
+
+    // The control tool resets a running module and the files on disk.
+    int status = 0;
+    CK_UTF8CHAR wrongAgain[] = "0001";
+    ASSERT_EQ(p11->C_Login(openSession(0), CKU_USER, wrongAgain, 4), CKR_PIN_INCORRECT);
+    RunCommand(std::string(VSIM_TOOL) + " reset " + kAcosA04, status);
+    ASSERT_EQ(status, 0);
+    CK_ULONG count = 0;
+    ASSERT_EQ(p11->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);  // the running module picks it up
+    EXPECT_EQ(Sim::PinTries(kAcosA04, VSIM_PIN_IDENTITY_LINK), 3);
+    reload();
+    EXPECT_EQ(command({"123456", "333333", "333333"}), CKR_OK);
 
     // A reset card forgets a login, as a card taken out and put back would.
     CK_SESSION_HANDLE session = openSession(3);
