@@ -28,15 +28,6 @@ protected:
     unsigned statusWord(CK_SESSION_HANDLE session, const Bytes& command) {
         return statusWord(transmit(session, command));
     }
-    CK_RV attribute(CK_SESSION_HANDLE session, const char* name, Bytes& out) {
-        CK_ULONG length = 0;
-        CK_RV rv = m_sim.cardAttribute(session, name, nullptr, &length);
-        if (rv != CKR_OK) return rv;
-        out.assign(length, 0);
-        rv = m_sim.cardAttribute(session, name, out.data(), &length);
-        out.resize(length);
-        return rv;
-    }
     static std::string hex(const Bytes& bytes) {
         std::string text;
         Korvex::BinData2HexStr(bytes, text);
