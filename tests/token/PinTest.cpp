@@ -28,11 +28,7 @@ TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
     expected.insert(expected.begin(), "Proc_C_SetAttributeValue returned CKR_FUNCTION_CANCELED");
     expected.push_back("Proc_C_SetAttributeValue returned CKR_PIN_LOCKED");
     EXPECT_EQ(Log::errors(), expected);
-
-    // The PUK unblocks it again.
-    SetPinAnswers({"87654321", "2468", "2468"});
-    EXPECT_EQ(p11->UnblockPIN(APPL_ENCRYPTION), Korvex::PKCS11_OK);
-    EXPECT_EQ(Sim::PinTries(kAcos, VSIM_PIN_ENCRYPTION), 3);
+    // (A PUK restoring the tries: PinCommandTest.ChangeUnblockAndCancelOnEveryApplication.)
 }
 
 TEST_F(TokenPinTest, RefusalsFailuresAndTheFourArgumentForm)
