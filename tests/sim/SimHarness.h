@@ -25,8 +25,7 @@ constexpr const char* kAcosA03 = "1203000000001111";  // slot 3, fixed objects
 constexpr CK_SLOT_ID kBlankSlot = 4;
 constexpr CK_SLOT_ID kEmptySlot = 5;
 constexpr CK_SLOT_ID kInternalSlot = 7;
-constexpr const char* kAcosA03NoLink = "1203000000007777";  // slot 6, no identity link
-constexpr CK_SLOT_ID kNoLinkSlot = 6;
+constexpr CK_SLOT_ID kNoLinkSlot = 6;  // ACOS-A03 without identity link
 
 // The module opened with dlopen and its vendor extensions.
 struct SimLibrary {

@@ -12,9 +12,6 @@ using namespace SimTesting;
 
 namespace {
 
-constexpr int kSignaturePin = 0;
-constexpr int kIdentityLinkPin = 2;
-
 Bytes textBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
 class SimSharedState : public SimTest {
@@ -28,16 +25,6 @@ protected:
         std::string output = RunCommand(command, status);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == expectedStatus) << command << " -> " << status;
         return output;
-    }
-
-    void login(CK_SESSION_HANDLE session) {
-        CK_UTF8CHAR pin[] = "4321";
-        ASSERT_EQ(p11->C_Login(session, CKU_USER, pin, 4), CKR_OK);
-    }
-
-    CK_RV write(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, const std::string& text) {
-        CK_ATTRIBUTE value = {CKA_VALUE, const_cast<char*>(text.data()), text.size()};
-        return p11->C_SetAttributeValue(session, object, &value, 1);
     }
 
     Bytes readData(CK_SLOT_ID slot, const std::string& label) {
@@ -57,7 +44,7 @@ protected:
 
 TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
     CK_SESSION_HANDLE session = openSession(1);  // its generation reports PIN status
-    ASSERT_EQ(Sim::PinTries(kECardG4, kSignaturePin), 1);  // the demo card is on its last try
+    ASSERT_EQ(Sim::PinTries(kECardG4, VSIM_PIN_SIGNATURE), 1);  // the demo card is on its last try
 
     // The right PIN here restores the counter for the other program too.
     unsigned char verify[] = {0x00, 0x20, 0x00, 0x81, 0x06, '1', '2', '3', '4', '5', '6'};
@@ -69,7 +56,7 @@ TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
 
     // Wrong entries there count here.
     EXPECT_EQ(other({"verify", "1", "81", "000000", "2"}), "63C1\n");
-    EXPECT_EQ(Sim::PinTries(kECardG4, kSignaturePin), 1);
+    EXPECT_EQ(Sim::PinTries(kECardG4, VSIM_PIN_SIGNATURE), 1);
     unsigned char status[2] = {0, 0};
     length = sizeof status;
     ASSERT_EQ(m_sim.cardAttribute(session, "SicSig/PIN-Status", status, &length), CKR_OK);
@@ -77,7 +64,7 @@ TEST_F(SimSharedState, PinTriesUsedElsewhereCountHereAndBack) {
 
     // The token flags follow the identity-link PIN used up elsewhere.
     EXPECT_EQ(other({"verify", "3", "83", "0000"}), "63C2\n");
-    EXPECT_EQ(Sim::PinTries(kAcosA03, kIdentityLinkPin), 2);
+    EXPECT_EQ(Sim::PinTries(kAcosA03, VSIM_PIN_IDENTITY_LINK), 2);
     CK_TOKEN_INFO info;
     ASSERT_EQ(p11->C_GetTokenInfo(3, &info), CKR_OK);
     EXPECT_TRUE(info.flags & CKF_USER_PIN_COUNT_LOW);
@@ -95,7 +82,8 @@ TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
     const int writer = StartProcess({VSIM_TOOL, "write", "3", "RFU1", "other", "300"});
     ASSERT_GT(writer, 0);
     CK_SESSION_HANDLE session = openSession(3, true);
-    login(session);
+    CK_UTF8CHAR pin[] = "4321";
+    ASSERT_EQ(p11->C_Login(session, CKU_USER, pin, 4), CKR_OK);
     const CK_OBJECT_HANDLE own = findObject(session, CKO_DATA, "RFU2");
     const CK_OBJECT_HANDLE theirs = findObject(session, CKO_DATA, "RFU1");
     // Start once the other program is writing, so that the two overlap.
@@ -106,7 +94,8 @@ TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
     int otherStatus = -1;
     while (written < 5000) {
         const std::string value = "own-" + std::to_string(++written);
-        ASSERT_EQ(write(session, own, value), CKR_OK);
+        CK_ATTRIBUTE attribute = {CKA_VALUE, const_cast<char*>(value.data()), value.size()};
+        ASSERT_EQ(p11->C_SetAttributeValue(session, own, &attribute, 1), CKR_OK);
         ASSERT_EQ(readAttribute(session, own, CKA_VALUE), textBytes(value)) << "lost update";
         if (otherStatus < 0) otherStatus = ProcessStatus(writer, false);
         else break;  // one more write after the other program ended

@@ -1,5 +1,6 @@
-// Raw APDUs, named card data (EHIC, Grunddaten), the identity-link write and
-// the infobox data objects.
+// Raw APDUs, named card data (EHIC, Grunddaten), the card number and the
+// identity-link write. (The infobox's data objects and their protection:
+// InfoboxBereichTest.ProtectionSwitchWritesTheFlagAndRebuildsTheList.)
 #include "tests/token/TokenTestSupport.h"
 
 using namespace tokentest;
@@ -9,7 +10,6 @@ namespace {
 using TokenCardDataTest = TokenTest;
 
 const char* const kAcos03 = kCards[0].serial;  // fixed objects
-const char* const kAcos04 = kCards[1].serial;  // infobox file
 const char* const kECard = kCards[6].serial;
 
 Bytes identityLink(size_t size, unsigned char first = 0x30)
@@ -108,32 +108,7 @@ TEST_F(TokenCardDataTest, IdentityLinkRefusals)
                                     "PKCS11 Proc_C_OpenSession ERROR0x30"}));
 }
 
-TEST_F(TokenCardDataTest, InfoboxObjectsAreReadAndTheirProtectionSwitched)
-{
-    ASSERT_TRUE(openCard(kAcos04, true));
-    Bytes infobox;
-    ASSERT_TRUE(p11->ReadDataObject("INFOBOX", infobox));
-    EXPECT_FALSE(infobox.empty());
-    EXPECT_FALSE(p11->ReadDataObject("0x7f", infobox));
-
-    Bytes value;
-    bool isPrivate = false;
-    SetPinAnswers({"4321"});  // a protected object's value needs the PIN
-    ASSERT_TRUE(p11->ReadDataObject("0x03", value, isPrivate));
-    EXPECT_TRUE(isPrivate);
-    ASSERT_TRUE(p11->WriteDataObject("0x03", value, false));
-
-    Bytes again;
-    ASSERT_TRUE(p11->ReadDataObject("0x03", again, isPrivate));
-    EXPECT_FALSE(isPrivate);
-    EXPECT_EQ(again, value);
-    Bytes rebuilt;
-    ASSERT_TRUE(p11->ReadDataObject("INFOBOX", rebuilt));
-    EXPECT_NE(rebuilt, infobox);  // the entry's type byte changed
-    EXPECT_TRUE(Log::errors().empty());
-}
-
-TEST_F(TokenCardDataTest, ShortAndLongResponses)
+TEST_F(TokenCardDataTest, ShortLongAndFailedResponses)
 {
     ASSERT_TRUE(openCard(kAcos03));
     // Every APDU of the card number gets the same answer.
@@ -153,12 +128,9 @@ TEST_F(TokenCardDataTest, ShortAndLongResponses)
     EXPECT_TRUE(p11->SendAPDU(buffer, 5, buffer, length));
     EXPECT_EQ(length, 256u);
     EXPECT_EQ(buffer[255], 0x55);
-}
 
-TEST_F(TokenCardDataTest, EachCardNumberApduReportsItsOwnFailure)
-{
-    ASSERT_TRUE(openCard(kAcos03));
-    std::string cin;
+    // Each APDU of the card number reports its own failure.
+    Sim::ClearFaults();
     Sim::AddFaults("C_CardTransmit#2=CKR_DEVICE_ERROR*1");
     EXPECT_FALSE(p11->GetCinCsn(cin));
     EXPECT_EQ(Log::errors().back(), "error select EF DEC");

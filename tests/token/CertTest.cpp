@@ -80,7 +80,7 @@ TEST_F(TokenCertTest, MissingCertificateSessionOrOversizedValueFail)
     ASSERT_TRUE(openCard(kBlankSerial));
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
     EXPECT_EQ(Log::errors(), Lines{"Key not found !!!"});
-    unsigned char buffer[16];
+    unsigned char buffer[Token::CERT_BUFFER_SIZE];
     unsigned long length = sizeof(buffer);
     EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
 
@@ -89,6 +89,25 @@ TEST_F(TokenCertTest, MissingCertificateSessionOrOversizedValueFail)
     Sim::SetFault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(p11->LoadSigningCertificate(true));
     EXPECT_EQ(Log::errors().back(), "PKCS11 FindObjects ERROR");
+
+    // Call 1 reads the first certificate's label, call 2 its value.
+    Log::clear();
+    Sim::AddFaults("C_GetAttributeValue#2=malformed*1");
+    EXPECT_FALSE(p11->LoadSigningCertificate(true));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
+    length = sizeof(buffer);
+    EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
+    // The usual answer to a value that does not fit: the module says so.
+    Log::clear();
+    Sim::AddFaults("C_GetAttributeValue#2=CKR_BUFFER_TOO_SMALL*1");
+    EXPECT_FALSE(p11->LoadSigningCertificate(true));
+    EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
+
+    // An inflated label is not trusted either: that object is passed over.
+    Log::clear();
+    Sim::AddFaults("C_GetAttributeValue=malformed*1");
+    EXPECT_FALSE(p11->LoadSigningCertificate(true));
+    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetAttributeValue ERROR0x150", "Key not found !!!"}));
 }
 
 TEST_F(TokenCertTest, CertificatesOfEveryCard)
@@ -109,29 +128,6 @@ TEST_F(TokenCertTest, CertificatesOfEveryCard)
 
     ASSERT_TRUE(openCard(kAcos));
     EXPECT_NE(p11->getSigningCertificateHandle(false), CK_INVALID_HANDLE);
-}
-
-TEST_F(TokenCertTest, ValueLongerThanTheBufferIsRefused)
-{
-    ASSERT_TRUE(openCard(kAcos));
-    // Call 1 reads the first certificate's label, call 2 its value.
-    Sim::AddFaults("C_GetAttributeValue#2=malformed*1");
-    EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
-    unsigned char buffer[Token::CERT_BUFFER_SIZE];
-    unsigned long length = sizeof(buffer);
-    EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
-    // The usual answer to a value that does not fit: the module says so.
-    Log::clear();
-    Sim::AddFaults("C_GetAttributeValue#2=CKR_BUFFER_TOO_SMALL*1");
-    EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
-
-    // An inflated label is not trusted either: that object is passed over.
-    Log::clear();
-    Sim::AddFaults("C_GetAttributeValue=malformed*1");
-    EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetAttributeValue ERROR0x150", "Key not found !!!"}));
 }
 
 } // namespace

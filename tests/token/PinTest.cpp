@@ -28,14 +28,10 @@ TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
     expected.insert(expected.begin(), "Proc_C_SetAttributeValue returned CKR_FUNCTION_CANCELED");
     expected.push_back("Proc_C_SetAttributeValue returned CKR_PIN_LOCKED");
     EXPECT_EQ(Log::errors(), expected);
-
-    // The PUK unblocks it again.
-    SetPinAnswers({"87654321", "2468", "2468"});
-    EXPECT_EQ(p11->UnblockPIN(APPL_ENCRYPTION), Korvex::PKCS11_OK);
-    EXPECT_EQ(Sim::PinTries(kAcos, VSIM_PIN_ENCRYPTION), 3);
+    // (A PUK restoring the tries: PinCommandTest.ChangeUnblockAndCancelOnEveryApplication.)
 }
 
-TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
+TEST_F(TokenPinTest, RefusalsFailuresAndTheFourArgumentForm)
 {
     EXPECT_EQ(p11->ChangePIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
     EXPECT_EQ(p11->UnblockPIN(APPL_SIGNATURE), Korvex::PKCS11_ERROR);
@@ -56,11 +52,9 @@ TEST_F(TokenPinTest, RefusedWithoutSessionOrWithAnUnknownApplication)
     EXPECT_EQ(Log::errors(), Lines{"Proc_C_SetAttributeValue returned 0x6"});
     EXPECT_TRUE(Log::hasMessage(Korvex::kPinDialogueNotShown));
     EXPECT_EQ(p11->LastPinCommandRv(), CKR_FUNCTION_FAILED);
-}
 
-TEST_F(TokenPinTest, FourArgumentFormMapsWrongPinToLockedAndFailuresToWrongPin)
-{
-    ASSERT_TRUE(openCard(kAcos));
+    // The four-argument form maps a wrong PIN to locked and locked to a wrong PIN.
+    Log::clear();
     SetPinAnswers({"999999", "111111", "111111", "999999", "111111", "111111", "999999", "111111", "111111"});
     for (int attempt = 0; attempt < 3; ++attempt)
         EXPECT_EQ(p11->GenericPINCommand(APPL_SIGNATURE, 0x200, false, false), Korvex::PKCS11_PIN_LOCKED);
@@ -101,7 +95,7 @@ TEST_F(TokenPinTest, InitPinForcesTheSoftwarePinOnAcosCardsForNewClients)
     setClientVersion("");
 }
 
-TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
+TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsItWhateverTheResult)
 {
     Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
     int32_t tries = 0;
@@ -124,15 +118,8 @@ TEST_F(TokenPinTest, PinStatusIsReadOnlyWhereTheCardReportsIt)
     EXPECT_EQ(p11->GetPINStatus(APPL_IDENTITY_LINK, state, tries), Korvex::PKCS11_OK);
     EXPECT_EQ(tries, 2);
     EXPECT_EQ(p11->GetPINStatus(static_cast<Korvex::ApplType>(3), state, tries), Korvex::PKCS11_ERROR);
-}
 
-TEST_F(TokenPinTest, StatusBytesAreReadWhateverTheResult)
-{
-    ASSERT_TRUE(openCard(kG3A));
-    ASSERT_TRUE(p11->LoadCardType());
-    Korvex::PINState state = Korvex::PIN_STATE_NO_TRIES;
-    int32_t tries = 0;
-
+    // The status bytes are read whatever the module's result.
     Sim::AddFaults("C_CardAttribute=answer:FF03*1");
     EXPECT_EQ(p11->GetPINStatus(APPL_SIGNATURE, state, tries), Korvex::PKCS11_OK);
     EXPECT_EQ(state, Korvex::PIN_STATE_UNKNOWN);

@@ -107,7 +107,7 @@ TEST_F(TokenSignTest, SignAndVerifyAFinishedDigestOnTheCard)
     EXPECT_TRUE(p11->Verify("PK.CH.SIG", text, *signature));
 }
 
-TEST_F(TokenSignTest, InputChecksComeBeforeTheCard)
+TEST_F(TokenSignTest, InputChecksComeBeforeTheCardAndCardFailuresAreLogged)
 {
     unsigned char out[512];
     unsigned long length = sizeof(out);
@@ -128,14 +128,10 @@ TEST_F(TokenSignTest, InputChecksComeBeforeTheCard)
     EXPECT_EQ(Log::errors(), (Lines{"Data size too long: 2049 bytes", "PKCS11 Unbekannter Signaturalgorihtmus"}));
     SetPinAnswers({"123456"});
     EXPECT_TRUE(signRaw(*p11, big, kind, true, Korvex::HashSha256, 2048));
-}
 
-TEST_F(TokenSignTest, CardFailuresAreLoggedWithTheirCodes)
-{
-    ASSERT_TRUE(openCard(kAcos));
+    // Then the card's failures, each logged with its code.
+    Log::clear();
     const Bytes text = bytes("abc");
-    Korvex::SignKey kind = Korvex::SIGN_KEY_RSA;
-
     SetPinAnswers({"CANCEL"});
     EXPECT_FALSE(signRaw(*p11, text, kind, true, Korvex::HashSha1));
     Sim::SetFault("C_SignInit", kAcos, CKR_KEY_FUNCTION_NOT_PERMITTED, 1);

@@ -58,17 +58,6 @@ TEST_F(TokenSlotsTest, ClassifiesEveryGenerationByModelAndLabel)
               std::string(kCards[0].serial) + "ACOS EMV-A03vessavessa");
 }
 
-TEST_F(TokenSlotsTest, TokenInfoOutsideTheListFailsWithoutChangingTheRecord)
-{
-    Korvex::TokenInfoStruct2 info;
-    info.label = "unverändert";
-    // Eleven slots hold a token; position 11 equals the count.
-    EXPECT_FALSE(p11->GetTokenInfo(11ul, info));
-    EXPECT_FALSE(p11->GetTokenInfo(12ul, info));
-    EXPECT_EQ(info.label, "unverändert");
-    EXPECT_TRUE(Log::errors().empty());
-}
-
 TEST_F(TokenSlotsTest, CardTypeCodesComeFromTheAtr)
 {
     std::string previousAtr;
@@ -120,8 +109,16 @@ TEST_F(TokenSlotsTest, AtrIsCachedUntilForcedAndResetReadsItAgain)
     EXPECT_EQ(Log::errors().back(), "Failed do Reset, rv =0x30");
 }
 
-TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
+TEST_F(TokenSlotsTest, OutOfRangeAndEnumerationFailuresAreLoggedAndBadSlotsSkipped)
 {
+    // Eleven slots hold a token; position 11 equals the count. No error line.
+    Korvex::TokenInfoStruct2 outside;
+    outside.label = "unverändert";
+    EXPECT_FALSE(p11->GetTokenInfo(11ul, outside));
+    EXPECT_FALSE(p11->GetTokenInfo(12ul, outside));
+    EXPECT_EQ(outside.label, "unverändert");
+    EXPECT_TRUE(Log::errors().empty());
+
     std::vector<Korvex::SlotStruct*> slots;
     Sim::SetFault("C_GetSlotList", "*", CKR_DEVICE_ERROR, 1);
     EXPECT_FALSE(p11->GetSlots(slots, true));
@@ -143,27 +140,20 @@ TEST_F(TokenSlotsTest, EnumerationFailuresAreLoggedAndBadSlotsSkipped)
     Sim::SetFault("C_GetTokenInfo", kCards[0].serial, CKR_TOKEN_NOT_PRESENT, 1);
     EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
     EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetSlotList(1) ERROR0x30", "PKCS11 Proc_C_GetTokenInfo ERROR0xe0"}));
-}
 
-TEST_F(TokenSlotsTest, OversizedSlotCountFromTheModuleIsNotTrusted)
-{
-    Sim::SetMalformed("C_GetSlotList", "*", VSIM_ALWAYS);
-    std::vector<Korvex::SlotStruct*> slots;
-    EXPECT_TRUE(p11->GetSlots(slots, true));
-    EXPECT_LE(slots.size(), kListedCards);
-    Korvex::TokenInfoStruct info;
-    EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
-}
-
-TEST_F(TokenSlotsTest, SecondSlotListCallFailureIsLogged)
-{
-    std::vector<Korvex::SlotStruct*> slots;
+    // The second call of the slot list (the one that fills it) fails.
+    Log::clear();
     Sim::AddFaults("C_GetSlotList#2=CKR_BUFFER_TOO_SMALL*1");
     EXPECT_FALSE(p11->GetSlots(slots, true));
     Sim::AddFaults("C_GetSlotList#2=CKR_BUFFER_TOO_SMALL*1");
-    Korvex::TokenInfoStruct info;
     EXPECT_FALSE(p11->GetTokenInfo(0ul, info));
     EXPECT_EQ(Log::errors(), Lines(2, "PKCS11 Proc_C_GetSlotList(2) ERROR0x150"));
+
+    // A slot count beyond the list the module filled is not trusted.
+    Sim::SetMalformed("C_GetSlotList", "*", VSIM_ALWAYS);
+    EXPECT_TRUE(p11->GetSlots(slots, true));
+    EXPECT_LE(slots.size(), kListedCards);
+    EXPECT_FALSE(p11->GetTokenInfo(40ul, info));
 }
 
 } // namespace

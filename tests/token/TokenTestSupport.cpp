@@ -96,21 +96,15 @@ void TokenTest::TearDown()
     }
 }
 
-int TokenTest::positionOf(const char* serial)
+bool TokenTest::openCard(const char* serial, bool readWrite)
 {
     std::vector<Korvex::SlotStruct*> slots;
     if (!p11->GetSlots(slots, true))
-        return -1;
+        return false;
     for (size_t i = 0; i < slots.size(); ++i)
         if (slots[i]->serial == serial)
-            return static_cast<int>(i);
-    return -1;
-}
-
-bool TokenTest::openCard(const char* serial, bool readWrite)
-{
-    int position = positionOf(serial);
-    return position >= 0 && p11->OpenSession(position, readWrite);
+            return p11->OpenSession(static_cast<int>(i), readWrite);
+    return false;
 }
 
 ModuleOverride::ModuleOverride(const char* path) : m_previousName(Korvex::PKCS11_LIB_NAME)

@@ -51,7 +51,6 @@ protected:
     void TearDown() override;
     // Opens a session on the card with this serial; false when not listed.
     bool openCard(const char* serial, bool readWrite = false);
-    int positionOf(const char* serial);
 
     TokenLog log;
     std::unique_ptr<Token> p11;
