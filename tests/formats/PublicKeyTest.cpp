@@ -65,16 +65,6 @@ std::string text(const unsigned char* digits) { return reinterpret_cast<const ch
 
 } // namespace
 
-TEST(ParseRsaKey, NumbersWithoutLeadingZerosAtAnyOffset)
-{
-    Bytes buf = {0xFF, 0xFF, 0x30, 0x0A, 0x02, 0x03, 0x00, 0xC3, 0x51, 0x02, 0x03, 0x01, 0x00, 0x01};
-    ParsedPublicKey key = ParseKey(buf.data(), 2, 12);
-    EXPECT_EQ(key.keyType, ParsedPublicKey::kKeyTypeRsa);
-    EXPECT_EQ(modulus(key), (Bytes{0xC3, 0x51}));
-    EXPECT_EQ(exponent(key), (Bytes{0x01, 0x00, 0x01}));
-    EXPECT_EQ(key.curve, "");
-}
-
 // A key made by OpenSSL: ParseRsaKey.CutAtEveryByteReadsOnlyCompleteNumbers.
 TEST(ParseRsaKey, TheLargestModulusFillsItsArray)
 {
