@@ -1,9 +1,8 @@
 // The process-wide memo of certificate decodes behind slCertificate's
-// LoadFromBuffer: shared parses of equal bytes, no mixing of different bytes,
-// least-recently-used eviction and use from two threads.
+// LoadFromBuffer: least-recently-used eviction, oversized input, and two
+// threads loading equal and different bytes, which must never mix.
 #include "CryptoTestSupport.h"
 
-#include "base/base64.h"
 #include "crypto/slCertificateDecodeCache.h"
 
 #include <openssl/evp.h>
@@ -60,57 +59,6 @@ protected:
 };
 
 std::vector<Bytes> CertificateDecodeCache::s_made;
-
-TEST_F(CertificateDecodeCache, SameBytesShareOneParseButObjectsKeepTheirIdentity)
-{
-    const Bytes der = ReadBytes(FixturePath("ee-rsa.der"));
-    slCertificate kept;
-    {
-        slCertificate first, second, fromB64;
-        ASSERT_TRUE(first.LoadFromBuffer(der) && second.LoadFromBuffer(der.data(), der.size()));
-        ASSERT_TRUE(fromB64.LoadFromB64(b64Encode(der)));  // plain base64 reaches the same memo
-        EXPECT_EQ(first.GetX509(), second.GetX509());
-        EXPECT_EQ(first.GetX509(), fromB64.GetX509());
-        EXPECT_FALSE(first == second);
-        ASSERT_TRUE(kept.LoadFromBuffer(der));
-        EXPECT_EQ(kept.GetX509(), first.GetX509());
-    }
-    // The other holders and the memo let go; the one left still works.
-    ClearCertificateDecodeCache();
-    EXPECT_EQ(kept.ToBin(), der);
-    EXPECT_EQ(kept.GetSubjectCN(), "Holder Mustermann");
-
-    slCertificate afresh;
-    ASSERT_TRUE(afresh.LoadFromBuffer(der));
-    EXPECT_NE(afresh.GetX509(), kept.GetX509());
-}
-
-TEST_F(CertificateDecodeCache, DifferentBytesNeverMix)
-{
-    // Same length, same layout, a few differing bytes.
-    for (int pass = 0; pass < 2; ++pass) {
-        for (size_t i = 0; i < s_made.size(); ++i) {
-            slCertificate cert;
-            ASSERT_TRUE(cert.LoadFromBuffer(s_made[i]));
-            EXPECT_EQ(cert.ToBin(), s_made[i]) << i;
-            EXPECT_EQ(cert.GetSubjectCN(), Name(i));
-            EXPECT_EQ(cert.GetSerialNumberInt(), static_cast<long>(i + 1));
-        }
-    }
-
-    // Only the last byte of the signature differs: a different certificate.
-    const Bytes der = ReadBytes(FixturePath("ee-ec.der"));
-    Bytes changed = der;
-    changed.back() ^= 0x01;
-    slCertificate original, other;
-    ASSERT_TRUE(original.LoadFromBuffer(der) && other.LoadFromBuffer(changed));
-    EXPECT_NE(original.GetX509(), other.GetX509());
-    EXPECT_EQ(other.ToBin(), changed);
-    slCertificate again;
-    ASSERT_TRUE(again.LoadFromBuffer(der));
-    EXPECT_EQ(again.ToBin(), der);
-    EXPECT_EQ(again.GetX509(), original.GetX509());
-}
 
 TEST_F(CertificateDecodeCache, KeepsTheMostRecentlyUsed)
 {

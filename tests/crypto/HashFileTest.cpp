@@ -75,17 +75,6 @@ TEST(HashFile, DigestsFromTheCurrentPositionAcrossChunkBoundaries)
     }
 }
 
-TEST(HashFile, ExactChunkIsOneReadThenAnEmptyRead)
-{
-    ScriptedStream stream{Pattern(5012)};
-    FILE* f = stream.Open();
-    Bytes out;
-    ASSERT_TRUE(HashFile(f, out, HashSha256));
-    EXPECT_EQ(out, Sha256(stream.data, 0, 5012));
-    EXPECT_EQ(stream.reads, (std::vector<ssize_t>{5012, 0}));
-    fclose(f);
-}
-
 TEST(HashFile, ReadErrorFailsButLeavesDigestOfWhatWasRead)
 {
     LogCapture log(LibCrypto::acPKCS11_SetErrorLoggingFunc);

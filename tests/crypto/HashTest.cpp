@@ -1,5 +1,5 @@
-// Digests of every HashAlgorithm against published vectors, the size
-// protocol, DigestInfo headers and the LibCrypto log hooks.
+// Digests of every HashAlgorithm against published vectors with and without
+// their DigestInfo headers, and the LibCrypto log hooks.
 #include "crypto/Hash.h"
 #include "crypto/LibCrypto.h"
 #include "CryptoTestSupport.h"
@@ -40,47 +40,6 @@ class HashTest : public ::testing::Test {
 };
 
 } // namespace
-
-TEST_F(HashTest, EveryAlgorithmMatchesPublishedVectors)
-{
-    for (const Vector& v : kVectors) {
-        SCOPED_TRACE(v.alg);
-        unsigned char out[80];
-        unsigned long outLen = sizeof(out);
-        ASSERT_TRUE(Hash(kAbc.data(), kAbc.size(), out, outLen, v.alg));
-        EXPECT_EQ(Bytes(out, out + outLen), FromHex(v.abc));
-    }
-    unsigned char out[32];
-    unsigned long outLen = sizeof(out); // length 0 is the empty message, not an error
-    ASSERT_TRUE(Hash(kAbc.data(), 0, out, outLen, HashSha256));
-    EXPECT_EQ(Bytes(out, out + outLen), FromHex("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
-}
-
-TEST_F(HashTest, SizeProtocolAndRejectedArguments)
-{
-    unsigned char out[64];
-    unsigned long outLen = 19;
-    EXPECT_FALSE(Hash(kAbc.data(), 3, out, outLen, HashSha1));
-    EXPECT_EQ(outLen, 19u);
-    outLen = 64;
-    EXPECT_TRUE(Hash(kAbc.data(), 3, out, outLen, HashSha1));
-    EXPECT_EQ(outLen, 20u);
-    EXPECT_FALSE(Hash(nullptr, 3, out, outLen, HashSha1));
-    EXPECT_FALSE(Hash(kAbc.data(), 3, nullptr, outLen, HashSha1));
-    EXPECT_EQ(LogCapture::all(), (std::vector<std::string>{"PKCS11 outputsize ist zu klein",
-                                                             "PKCS11 input == NULL",
-                                                             "PKCS11 output == NULL"}));
-
-    // No digest (7) and values above 8: no descriptor, nothing logged.
-    LogCapture::clear();
-    for (int value : {7, 9, 10}) {
-        unsigned long size = 1234;
-        EXPECT_EQ(intern::GetHashAlgo(static_cast<HashAlgorithm>(value), size), nullptr);
-        EXPECT_EQ(size, 1234u);
-        EXPECT_FALSE(Hash(kAbc.data(), 3, out, outLen, static_cast<HashAlgorithm>(value)));
-    }
-    EXPECT_TRUE(LogCapture::all().empty());
-}
 
 TEST_F(HashTest, DigestInfoHeadersParseAsDigestInfoOfTheirAlgorithm)
 {
