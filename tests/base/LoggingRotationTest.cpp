@@ -47,33 +47,6 @@ LibLogging* NewLogger(const std::string& path, unsigned entries)
 
 } // namespace
 
-TEST(LogRotation, Entry10001GoesToANewFile)
-{
-    TestSupport::TempDir dir;
-    LibLogging* logger = NewLogger(dir.file("rot"), 10000);
-    ASSERT_NE(nullptr, logger);
-    ASSERT_TRUE(logger->IsLogRotationEnabled());
-    for (int i = 1; i <= 10000; ++i)
-        logger->LogError("entry " + std::to_string(i));
-    EXPECT_EQ(1u, TestSupport::FileNames(dir.path()).size()) << "10000 entries still fit in one file";
-    logger->LogError("entry 10001");
-
-    const AllFiles all = ReadAllFiles(dir.path());
-    ASSERT_EQ(2u, all.linesByFile.size());
-    const std::vector<std::string>& current = all.linesByFile.at("rot.log");
-    ASSERT_EQ(1u, current.size());
-    EXPECT_NE(std::string::npos, current[0].find("ERROR entry 10001"));
-    for (const auto& file : all.linesByFile) {
-        if (file.first == "rot.log")
-            continue;
-        EXPECT_TRUE(std::regex_match(file.first, std::regex(R"(rot_\d+\.log)"))) << file.first;
-        ASSERT_EQ(10000u, file.second.size());
-        EXPECT_NE(std::string::npos, file.second.front().find("entry 1"));
-        EXPECT_NE(std::string::npos, file.second.back().find("entry 10000"));
-    }
-    logger->Destroy();
-}
-
 TEST(LogRotation, BySizeKeepsFilesNearTheLimit)
 {
     TestSupport::TempDir dir;
