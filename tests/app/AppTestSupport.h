@@ -1,6 +1,5 @@
 // Helpers of the application-shell tests: the program's all-users settings
-// file, its log files, and a started toolkit (without display) for the
-// locale code.
+// file and a started toolkit (without display) for the locale code.
 #pragma once
 
 #include "tests/support/TestCommon.h"
@@ -10,7 +9,6 @@
 namespace AppTests {
 
 using ScratchDir = TestSupport::TempDir;
-using TestSupport::ReadText;
 
 // Points the all-users directory at `dir` and writes the program's settings
 // file there with the given XML body (inside <config>).
@@ -18,16 +16,6 @@ inline void WriteAllUsersConfig(const std::string& dir, const std::string& body)
 {
     setenv("KORVEX_ALLUSERS_DIR", (dir + "/").c_str(), 1);
     TestSupport::WriteSettingsFile(dir, body);
-}
-
-// Names of the files in `dir` that begin with `prefix`.
-inline std::vector<std::string> FilesStartingWith(const std::string& dir, const std::string& prefix)
-{
-    std::vector<std::string> names;
-    for (const std::string& name : TestSupport::FileNames(dir))
-        if (name.compare(0, prefix.size(), prefix) == 0)
-            names.push_back(name);
-    return names;
 }
 
 // The toolkit's non-graphical part, started once for the whole test program.
