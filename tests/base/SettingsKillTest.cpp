@@ -1,7 +1,6 @@
 // Settings survive a crash: a writer killed with SIGKILL at random moments
 // leaves the settings file with either the old or the new content, never a
-// broken or lost one, and the temporary files of killed writes go away with
-// the next write once they are stale.
+// broken or lost one.
 #include "tests/support/TestCommon.h"
 
 #include <boost/property_tree/ptree.hpp>
@@ -99,17 +98,6 @@ TEST(SettingsKillTest, KilledWritesLeaveTheOldOrTheNewContent)
     EXPECT_EQ(lost, 0);
     EXPECT_EQ(exited, 0) << "the writer ended by itself";
     EXPECT_GT(seen, 0) << "no write got through";
-
-    // Once stale, the killed writes' temporary files go with the next write.
-    const auto old = fs::file_time_type::clock::now() - std::chrono::minutes(5);
-    for (const auto& entry : fs::directory_iterator(dir))
-        fs::last_write_time(entry.path(), old);
-    const pid_t writer = StartWriter(-1000);
-    ASSERT_GT(writer, 0);
-    usleep(200000);
-    ::kill(writer, SIGKILL);
-    waitpid(writer, nullptr, 0);
-    EXPECT_LE(TemporaryFiles(dir), 1) << "only the last killed write's own file may stay";
 }
 
 } // namespace
