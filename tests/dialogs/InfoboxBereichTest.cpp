@@ -135,31 +135,6 @@ TEST_F(InfoboxBereichTest, FixedLayoutListsThreeObjectsAndShowsTheIdentityLink) 
     EXPECT_TRUE(Binary().empty());
 }
 
-TEST_F(InfoboxBereichTest, InfoboxFileListsEntriesByTagAndLabel) {
-    Open(kMaria, Korvex::TOKEN_ACOS_A04);
-    EXPECT_TRUE(dialog->IsInfoboxFileMode());
-    EXPECT_EQ(Items(dialog->GetList()), (std::vector<wxString>{"01 PERSONENBINDUNG", "02 RFU1", "03 RFU2"}));
-    EXPECT_EQ(dialog->GetList()->GetSelection(), wxNOT_FOUND);
-    EXPECT_FALSE(dialog->GetProtectButton()->IsEnabled());
-
-    Select("01 PERSONENBINDUNG");
-    EXPECT_EQ(Binary(), SpacedHex(ReadObject(kMaria, "0x01")));
-    EXPECT_TRUE(Text().StartsWith(Utf8("Vorname: Maria\r\nNachname: Musterfrau\r\nGeburtsdatum: 1975-04-12")))
-        << Text();
-    EXPECT_TRUE(dialog->GetProtectButton()->IsEnabled());
-    EXPECT_EQ(dialog->GetProtectButton()->GetLabel(), Utf8("verschlüsselt speichern"));
-
-    Select("02 RFU1");
-    const std::vector<unsigned char> rfu = ReadObject(kMaria, "0x02");
-    ASSERT_FALSE(rfu.empty());
-    EXPECT_EQ(Binary(), SpacedHex(rfu));
-    EXPECT_EQ(Text(), wxString::FromUTF8(reinterpret_cast<const char*>(rfu.data()), rfu.size()));
-
-    Open(kLena, Korvex::TOKEN_ACOS_A05);  // without identity link: the other entries
-    EXPECT_EQ(Items(dialog->GetList()), (std::vector<wxString>{"02 RFU1", "03 RFU2"}));
-    EXPECT_EQ(dialog->noPersBShown, 0);
-}
-
 TEST_F(InfoboxBereichTest, AnUnreadableIdentityLinkIsAReadErrorNotAMissingOne) {
     // Both layouts, with the search, the read or the read's answer failing:
     // the card has an identity link, so no writer is offered.
@@ -184,8 +159,12 @@ TEST_F(InfoboxBereichTest, AnUnreadableIdentityLinkIsAReadErrorNotAMissingOne) {
 
 TEST_F(InfoboxBereichTest, ProtectionSwitchWritesTheFlagAndRebuildsTheList) {
     Open(kMaria, Korvex::TOKEN_ACOS_A04);
+    EXPECT_FALSE(dialog->GetProtectButton()->IsEnabled());
     Select("02 RFU1");
+    EXPECT_EQ(dialog->GetProtectButton()->GetLabel(), Utf8("verschlüsselt speichern"));
     const wxString content = Binary();
+    const std::vector<unsigned char> rfu = ReadObject(kMaria, "0x02");
+    EXPECT_EQ(Text(), wxString::FromUTF8(reinterpret_cast<const char*>(rfu.data()), rfu.size()));
     SetPinAnswers({"CANCEL"});  // a failed switch leaves everything as it was
     SwitchProtection();
     EXPECT_EQ(EntryType(kMaria, 2) & 1, 0);

@@ -70,11 +70,6 @@ void PrepareGuiTestProcess()
 
 namespace WindowTests {
 
-void UseTestCardSet(bool testSet)
-{
-    UseCardSet(testSet ? kCardSet : "");
-}
-
 std::vector<std::string> ViewedCertificates()
 {
     std::vector<std::string> files;
@@ -88,10 +83,7 @@ std::vector<std::string> ViewedCertificates()
 
 void MainWindowTest::SetUp()
 {
-    if (cardSet.empty())
-        UseTestCardSet(UsesTestCardSet());
-    else
-        UseCardSet(cardSet);
+    UseCardSet(!cardSet.empty() ? cardSet : UsesTestCardSet() ? kCardSet : "");
     frame = new MainFrame(nullptr);
     // Counts the refreshes once the window's own handler has shown the rows.
     frame->Bind(

@@ -34,8 +34,6 @@ extern const TestCard kBlank;  // reader 3, ACOS-A05, not personalised
 extern const TestCard kLukas;  // spare, e-Card G3A
 const CK_SLOT_ID kEmptyReader = 4;
 
-// Uses the test card set (true) or the module's built-in demo set (false).
-void UseTestCardSet(bool testSet);
 // Files the stand-in certificate viewer was given, oldest first.
 std::vector<std::string> ViewedCertificates();
 

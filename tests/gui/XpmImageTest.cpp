@@ -1,47 +1,9 @@
-// The direct XPM reader against the toolkit's own, on the program's artwork
-// and on data it must not trust.
-#include "gui/Images.h"
+// The direct XPM reader on small pictures and on data it must not trust.
 #include "gui/XpmImage.h"
-
-#include <wx/bitmap.h>
 
 #include <gtest/gtest.h>
 
 namespace {
-
-void ExpectSamePicture(const char* const* xpm, const char* name)
-{
-    SCOPED_TRACE(name);
-    const wxImage fast = XpmToImage(xpm);
-    wxImage reference(xpm);
-    ASSERT_TRUE(fast.IsOk());
-    ASSERT_EQ(fast.GetSize(), reference.GetSize());
-    if (!reference.HasAlpha())
-        reference.InitAlpha(); // the toolkit reader gives a mask instead
-    int differences = 0;
-    for (int y = 0; y < fast.GetHeight(); ++y) {
-        for (int x = 0; x < fast.GetWidth(); ++x) {
-            const bool fastOpaque = !fast.HasAlpha() || fast.GetAlpha(x, y) != 0;
-            const bool referenceOpaque = reference.GetAlpha(x, y) != 0;
-            if (fastOpaque != referenceOpaque ||
-                (fastOpaque && (fast.GetRed(x, y) != reference.GetRed(x, y) ||
-                                fast.GetGreen(x, y) != reference.GetGreen(x, y) ||
-                                fast.GetBlue(x, y) != reference.GetBlue(x, y))))
-                ++differences;
-        }
-    }
-    EXPECT_EQ(differences, 0);
-}
-
-TEST(XpmToImage, ReadsTheArtworkLikeTheToolkit)
-{
-    ExpectSamePicture(KorvexBanner, "banner");
-    ExpectSamePicture(ButtonReload, "reload");
-    ExpectSamePicture(ButtonOk, "ok");
-    ExpectSamePicture(ButtonCancel, "cancel");
-    ExpectSamePicture(chip_small_xpm, "chip");
-    ExpectSamePicture(IconXpm, "icon");
-}
 
 TEST(XpmToImage, OneCharacterCodesTransparencyAndBrokenData)
 {
