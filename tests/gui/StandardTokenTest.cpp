@@ -6,6 +6,7 @@
 #include "crypto/slCertificate.h"
 #include "gui/CardList.h"
 #include "token/LoadFreeLib.h"
+#include "token/TokenProfile.h"
 #include "token/acPKCS11.h"
 
 #include <wx/menu.h>
@@ -102,6 +103,34 @@ TEST_F(StandardTokenTest, ListsTheTokenAndManagesItsPinEndToEnd)
         Korvex::slCertificate certificate;
         ASSERT_TRUE(certificate.LoadFromBuffer(shown.data(), shown.size()));
         EXPECT_EQ(certificate.GetSubjectCN(), subjects[i]);
+    }
+}
+
+TEST(TokenProfileTest, OffersFollowTheTokenKind)
+{
+    const struct {
+        Korvex::TokenType type;
+        bool extensions;
+        CK_FLAGS flags;
+        bool vendor, change, unblock, identityLinkPin, protectedPath;
+    } rows[] = {
+        {Korvex::TOKEN_ACOS_A03, true, CKF_LOGIN_REQUIRED, true, true, true, true, false},
+        {Korvex::TOKEN_ECARD_G2, true, CKF_LOGIN_REQUIRED, true, true, false, false, false},
+        {Korvex::TOKEN_ACOS_A04, false, CKF_LOGIN_REQUIRED, false, true, true, false, false},
+        {Korvex::TOKEN_UNKNOWN, true, CKF_TOKEN_INITIALIZED, false, false, false, false, false},
+        {Korvex::TOKEN_UNKNOWN, false, CKF_LOGIN_REQUIRED | CKF_PROTECTED_AUTHENTICATION_PATH, false, true, true,
+         false, true},
+    };
+    for (const auto& row : rows) {
+        CK_TOKEN_INFO info{};
+        info.flags = row.flags;
+        const Korvex::TokenProfile profile = Korvex::ProfileOf(row.type, row.extensions, info);
+        SCOPED_TRACE(testing::Message() << row.type << "/" << row.flags);
+        EXPECT_EQ(profile.vendor, row.vendor);
+        EXPECT_EQ(profile.change[Korvex::APPL_SIGNATURE], row.change);
+        EXPECT_EQ(profile.unblock[Korvex::APPL_SIGNATURE], row.unblock);
+        EXPECT_EQ(profile.change[Korvex::APPL_IDENTITY_LINK], row.identityLinkPin);
+        EXPECT_EQ(profile.protectedPath, row.protectedPath);
     }
 }
 

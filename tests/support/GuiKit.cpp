@@ -1,4 +1,4 @@
-// Event pumping, dialog recorder, pictures and the layout check;
+// Event pumping, dialog recorder, pictures, screenshots and the layout check;
 // see GuiKit.h.
 #include "tests/support/GuiKit.h"
 
@@ -12,8 +12,11 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <thread>
 #include <typeinfo>
+
+#include <dlfcn.h>
 
 namespace TestSupport {
 
@@ -67,6 +70,40 @@ bool BitmapShowsPicture(const wxBitmap& bitmap, const char* const* xpm)
         }
     }
     return compared > 0;
+}
+
+bool SaveScreenshot(wxWindow* window, const std::string& path)
+{
+    window->Raise();
+    window->Refresh();
+    window->Update();
+    Pump(400);
+    // GTK 3 cannot read pixels back through a window DC, so they come from
+    // the X window itself. The toolkit already has GTK loaded; its functions
+    // are looked up there because the GTK headers are not installed.
+    using GetWindow = void* (*)(void*);
+    using Size = int (*)(void*);
+    using FromWindow = void* (*)(void*, int, int, int, int);
+    using Save = int (*)(void*, const char*, const char*, char**, char**, void**);
+    using Unref = void (*)(void*);
+    auto getWindow = reinterpret_cast<GetWindow>(dlsym(RTLD_DEFAULT, "gtk_widget_get_window"));
+    auto width = reinterpret_cast<Size>(dlsym(RTLD_DEFAULT, "gdk_window_get_width"));
+    auto height = reinterpret_cast<Size>(dlsym(RTLD_DEFAULT, "gdk_window_get_height"));
+    auto fromWindow = reinterpret_cast<FromWindow>(dlsym(RTLD_DEFAULT, "gdk_pixbuf_get_from_window"));
+    auto save = reinterpret_cast<Save>(dlsym(RTLD_DEFAULT, "gdk_pixbuf_savev"));
+    auto unref = reinterpret_cast<Unref>(dlsym(RTLD_DEFAULT, "g_object_unref"));
+    if (!getWindow || !width || !height || !fromWindow || !save || !unref)
+        return false;
+    void* gdkWindow = getWindow(window->GetHandle());
+    void* pixbuf = gdkWindow != nullptr ? fromWindow(gdkWindow, 0, 0, width(gdkWindow), height(gdkWindow)) : nullptr;
+    if (pixbuf == nullptr)
+        return false;
+    // The first screenshot of a fresh build folder makes its folder.
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    const bool saved = save(pixbuf, (path + ".png").c_str(), "png", nullptr, nullptr, nullptr) != 0;
+    unref(pixbuf);
+    return saved;
 }
 
 namespace {

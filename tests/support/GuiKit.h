@@ -1,5 +1,5 @@
 // Toolkit side of the shared fixture library: event pumping, a recorder that
-// catches modal dialogs, picture comparison and a layout check.
+// catches modal dialogs, picture comparison, screenshots and a layout check.
 // The GUI test executables share one entry point (GuiTestMain.cpp), which
 // calls the executable's own PrepareGuiTestProcess() before the toolkit
 // starts.
@@ -29,6 +29,9 @@ bool PumpUntil(const std::function<bool()>& done, double seconds = 20.0);
 // Every colour (RGB) of the pixels that are opaque in the XPM picture and in
 // the bitmap agree.
 bool BitmapShowsPicture(const wxBitmap& bitmap, const char* const* xpm);
+
+// Saves what the window shows on the screen as <path>.png; false on failure.
+bool SaveScreenshot(wxWindow* window, const std::string& path);
 
 // Shown controls of the window that overlap a shown sibling or stick out of
 // their parent, one line each: a control the layout left out sits at its
