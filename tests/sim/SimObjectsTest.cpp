@@ -2,18 +2,11 @@
 // their card.
 #include "SimHarness.h"
 
-#include "formats/Personenbindung.h"
-
-#include <openssl/evp.h>
-#include <openssl/x509.h>
-
 #include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
 
 namespace {
-
-using X509Ptr = std::unique_ptr<X509, decltype(&X509_free)>;
 
 class SimObjects : public SimTest {};
 
