@@ -109,24 +109,6 @@ TEST_F(SimSlots, HotPlugRaisesOneEventPerChangedSlotAndEndsSessionsOfThePulledCa
     EXPECT_EQ(drainEvents(), (std::vector<CK_SLOT_ID>{kEmptySlot, 3}));
 }
 
-TEST_F(SimSlots, BlockingWaitWakesOnInsertAndOnFinalize) {
-    CK_SLOT_ID event = 99;
-    CK_RV waited = CKR_GENERAL_ERROR;
-    std::thread waiter([&] { waited = p11->C_WaitForSlotEvent(0, &event, nullptr); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    ASSERT_EQ(Sim::InsertCard(kEmptySlot, "anna"), CKR_OK);
-    waiter.join();
-    EXPECT_EQ(waited, CKR_OK);
-    EXPECT_EQ(event, kEmptySlot);
-
-    std::thread second([&] { waited = p11->C_WaitForSlotEvent(0, &event, nullptr); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    ASSERT_EQ(p11->C_Finalize(nullptr), CKR_OK);
-    second.join();
-    EXPECT_EQ(waited, CKR_CRYPTOKI_NOT_INITIALIZED);
-    ASSERT_EQ(p11->C_Initialize(nullptr), CKR_OK);
-}
-
 TEST_F(SimSlots, ControlToolChangesARunningModuleAndItsLaterStarts) {
     int status = 0;
     const std::string tool = VSIM_TOOL;
