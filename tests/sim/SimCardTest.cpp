@@ -41,7 +41,6 @@ const Bytes kReadBinary = {0x00, 0xB0, 0x00, 0x00, 0x00};
 
 TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
     CK_SESSION_HANDLE session = openSession(0);
-    // (VERIFY and the shared PIN counters: SimSharedState.PinTriesUsedElsewhereCountHereAndBack.)
     const std::pair<Bytes, unsigned> answers[] = {
         {kReadBinary, 0x6986},  // no EF selected
         {kSelectEf, 0x6A82},    // not below the DF

@@ -97,8 +97,6 @@ TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
         EXPECT_FALSE(parseCardSet(in, set, error)) << b.xml;
         EXPECT_NE(error.find(b.complaint), std::string::npos) << error;
     }
-    // Generated sets and ad-hoc cards are read back through the module in
-    // SimSlots; an ad-hoc card with a short serial is refused.
     CardSpec adHoc;
     std::string error;
     EXPECT_FALSE(resolveCard(demoCardSet(), "ACOS-A04:123", adHoc, error));
@@ -127,7 +125,6 @@ TEST(SimPinEntry, EscapesWhatAssuanReserves) {
     EXPECT_EQ(Korvex::PinEntry::unescape(Korvex::PinEntry::escape("a%b\nc")), "a%b\nc");
 }
 
-// The PIN's own rules go through the module's dialogues in SimPins.
 TEST(SimPinState, ChecksThePukFormatBeforeTouchingItsCounter) {
     PinState pin;
     pin.value = "1234";
