@@ -24,9 +24,6 @@ protected:
     static unsigned statusWord(const Bytes& response) {
         return response.size() < 2 ? 0 : response[response.size() - 2] << 8 | response.back();
     }
-    unsigned statusWord(CK_SESSION_HANDLE session, const Bytes& command) {
-        return statusWord(transmit(session, command));
-    }
     static std::string hex(const Bytes& bytes) {
         std::string text;
         Korvex::BinData2HexStr(bytes, text);
@@ -55,7 +52,8 @@ TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
         {{0x00, 0xB0, 0x00, 0x40, 0x00}, 0x6B00},
         {{0x00, 0x20, 0x00, 0x82}, 0x63C3},  // the encryption PIN's tries
     };
-    for (const auto& [command, expected] : answers) EXPECT_EQ(statusWord(session, command), expected) << hex(command);
+    for (const auto& [command, expected] : answers)
+        EXPECT_EQ(statusWord(transmit(session, command)), expected) << hex(command);
     EXPECT_EQ(transmit(session, kSelectEfWithFcp).front(), 0x62);
     Bytes tail = transmit(session, {0x00, 0xB0, 0x00, 0x0E, 0x04});
     EXPECT_EQ(tail.size(), 4u);

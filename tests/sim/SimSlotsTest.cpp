@@ -9,11 +9,6 @@ using namespace SimTesting;
 
 namespace {
 
-std::string field(const unsigned char* data, size_t size) {
-    std::string text(reinterpret_cast<const char*>(data), size);
-    return text.substr(0, text.find_last_not_of(' ') + 1);
-}
-
 class SimSlots : public SimTest {
 protected:
     std::vector<CK_SLOT_ID> slots(bool present = true) {
@@ -27,7 +22,8 @@ protected:
     std::string serialIn(CK_SLOT_ID slot) {
         CK_TOKEN_INFO info;
         EXPECT_EQ(p11->C_GetTokenInfo(slot, &info), CKR_OK);
-        return field(info.serialNumber, 16);
+        std::string serial(reinterpret_cast<const char*>(info.serialNumber), sizeof info.serialNumber);
+        return serial.substr(0, serial.find_last_not_of(' ') + 1);
     }
     std::vector<CK_SLOT_ID> drainEvents() {
         std::vector<CK_SLOT_ID> events;
