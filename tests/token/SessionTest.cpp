@@ -21,6 +21,15 @@ TEST_F(TokenSessionTest, FindsTheCardByTwelveOrSixteenCharacters)
     EXPECT_FALSE(p11->OpenGlobalSession("123"));
 }
 
+TEST_F(TokenSessionTest, AWritingSessionReplacesTheOpenOneOnTheCard)
+{
+    ASSERT_TRUE(openCard(kCards[1].serial));
+    ASSERT_TRUE(openCard(kCards[1].serial, true));
+    EXPECT_EQ(Sim::OpenSessions(1), 1) << "the reading session was left open on the card";
+    p11->CloseSession();
+    EXPECT_EQ(Sim::OpenSessions(1), 0);
+}
+
 TEST_F(TokenSessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailuresAndOversizedCounts)
 {
     CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
