@@ -1,10 +1,9 @@
-// The vendor APDUs, fault injection from the environment and the control
-// tool, latency, and two threads using the module at once.
+// The vendor APDUs, and fault injection from the environment and the control
+// tool, with latency.
 #include "SimHarness.h"
 
 #include "base/Conversion.h"
 
-#include <atomic>
 #include "tests/support/TestCommon.h"
 
 using namespace SimTesting;
@@ -25,9 +24,6 @@ protected:
     static unsigned statusWord(const Bytes& response) {
         return response.size() < 2 ? 0 : response[response.size() - 2] << 8 | response.back();
     }
-    unsigned statusWord(CK_SESSION_HANDLE session, const Bytes& command) {
-        return statusWord(transmit(session, command));
-    }
     static std::string hex(const Bytes& bytes) {
         std::string text;
         Korvex::BinData2HexStr(bytes, text);
@@ -42,7 +38,6 @@ const Bytes kReadBinary = {0x00, 0xB0, 0x00, 0x00, 0x00};
 
 TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
     CK_SESSION_HANDLE session = openSession(0);
-    // (VERIFY and the shared PIN counters: SimSharedState.PinTriesUsedElsewhereCountHereAndBack.)
     const std::pair<Bytes, unsigned> answers[] = {
         {kReadBinary, 0x6986},  // no EF selected
         {kSelectEf, 0x6A82},    // not below the DF
@@ -57,7 +52,8 @@ TEST_F(SimCard, OtherApdusGetTheStatusWordsOfACard) {
         {{0x00, 0xB0, 0x00, 0x40, 0x00}, 0x6B00},
         {{0x00, 0x20, 0x00, 0x82}, 0x63C3},  // the encryption PIN's tries
     };
-    for (const auto& [command, expected] : answers) EXPECT_EQ(statusWord(session, command), expected) << hex(command);
+    for (const auto& [command, expected] : answers)
+        EXPECT_EQ(statusWord(transmit(session, command)), expected) << hex(command);
     EXPECT_EQ(transmit(session, kSelectEfWithFcp).front(), 0x62);
     Bytes tail = transmit(session, {0x00, 0xB0, 0x00, 0x0E, 0x04});
     EXPECT_EQ(tail.size(), 4u);
@@ -104,36 +100,6 @@ TEST_F(SimEnvironmentFaults, EnvironmentSetsFaultsAndLatencyForTheProcess) {
     CK_SESSION_INFO sessionInfo;
     EXPECT_EQ(p11->C_GetSessionInfo(session, &sessionInfo), CKR_DEVICE_REMOVED);
     EXPECT_EQ(p11->C_GetSessionInfo(session, &sessionInfo), CKR_OK);
-}
-
-TEST_F(SimCard, TwoThreadsAtOnceAndNoThreadWaitsForAnotherOnesDialogue) {
-    setenv("FAKE_PINENTRY_DELAY", "1.5", 1);
-    SetPinAnswers({"123456"});
-    CK_SESSION_HANDLE signer = openSession(0);
-    CK_OBJECT_HANDLE key = findObject(signer, CKO_PRIVATE_KEY, "SK.CH.SIG");
-    CK_MECHANISM mechanism = {CKM_SHA1_RSA_PKCS, nullptr, 0};
-    ASSERT_EQ(p11->C_SignInit(signer, &mechanism, key), CKR_OK);
-    CK_RV signed_ = CKR_GENERAL_ERROR;
-    std::atomic<bool> dialogueOver{false};
-    std::thread dialogue([&] {
-        Bytes data = {1, 2, 3};
-        Bytes signature(192);
-        CK_ULONG length = signature.size();
-        signed_ = p11->C_Sign(signer, data.data(), data.size(), signature.data(), &length);
-        dialogueOver = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    // While the first thread sits in its PIN dialogue, a second one works.
-    for (int calls = 0; calls < 20; ++calls) {
-        CK_SESSION_HANDLE session;
-        ASSERT_EQ(p11->C_OpenSession(3, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
-        CK_OBJECT_HANDLE certificate = findObject(session, CKO_CERTIFICATE, "C.CH.SIG");
-        EXPECT_FALSE(readAttribute(session, certificate, CKA_VALUE).empty());
-        ASSERT_EQ(p11->C_CloseSession(session), CKR_OK);
-    }
-    EXPECT_FALSE(dialogueOver) << "the second thread had to wait for the first one's dialogue";
-    dialogue.join();
-    EXPECT_EQ(signed_, CKR_OK);
 }
 
 } // namespace

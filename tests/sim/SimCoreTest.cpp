@@ -1,15 +1,13 @@
 // The simulator's parts on their own: the written forms of faults, control
 // file and card sets, the DER encoder, the identity-link builder against the
-// program's reader, Assuan escaping, the PIN rules and the kept key numbers.
+// program's reader, Assuan escaping, the PUK rules and the kept CA signature.
 #include "formats/Personenbindung.h"
 #include "sim/CardData.h"
 #include "sim/CardSet.h"
-#include "sim/CardStateText.h"
 #include "sim/ControlFile.h"
 #include "sim/FaultRules.h"
 #include "base/PinEntry.h"
 #include "sim/KeyFactory.h"
-#include "sim/KeyNumbers.h"
 #include "sim/SimPaths.h"
 #include "sim/PinState.h"
 
@@ -99,8 +97,6 @@ TEST(SimCardSet, ValidatesCardsAndRoundTripsGeneratedSets) {
         EXPECT_FALSE(parseCardSet(in, set, error)) << b.xml;
         EXPECT_NE(error.find(b.complaint), std::string::npos) << error;
     }
-    // Generated sets and ad-hoc cards are read back through the module in
-    // SimSlots; an ad-hoc card with a short serial is refused.
     CardSpec adHoc;
     std::string error;
     EXPECT_FALSE(resolveCard(demoCardSet(), "ACOS-A04:123", adHoc, error));
@@ -129,34 +125,6 @@ TEST(SimPinEntry, EscapesWhatAssuanReserves) {
     EXPECT_EQ(Korvex::PinEntry::unescape(Korvex::PinEntry::escape("a%b\nc")), "a%b\nc");
 }
 
-TEST(SimCardState, ReadingKeepsPinsValidAndRoundTrips) {
-    PinState pins[PinCount];
-    for (PinState& pin : pins) pin.value = "1234";
-    SavedDataObjects objects;
-    const std::string big(2 * (kMaxDataObjectSize + 1), 'A');
-    ASSERT_TRUE(readCardState("<card><pin index='0' value='12a4' tries='-5' puk-tries='99'/>"
-                              "<pin index='1' value='9876' tries='2'/><pin index='7' value='1111'/>"
-                              "<object label='RFU1' private='true' type='258' value='0A0b'/>"
-                              "<object value='00'/><object label='big' value='" + big + "'/>"
-                              "<object label='R&#;U2' value='00'/></card>",
-                              pins, objects));
-    EXPECT_EQ(pins[0].value, "1234") << "a value of the wrong format is not taken";
-    EXPECT_EQ(pins[0].tries, 0);
-    EXPECT_EQ(pins[0].pukTries, pins[0].maxPukTries);
-    EXPECT_EQ(pins[1].value, "9876");
-    EXPECT_EQ(pins[1].tries, 2);
-    ASSERT_EQ(objects.size(), 1u);
-    EXPECT_EQ(objects["RFU1"], (SavedDataObject{{0x0A, 0x0B}, true, 2}));
-
-    PinState reread[PinCount];
-    SavedDataObjects again;
-    ASSERT_TRUE(readCardState(writeCardState("1", pins, objects), reread, again));
-    EXPECT_EQ(again, objects);
-    EXPECT_EQ(reread[1].value, "9876");
-    EXPECT_FALSE(readCardState("<card><pin", reread, again)) << "no XML: factory state";
-}
-
-// The PIN's own rules go through the module's dialogues in SimPins.
 TEST(SimPinState, ChecksThePukFormatBeforeTouchingItsCounter) {
     PinState pin;
     pin.value = "1234";
@@ -183,22 +151,6 @@ TEST(SimIdentityLink, TheKeptCaSignatureIsKeptForItsOwnBytesOnly) {
     ASSERT_TRUE(writeFileAtomically(cardKeyDirectory(serial) + "/identity-link.sig", kept));
     EXPECT_NE(keptCaSignature(serial, keys, data), signWithCa(keys.caKey.get(), data));
     EXPECT_EQ(keptCaSignature(serial, keys, other), signWithCa(keys.caKey.get(), other));
-}
-
-// That the imported keys sign as the kept ones did: every token test process
-// after the first signs with them and checks against the certificate.
-TEST(SimKeyNumbers, GiveTheSameKeyBackOnlyForTheirOwnPem) {
-    const std::vector<unsigned char> pem = {'k', 'e', 'y'}, other = {'o', 't', 'h', 'e', 'r'};
-    const std::string path = ::testing::TempDir() + "/key.numbers";
-    for (EVP_PKEY* made : {EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{1024}),
-                           EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "prime256v1")}) {
-        PkeyPtr key(made);
-        ASSERT_TRUE(key);
-        saveKeyNumbers(path, key.get(), pem);
-        PkeyPtr again = loadKeyNumbers(path, pem);
-        ASSERT_TRUE(again);
-        EXPECT_FALSE(loadKeyNumbers(path, other));
-    }
 }
 
 } // namespace

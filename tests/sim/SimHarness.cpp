@@ -69,21 +69,15 @@ CK_SESSION_HANDLE SimTest::openSession(CK_SLOT_ID slot, bool readWrite) {
     return session;
 }
 
-std::vector<CK_OBJECT_HANDLE> SimTest::findAll(CK_SESSION_HANDLE session, CK_ATTRIBUTE* pattern, CK_ULONG count) {
-    std::vector<CK_OBJECT_HANDLE> found;
-    EXPECT_EQ(p11->C_FindObjectsInit(session, pattern, count), CKR_OK);
-    CK_OBJECT_HANDLE batch[4];
-    CK_ULONG got = 0;
-    while (p11->C_FindObjects(session, batch, 4, &got) == CKR_OK && got > 0) found.insert(found.end(), batch, batch + got);
-    EXPECT_EQ(p11->C_FindObjectsFinal(session), CKR_OK);
-    return found;
-}
-
 CK_OBJECT_HANDLE SimTest::findObject(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, const std::string& label) {
     CK_ATTRIBUTE pattern[] = {{CKA_CLASS, &objectClass, sizeof objectClass},
                               {CKA_LABEL, const_cast<char*>(label.data()), label.size()}};
-    std::vector<CK_OBJECT_HANDLE> found = findAll(session, pattern, 2);
-    return found.size() == 1 ? found[0] : CK_INVALID_HANDLE;
+    EXPECT_EQ(p11->C_FindObjectsInit(session, pattern, 2), CKR_OK);
+    CK_OBJECT_HANDLE found[2];
+    CK_ULONG count = 0;
+    EXPECT_EQ(p11->C_FindObjects(session, found, 2, &count), CKR_OK);
+    EXPECT_EQ(p11->C_FindObjectsFinal(session), CKR_OK);
+    return count == 1 ? found[0] : CK_INVALID_HANDLE;
 }
 
 Bytes SimTest::readAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {

@@ -22,7 +22,6 @@ constexpr const char* kAcosA04 = "1204000000004711";  // slot 0, infobox file
 constexpr const char* kECardG4 = "3014000000000815";  // slot 1, RSA 2048
 constexpr const char* kECardG2 = "3002000000004242";  // slot 2, EC only
 constexpr const char* kAcosA03 = "1203000000001111";  // slot 3, fixed objects
-constexpr CK_SLOT_ID kBlankSlot = 4;
 constexpr CK_SLOT_ID kEmptySlot = 5;
 constexpr CK_SLOT_ID kInternalSlot = 7;
 constexpr CK_SLOT_ID kNoLinkSlot = 6;  // ACOS-A03 without identity link
@@ -50,7 +49,6 @@ protected:
 
     CK_SESSION_HANDLE openSession(CK_SLOT_ID slot, bool readWrite = false);
     CK_OBJECT_HANDLE findObject(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, const std::string& label);
-    std::vector<CK_OBJECT_HANDLE> findAll(CK_SESSION_HANDLE session, CK_ATTRIBUTE* pattern, CK_ULONG count);
     Bytes readAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
     CK_RV setVendorAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type);
 

@@ -27,15 +27,13 @@ TEST_F(SimPins, CancelFormatMismatchAndBrokenDialoguesLeaveTheCounterAlone) {
     EXPECT_EQ(command({"123456", "65432a", "65432a"}), CKR_PIN_LEN_RANGE);
     EXPECT_EQ(command({"123456", "654321", "654322"}), CKR_PIN_INVALID);
     EXPECT_EQ(command({}, kUnblock), CKR_FUNCTION_CANCELED) << "the user closes every dialogue";
-    // The software-PIN marker alone changes nothing (with the command:
-    // TokenPinTest.InitPinForcesTheSoftwarePinOnAcosCardsForNewClients).
+    // The software-PIN marker alone changes nothing.
     CK_SESSION_HANDLE session = openSession(0);
     EXPECT_EQ(setVendorAttribute(session, findObject(session, CKO_PRIVATE_KEY, "SK.CH.SIG"), 0x80000002UL), CKR_OK);
     EXPECT_EQ(setVendorAttribute(session, findObject(session, CKO_CERTIFICATE, "C.CH.SIG"), kChange),
               CKR_ATTRIBUTE_TYPE_INVALID);
     // A pinentry that answers GETPIN with an error of its own is a failure;
-    // only cancel and timeout are the user's choice. (One that cannot run:
-    // PinCommandTest.AFailingModuleOrPinDialogueIsNotAPulledCard.)
+    // only cancel and timeout are the user's choice.
     const std::string erring = m_dir + "/erring-pinentry";
     for (const auto& [error, rv] : {std::pair{"ERR 83918950 Inappropriate ioctl for device <Pinentry>", CKR_FUNCTION_FAILED},
                                     std::pair{"ERR 83886142 Timeout <Pinentry>", CKR_FUNCTION_CANCELED}}) {

@@ -26,10 +26,8 @@ protected:
     }
 };
 
-// The tool's own self-test on every personalised card of the demo set, with
-// its user login (identity-link PIN) and the signature key's own logins on
-// the protected path: the announced PIN lengths, mechanisms and key sizes
-// must carry it through without an error.
+// The announced PIN lengths, mechanisms and key sizes must carry the tool
+// through on every personalised card of the demo set.
 TEST_F(SimPkcs11Tool, SelfTestPassesOnEveryPersonalisedCard) {
     CK_TOKEN_INFO info;
     for (CK_SLOT_ID slot : {CK_SLOT_ID(0), CK_SLOT_ID(1), CK_SLOT_ID(2), CK_SLOT_ID(3), kNoLinkSlot}) {

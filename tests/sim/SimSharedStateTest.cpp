@@ -27,13 +27,6 @@ protected:
         return output;
     }
 
-    Bytes readData(CK_SLOT_ID slot, const std::string& label) {
-        CK_SESSION_HANDLE session = openSession(slot);
-        Bytes value = readAttribute(session, findObject(session, CKO_DATA, label), CKA_VALUE);
-        p11->C_CloseSession(session);
-        return value;
-    }
-
     std::vector<unsigned char> infoboxTags(CK_SESSION_HANDLE session) {
         const Bytes file = readAttribute(session, findObject(session, CKO_DATA, "INFOBOX"), CKA_VALUE);
         LibInfobox::InfoboxFS infobox;
@@ -104,8 +97,10 @@ TEST_F(SimSharedState, TwoProcessesWritingAtOnceLoseNothing) {
     EXPECT_EQ(otherStatus, 0);
 
     reload();
-    EXPECT_EQ(readData(3, "RFU1"), textBytes("other-300"));
-    EXPECT_EQ(readData(3, "RFU2"), textBytes("own-" + std::to_string(written)));
+    session = openSession(3);
+    EXPECT_EQ(readAttribute(session, findObject(session, CKO_DATA, "RFU1"), CKA_VALUE), textBytes("other-300"));
+    EXPECT_EQ(readAttribute(session, findObject(session, CKO_DATA, "RFU2"), CKA_VALUE),
+              textBytes("own-" + std::to_string(written)));
 }
 
 TEST_F(SimSharedState, EntriesAddedOrResetElsewhereComeAndGoOnAnInfoboxCard) {

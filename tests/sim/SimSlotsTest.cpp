@@ -9,11 +9,6 @@ using namespace SimTesting;
 
 namespace {
 
-std::string field(const unsigned char* data, size_t size) {
-    std::string text(reinterpret_cast<const char*>(data), size);
-    return text.substr(0, text.find_last_not_of(' ') + 1);
-}
-
 class SimSlots : public SimTest {
 protected:
     std::vector<CK_SLOT_ID> slots(bool present = true) {
@@ -27,7 +22,8 @@ protected:
     std::string serialIn(CK_SLOT_ID slot) {
         CK_TOKEN_INFO info;
         EXPECT_EQ(p11->C_GetTokenInfo(slot, &info), CKR_OK);
-        return field(info.serialNumber, 16);
+        std::string serial(reinterpret_cast<const char*>(info.serialNumber), sizeof info.serialNumber);
+        return serial.substr(0, serial.find_last_not_of(' ') + 1);
     }
     std::vector<CK_SLOT_ID> drainEvents() {
         std::vector<CK_SLOT_ID> events;
@@ -107,24 +103,6 @@ TEST_F(SimSlots, HotPlugRaisesOneEventPerChangedSlotAndEndsSessionsOfThePulledCa
     EXPECT_EQ(Sim::RemoveCard(3), CKR_OK) << "pulling from an empty reader is no error";
     ASSERT_EQ(Sim::RemoveCard(kEmptySlot), CKR_OK);
     EXPECT_EQ(drainEvents(), (std::vector<CK_SLOT_ID>{kEmptySlot, 3}));
-}
-
-TEST_F(SimSlots, BlockingWaitWakesOnInsertAndOnFinalize) {
-    CK_SLOT_ID event = 99;
-    CK_RV waited = CKR_GENERAL_ERROR;
-    std::thread waiter([&] { waited = p11->C_WaitForSlotEvent(0, &event, nullptr); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    ASSERT_EQ(Sim::InsertCard(kEmptySlot, "anna"), CKR_OK);
-    waiter.join();
-    EXPECT_EQ(waited, CKR_OK);
-    EXPECT_EQ(event, kEmptySlot);
-
-    std::thread second([&] { waited = p11->C_WaitForSlotEvent(0, &event, nullptr); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    ASSERT_EQ(p11->C_Finalize(nullptr), CKR_OK);
-    second.join();
-    EXPECT_EQ(waited, CKR_CRYPTOKI_NOT_INITIALIZED);
-    ASSERT_EQ(p11->C_Initialize(nullptr), CKR_OK);
 }
 
 TEST_F(SimSlots, ControlToolChangesARunningModuleAndItsLaterStarts) {

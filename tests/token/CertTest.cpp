@@ -84,30 +84,23 @@ TEST_F(TokenCertTest, MissingCertificateSessionOrOversizedValueFail)
     unsigned long length = sizeof(buffer);
     EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
 
-    Log::clear();
     ASSERT_TRUE(openCard(kAcos));
-    Sim::SetFault("C_FindObjectsInit", kAcos, CKR_DEVICE_ERROR, 1);
-    EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors().back(), "PKCS11 FindObjects ERROR");
-
-    // Call 1 reads the first certificate's label, call 2 its value.
-    Log::clear();
-    Sim::AddFaults("C_GetAttributeValue#2=malformed*1");
-    EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
-    length = sizeof(buffer);
-    EXPECT_FALSE(p11->GetSigningCertificate(buffer, length));
-    // The usual answer to a value that does not fit: the module says so.
-    Log::clear();
-    Sim::AddFaults("C_GetAttributeValue#2=CKR_BUFFER_TOO_SMALL*1");
-    EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), Lines{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"});
-
-    // An inflated label is not trusted either: that object is passed over.
-    Log::clear();
-    Sim::AddFaults("C_GetAttributeValue=malformed*1");
-    EXPECT_FALSE(p11->LoadSigningCertificate(true));
-    EXPECT_EQ(Log::errors(), (Lines{"PKCS11 Proc_C_GetAttributeValue ERROR0x150", "Key not found !!!"}));
+    const Lines tooLarge{"PKCS11 attributes[1].ulValueLen zu groß für internen Buffer"};
+    const std::pair<const char*, Lines> faults[] = {
+        {"C_FindObjectsInit=CKR_DEVICE_ERROR*1", {"PKCS11 Proc_C_FindObjectsInit0x30", "PKCS11 FindObjects ERROR"}},
+        // Call 1 reads the first certificate's label, call 2 its value.
+        {"C_GetAttributeValue#2=malformed*1", tooLarge},
+        // The usual answer to a value that does not fit: the module says so.
+        {"C_GetAttributeValue#2=CKR_BUFFER_TOO_SMALL*1", tooLarge},
+        // An inflated label is not trusted either: that object is passed over.
+        {"C_GetAttributeValue=malformed*1", {"PKCS11 Proc_C_GetAttributeValue ERROR0x150", "Key not found !!!"}},
+    };
+    for (const auto& [fault, errors] : faults) {
+        Log::clear();
+        Sim::AddFaults(fault);
+        EXPECT_FALSE(p11->LoadSigningCertificate(true)) << fault;
+        EXPECT_EQ(Log::errors(), errors) << fault;
+    }
 }
 
 TEST_F(TokenCertTest, CertificatesOfEveryCard)

@@ -10,8 +10,6 @@ protected:
     TokenLog log;
 };
 
-// The error line, message and reason of each failure to load or initialise
-// the module: ProgramTest.EveryModuleFailureIsReportedWithItsReason.
 TEST_F(TokenModuleTest, MissingModuleIsNamedOnStandardErrorAndDestroyIsHarmless)
 {
     ModuleOverride missing("libKorvexNoSuchModule.so");

@@ -28,7 +28,6 @@ TEST_F(TokenPinTest, WrongPinLockedAndCancelledMapToTheirResults)
     expected.insert(expected.begin(), "Proc_C_SetAttributeValue returned CKR_FUNCTION_CANCELED");
     expected.push_back("Proc_C_SetAttributeValue returned CKR_PIN_LOCKED");
     EXPECT_EQ(Log::errors(), expected);
-    // (A PUK restoring the tries: PinCommandTest.ChangeUnblockAndCancelOnEveryApplication.)
 }
 
 TEST_F(TokenPinTest, RefusalsFailuresAndTheFourArgumentForm)
