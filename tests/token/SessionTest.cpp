@@ -75,4 +75,31 @@ TEST_F(TokenSessionTest, ObjectSearchFindsByLabelAndClassAndLogsFailuresAndOvers
     EXPECT_TRUE(p11->GetSignKeyType(key, true));  // ten-handle search, same guard
 }
 
+TEST_F(TokenSessionTest, ACardsSessionAsksItsTokenOnlyOnceItsReaderHasChanged)
+{
+    CK_SLOT_ID seen = 0;
+    while (p11->PollSlotEvent(seen) == Korvex::SLOT_EVENT_SEEN) {
+    }
+    std::vector<Korvex::SlotStruct*> slots;
+    ASSERT_TRUE(p11->GetSlots(slots, true));
+    const CK_SLOT_ID slot = slots[2]->slotID;
+    const std::string serial = slots[2]->serial;
+    // A pending fault shows whether the token was asked.
+    Sim::SetFault("C_GetTokenInfo", serial.c_str(), CKR_DEVICE_ERROR, 1);
+    bool sameCard = false;
+    EXPECT_TRUE(p11->OpenSessionOnCard(slot, serial, false, sameCard));
+    Korvex::TokenInfoStruct2 info;
+    EXPECT_TRUE(p11->ListedTokenInfo(slot, info) && info.serial == serial);
+    p11->CloseSession();
+
+    ASSERT_EQ(Sim::RemoveCard(slot), static_cast<CK_RV>(CKR_OK));
+    ASSERT_EQ(Sim::InsertCard(slot, serial.c_str()), static_cast<CK_RV>(CKR_OK));
+    EXPECT_FALSE(p11->OpenSessionOnCard(slot, serial, false, sameCard));  // asked: the fault answers
+    EXPECT_TRUE(p11->OpenSessionOnCard(slot, serial, false, sameCard));   // read afresh, then unchanged
+    p11->CloseSession();
+    // The events the check collected are still the watch's news.
+    EXPECT_EQ(p11->PollSlotEvent(seen), Korvex::SLOT_EVENT_SEEN);
+    EXPECT_EQ(seen, slot);
+}
+
 } // namespace
