@@ -1,5 +1,6 @@
 // The token layer on a standard PKCS#11 module without the vendor extensions
-// (the simulator's standard-module build): what needs the extensions fails
+// (the simulator's standard-module build, whose only export is its function
+// table): its entry points come from the table, and what needs the extensions fails
 // without a crash. (What does not need them, end to end on such a module:
 // StandardTokenTest.ListsTheTokenAndManagesItsPinEndToEnd.)
 #include "tests/token/TokenTestSupport.h"
