@@ -66,6 +66,22 @@ wxImage DrawChipSmall(double scale)
     return image;
 }
 
+wxImage DrawWarningChip(double scale)
+{
+    wxImage image = DrawChipSmall(scale);
+    wxGraphicsContext* gc = wxGraphicsContext::Create(image);
+    gc->Scale(scale, scale);
+    gc->SetAntialiasMode(wxANTIALIAS_DEFAULT);
+    gc->SetPen(gc->CreatePen(wxGraphicsPenInfo(wxColour(140, 0, 0))));
+    gc->SetBrush(wxBrush(wxColour(220, 30, 30)));
+    gc->DrawEllipse(18, 9, 12, 12);
+    gc->SetPen(gc->CreatePen(wxGraphicsPenInfo(*wxWHITE).Width(2).Cap(wxCAP_ROUND)));
+    gc->StrokeLine(24, 11.5, 24, 15.5);
+    gc->StrokeLine(24, 18.5, 24, 18.6);
+    delete gc;
+    return image;
+}
+
 wxImage DrawRoundIcon(const wxColour& light, const wxColour& dark, bool check, double scale)
 {
     wxImage image = NewCanvas(32, 32, scale);

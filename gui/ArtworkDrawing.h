@@ -17,6 +17,8 @@ void DrawCard(wxGraphicsContext* gc, double x, double y, double w, double h, boo
 
 // Each picture at its logical size times `scale`, with an alpha channel.
 wxImage DrawChipSmall(double scale);                                                    // 31 x 22
+// The small chip with a red mark: a PIN of that card needs attention.
+wxImage DrawWarningChip(double scale);                                                  // 31 x 22
 wxImage DrawRoundIcon(const wxColour& light, const wxColour& dark, bool check, double scale); // 32 x 32
 wxImage DrawOkIcon(double scale);                                                       // 32 x 32
 wxImage DrawCancelIcon(double scale);                                                   // 32 x 32

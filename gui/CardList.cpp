@@ -74,9 +74,14 @@ void CardList::AddColumn(const wxString& title, int width)
         AppendTextColumn(title, wxDATAVIEW_CELL_INERT, width, wxALIGN_LEFT);
 }
 
-void CardList::AssignImageList(wxImageList* images)
+void CardList::SetImages(std::vector<wxBitmapBundle> images)
 {
-    m_Images.reset(images);
+    m_Images = std::move(images);
+}
+
+wxBitmapBundle CardList::Image(int image) const
+{
+    return image >= 0 && image < static_cast<int>(m_Images.size()) ? m_Images[image] : wxBitmapBundle();
 }
 
 int CardList::InsertRow(int row, const Row& contents)
@@ -88,10 +93,7 @@ int CardList::InsertRow(int row, const Row& contents)
     for (unsigned column = 0; column < GetColumnCount(); ++column) {
         const wxString text = column < contents.texts.size() ? contents.texts[column] : wxString();
         if (column == 0) {
-            wxBitmap image;
-            if (m_Images && contents.image >= 0 && contents.image < m_Images->GetImageCount())
-                image = m_Images->GetBitmap(contents.image);
-            values.push_back(wxVariant(wxDataViewIconText(text, image)));
+            values.push_back(wxVariant(wxDataViewIconText(text, Image(contents.image))));
         } else {
             values.push_back(wxVariant(text));
         }
@@ -143,10 +145,18 @@ void CardList::SetRowImage(int row, int image)
     if (row < 0 || row >= static_cast<int>(m_ImageOfRow.size()) || m_ImageOfRow[row] == image)
         return;
     m_ImageOfRow[row] = image;
-    wxBitmap bitmap;
-    if (m_Images && image >= 0 && image < m_Images->GetImageCount())
-        bitmap = m_Images->GetBitmap(image);
-    SetValue(wxVariant(wxDataViewIconText(RowText(row, 0), bitmap)), row, 0);
+    SetValue(wxVariant(wxDataViewIconText(RowText(row, 0), Image(image))), row, 0);
+}
+
+wxBitmap CardList::RowBitmap(int row) const
+{
+    if (row < 0 || row >= GetItemCount())
+        return wxBitmap();
+    wxVariant value;
+    GetStore()->GetValueByRow(value, row, 0);
+    wxDataViewIconText iconText;
+    iconText << value;
+    return iconText.GetBitmapBundle().GetBitmapFor(this);
 }
 
 wxColour CardList::RowBackground(int row) const

@@ -5,9 +5,8 @@
 #pragma once
 
 #include <wx/dataview.h>
-#include <wx/imaglist.h>
+#include <wx/bmpbndl.h>
 
-#include <memory>
 #include <vector>
 
 class CardList : public wxDataViewListCtrl {
@@ -16,8 +15,9 @@ public:
 
     // Columns are text; the first also shows the row's image.
     void AddColumn(const wxString& title, int width);
-    // Takes ownership; rows name their image by its index in this list.
-    void AssignImageList(wxImageList* images);
+    // Rows name their image by its index here; bundles, so that a scaled
+    // display gets pictures drawn for it rather than enlarged.
+    void SetImages(std::vector<wxBitmapBundle> images);
 
     struct Row {
         std::vector<wxString> texts; // one per column
@@ -34,6 +34,8 @@ public:
     int RowData(int row) const;
     int RowImage(int row) const;
     void SetRowImage(int row, int image);
+    // The row's picture as the list draws it at its display's scale.
+    wxBitmap RowBitmap(int row) const;
     wxColour RowBackground(int row) const;
     wxString RowToolTip(int row) const;
     // The row at a point of the list (its own coordinates); -1 when none.
@@ -48,8 +50,9 @@ public:
 
 private:
     class Store;
+    wxBitmapBundle Image(int image) const;
     Store* m_Store = nullptr;
-    std::unique_ptr<wxImageList> m_Images;
+    std::vector<wxBitmapBundle> m_Images;
     std::vector<int> m_ImageOfRow;
     std::vector<wxString> m_ToolTips;
     int m_ToolTipRow = -1;

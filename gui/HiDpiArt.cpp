@@ -6,9 +6,26 @@
 #include "gui/LocalizedBanner.h"
 #include "gui/XpmImage.h"
 
+#include <wx/dcmemory.h>
 #include <wx/icon.h>
 
 namespace {
+
+// The chip with a red mark, drawn on the compiled-in chip pixel by pixel as
+// it always was at scale 1.
+wxImage WarningChip()
+{
+    wxBitmap bitmap(XpmToImage(chip_small_xpm));
+    wxMemoryDC dc(bitmap);
+    dc.SetPen(wxPen(wxColour(140, 0, 0)));
+    dc.SetBrush(wxBrush(wxColour(220, 30, 30)));
+    dc.DrawCircle(24, 15, 6);
+    dc.SetPen(wxPen(*wxWHITE, 2));
+    dc.DrawLine(24, 11, 24, 16);
+    dc.DrawPoint(24, 18);
+    dc.SelectObject(wxNullBitmap);
+    return bitmap.ConvertToImage();
+}
 
 wxImage XpmPicture(ArtPicture picture)
 {
@@ -18,6 +35,7 @@ wxImage XpmPicture(ArtPicture picture)
     case ART_OK: return XpmToImage(ButtonOk);
     case ART_CANCEL: return XpmToImage(ButtonCancel);
     case ART_CHIP: return XpmToImage(chip_small_xpm);
+    case ART_CHIP_WARNING: return WarningChip();
     case ART_ICON: return XpmToImage(IconXpm);
     }
     return wxImage();
@@ -31,6 +49,7 @@ wxImage DrawnPicture(ArtPicture picture, double scale)
     case ART_OK: return DrawOkIcon(scale);
     case ART_CANCEL: return DrawCancelIcon(scale);
     case ART_CHIP: return DrawChipSmall(scale);
+    case ART_CHIP_WARNING: return DrawWarningChip(scale);
     case ART_ICON: return DrawIcon(scale);
     }
     return wxImage();

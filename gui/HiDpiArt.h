@@ -8,7 +8,7 @@
 #include <wx/bmpbndl.h>
 #include <wx/iconbndl.h>
 
-enum ArtPicture { ART_BANNER, ART_RELOAD, ART_OK, ART_CANCEL, ART_CHIP, ART_ICON };
+enum ArtPicture { ART_BANNER, ART_RELOAD, ART_OK, ART_CANCEL, ART_CHIP, ART_CHIP_WARNING, ART_ICON };
 
 // The picture for a window whose content scale is `scale`.
 wxBitmapBundle ArtBundle(ArtPicture picture, double scale);

@@ -10,20 +10,16 @@
 #include "gui/CardStatusText.h"
 #include "gui/DiagnoseDialog.h"
 #include "gui/HiDpiArt.h"
-#include "gui/Images.h"
 #include "gui/LocalizedBanner.h"
 #include "gui/RefreshCardThread.h"
 #include "gui/StatusLine.h"
 #include "gui/Translate.h"
-#include "gui/XpmImage.h"
 #include "token/ReturnCodeNames.h"
 #include "token/acPKCS11.h"
 
 #include <wx/bmpbuttn.h>
-#include <wx/dcmemory.h>
 #include <wx/button.h>
 #include <wx/icon.h>
-#include <wx/imaglist.h>
 #include <wx/msgdlg.h>
 #include <wx/panel.h>
 #include <wx/sizer.h>
@@ -77,21 +73,6 @@ const int kSmallestBannerHeight = 40;
 // enough that the look costs nothing noticeable.
 const int kWatchIntervalMs = 200;
 
-// The chip with a red mark: a PIN of that card is locked or on its last try.
-wxBitmap WarningChip()
-{
-    wxBitmap bitmap(XpmToImage(chip_small_xpm));
-    wxMemoryDC dc(bitmap);
-    dc.SetPen(wxPen(wxColour(140, 0, 0)));
-    dc.SetBrush(wxBrush(wxColour(220, 30, 30)));
-    dc.DrawCircle(kChipWidth - 7, 15, 6);
-    dc.SetPen(wxPen(*wxWHITE, 2));
-    dc.DrawLine(kChipWidth - 7, 11, kChipWidth - 7, 16);
-    dc.DrawPoint(kChipWidth - 7, 18);
-    dc.SelectObject(wxNullBitmap);
-    return bitmap;
-}
-
 } // namespace
 
 MainFrame::MainFrame(wxWindow* parent)
@@ -135,10 +116,9 @@ MainFrame::MainFrame(wxWindow* parent)
     do_layout();
     SetUpAccessibility();
 
-    m_ImageList = new wxImageList(kChipWidth, 22);
-    m_ChipImageIndex = m_ImageList->Add(wxBitmap(XpmToImage(chip_small_xpm)));
-    m_WarningImageIndex = m_ImageList->Add(WarningChip());
-    list_ctrl_cards->AssignImageList(m_ImageList);
+    list_ctrl_cards->SetImages({ArtBundle(ART_CHIP, scale), ArtBundle(ART_CHIP_WARNING, scale)});
+    m_ChipImageIndex = 0;
+    m_WarningImageIndex = 1;
     bitmap_status->Hide();
     label_status->Hide();
     label_list_hint->Hide();

@@ -24,7 +24,6 @@ class RefreshCardThread;
 class wxDataViewEvent;
 class wxBitmapButton;
 class wxButton;
-class wxImageList;
 class wxMenu;
 class wxPanel;
 class wxStaticBitmap;
@@ -278,7 +277,6 @@ private:
     wxStaticText* label_pin_state[3] = {nullptr, nullptr, nullptr};
     wxStaticText* label_list_hint = nullptr;
 
-    wxImageList* m_ImageList = nullptr;
     wxImage m_BannerImage;
     int m_ChipImageIndex = -1;
     int m_WarningImageIndex = -1;

@@ -124,6 +124,7 @@ TEST_F(DemoWindowTest, PicturesComeAtTheDisplayScale)
     } pictures[] = {
         {frame->GetBanner()->GetBitmap(), wxSize(769, 170)},
         {frame->GetStatusIcon()->GetBitmap(), wxSize(32, 32)},
+        {frame->GetCardList()->RowBitmap(0), wxSize(31, 22)},
     };
     for (const auto& picture : pictures) {
         EXPECT_EQ(picture.shown.GetScaleFactor(), scale);
