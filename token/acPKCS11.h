@@ -86,8 +86,6 @@ public:
     // without asking the card again: nothing on a card changes between two
     // reads of one refresh. False when that listing did not keep the slot.
     bool ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info) const;
-    // The token flags that same listing read, on the same terms.
-    bool ListedTokenState(CK_SLOT_ID slot, TokenState& state) const;
     // The same listing's record as the module delivered it (PIN lengths, flags).
     bool ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info, CK_TOKEN_INFO& raw) const;
     // The same, with the module's record as delivered (PIN lengths, flags).

@@ -290,14 +290,6 @@ bool acPKCS11::ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info) const
     return listed != nullptr;
 }
 
-bool acPKCS11::ListedTokenState(CK_SLOT_ID slot, TokenState& state) const
-{
-    const ListedToken* listed = findListed(slot);
-    if (listed != nullptr)
-        state.flags = listed->raw.flags;
-    return listed != nullptr;
-}
-
 bool acPKCS11::ListedTokenInfo(CK_SLOT_ID slot, TokenInfoStruct2& info, CK_TOKEN_INFO& raw) const
 {
     const ListedToken* listed = findListed(slot);
