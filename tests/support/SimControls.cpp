@@ -12,11 +12,14 @@ namespace TestSupport::Sim {
 
 namespace {
 
+const char* g_controlledModule = "libVessaP11.so";
+
 template <typename Fn>
 Fn Control(const char* name)
 {
-    // The code under test has loaded the module by its name; reach that copy.
-    void* module = dlopen("libVessaP11.so", RTLD_LAZY | RTLD_NOLOAD);
+    // The code under test has loaded the module (by its name, unless told
+    // otherwise); reach that copy.
+    void* module = dlopen(g_controlledModule, RTLD_LAZY | RTLD_NOLOAD);
     Fn fn = module != nullptr ? reinterpret_cast<Fn>(dlsym(module, name)) : nullptr;
     if (module != nullptr)
         dlclose(module);
@@ -39,6 +42,12 @@ Result CallControl(const char* name, Result fallback, Args... args)
         return fn(args...);
     }
 }
+
+} // namespace
+
+void ControlModule(const char* path) { g_controlledModule = path; }
+
+namespace {
 
 #define SIM_CALL(name, fallback, ...) CallControl<decltype(&name)>(#name, fallback, ##__VA_ARGS__)
 

@@ -7,6 +7,9 @@
 
 namespace TestSupport::Sim {
 
+// The module file whose controls are called (default: the module by its name).
+void ControlModule(const char* path);
+
 CK_RV InsertCard(CK_SLOT_ID slot, const char* card);
 CK_RV RemoveCard(CK_SLOT_ID slot);
 // Makes `function` fail with `rv` (or answer malformed data) for the card

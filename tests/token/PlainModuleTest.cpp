@@ -42,4 +42,44 @@ TEST_F(TokenPlainModuleTest, VendorOperationsFailCleanly)
                                     "error select DF DEC"}));
 }
 
+// What a standard token's PIN commands and slot events make of the module's
+// answers: the window's text for each result depends on it.
+TEST_F(TokenPlainModuleTest, StandardPinResultsAndSlotEventFailuresFollowTheModulesAnswer)
+{
+    ASSERT_TRUE(openCard(kCards[4].serial));
+    const std::string pin = "123456";
+    const struct {
+        const char* faults;
+        std::function<Korvex::PKCS11Return(Token&)> command;
+        Korvex::PKCS11Return expected;
+        const char* errorLine;
+    } rows[] = {
+        {"C_SetPIN=CKR_PIN_INCORRECT", [&](Token& t) { return t.SetUserPin(&pin, &pin); },
+         Korvex::PKCS11_PIN_INCORRECT, "PKCS11 Proc_C_SetPIN ERROR"},
+        {"C_SetPIN=CKR_FUNCTION_CANCELED", [&](Token& t) { return t.SetUserPin(nullptr, nullptr); },
+         Korvex::PKCS11_CANCELED, "PKCS11 Proc_C_SetPIN ERROR"},
+        {"C_Login=CKR_PIN_LOCKED", [&](Token& t) { return t.UnblockUserPin(&pin, &pin); }, Korvex::PKCS11_PIN_LOCKED,
+         "PKCS11 Proc_C_Login ERROR"},
+        {"", [&](Token& t) { return t.UnblockUserPin(&pin, &pin); }, Korvex::PKCS11_ERROR,
+         "PKCS11 Proc_C_Login ERROR"}, // no security officer on these cards
+        {"C_Login=CKR_FUNCTION_NOT_SUPPORTED", [&](Token& t) { return t.LoginUser(&pin); },
+         Korvex::PKCS11_NOT_SUPPORTED, "PKCS11 Proc_C_Login ERROR"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.faults);
+        Sim::ClearFaults();
+        ASSERT_EQ(Sim::AddFaults(row.faults), static_cast<CK_RV>(CKR_OK));
+        log.clear();
+        EXPECT_EQ(row.command(*p11), row.expected);
+        ASSERT_EQ(log.errors().size(), 1u);
+        EXPECT_EQ(log.errors()[0].rfind(row.errorLine, 0), 0u) << log.errors()[0];
+    }
+
+    CK_SLOT_ID slot = 0;
+    Sim::SetFault("C_WaitForSlotEvent", nullptr, CKR_FUNCTION_NOT_SUPPORTED, 1);
+    EXPECT_EQ(p11->PollSlotEvent(slot), Korvex::SLOT_EVENT_UNSUPPORTED);
+    Sim::SetFault("C_WaitForSlotEvent", nullptr, CKR_DEVICE_ERROR, 1);
+    EXPECT_EQ(p11->PollSlotEvent(slot), Korvex::SLOT_EVENT_FAILED);
+}
+
 } // namespace

@@ -110,8 +110,13 @@ bool TokenTest::openCard(const char* serial, bool readWrite)
 ModuleOverride::ModuleOverride(const char* path) : m_previousName(Korvex::PKCS11_LIB_NAME)
 {
     Korvex::PKCS11_LIB_NAME = path;
+    Sim::ControlModule(path);
 }
 
-ModuleOverride::~ModuleOverride() { Korvex::PKCS11_LIB_NAME = m_previousName; }
+ModuleOverride::~ModuleOverride()
+{
+    Korvex::PKCS11_LIB_NAME = m_previousName;
+    Sim::ControlModule("libVessaP11.so");
+}
 
 } // namespace tokentest

@@ -57,7 +57,8 @@ protected:
 };
 
 // The token layer loads another module file (path) for the lifetime of the
-// object, instead of the simulator by its name.
+// object, instead of the simulator by its name; the simulator's controls
+// reach that module meanwhile.
 class ModuleOverride {
 public:
     explicit ModuleOverride(const char* path);
