@@ -117,8 +117,6 @@ MainFrame::MainFrame(wxWindow* parent)
     SetUpAccessibility();
 
     list_ctrl_cards->SetImages({ArtBundle(ART_CHIP, scale), ArtBundle(ART_CHIP_WARNING, scale)});
-    m_ChipImageIndex = 0;
-    m_WarningImageIndex = 1;
     bitmap_status->Hide();
     label_status->Hide();
     label_list_hint->Hide();

@@ -278,8 +278,9 @@ private:
     wxStaticText* label_list_hint = nullptr;
 
     wxImage m_BannerImage;
-    int m_ChipImageIndex = -1;
-    int m_WarningImageIndex = -1;
+    // The list's pictures, in the order the constructor hands them over.
+    static constexpr int kChipImage = 0;
+    static constexpr int kWarningChipImage = 1;
 
     wxTimer m_StartTimer;
     wxTimer m_FadeTimer;

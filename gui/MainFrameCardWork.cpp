@@ -148,7 +148,7 @@ void MainFrame::ApplyPinStates(const std::string& number, const Korvex::CardPinS
         for (const std::shared_ptr<CardRow>& row : m_Rows)
             if (row->number == list_ctrl_cards->RowText(item, 0))
                 row->pins = pins;
-        list_ctrl_cards->SetRowImage(item, pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex);
+        list_ctrl_cards->SetRowImage(item, pins.NeedsAttention() ? kWarningChipImage : kChipImage);
     }
     ShowSelectedCardState();
     ApplySelectionRules();

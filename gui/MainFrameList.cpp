@@ -411,7 +411,7 @@ void MainFrame::ShowRows(const ListEntryVector& rows, const std::string& keepSel
         // The placeholder is the only holder text of the program's own.
         const wxString holder = row->holder == wxString::FromUTF8("unbekannt") ? Tr("unbekannt") : row->holder;
         contents.texts = {row->number, holder, row->typeName, ValidUntilText(*row, now)};
-        contents.image = row->pins.NeedsAttention() ? m_WarningImageIndex : m_ChipImageIndex;
+        contents.image = row->pins.NeedsAttention() ? kWarningChipImage : kChipImage;
         contents.data = row->type;
         const ValidityMark mark = CertificateValidity(*row, now);
         if (mark == VALIDITY_NOT_VALID)
